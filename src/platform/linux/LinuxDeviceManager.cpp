@@ -1,0 +1,147 @@
+// Finds USB drives in three phases: the toolkit's mounted volumes, the kernel's mount table for those the
+// toolkit hides (below /run, for one), and labelled drives that nobody has mounted.
+#include "platform/linux/LinuxDeviceManager.h"
+
+#include "platform/linux/BlockDevices.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+#include <QStorageInfo>
+
+namespace Tessarin::Platform::Linux {
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+bool qualifies(const QString &blockName)
+{
+    return (isUsbBlockDevice(blockName) || isRemovableBlockDevice(blockName)) &&
+           !isOpticalBlockDevice(blockName);
+}
+
+QString displayName(const QStorageInfo &volume, const QString &devicePath, const QString &rootPath)
+{
+    // Without a label the toolkit answers with the root path, and "/" is no name for a drive.
+    const QString toolkitName = volume.displayName();
+    if (!toolkitName.isEmpty() && toolkitName != "/"_L1)
+        return toolkitName;
+    if (!volume.name().isEmpty())
+        return volume.name();
+    return fallbackDisplayName(devicePath, rootPath);
+}
+
+UsbDevice mountedDevice(const QStorageInfo &volume, const QString &devicePath, const QString &rootPath,
+                        const QString &fileSystemType)
+{
+    UsbDevice device;
+    device.identifier = rootPath + u':' + devicePath;
+    device.devicePath = devicePath;
+    device.displayName = displayName(volume, devicePath, rootPath);
+    device.rootPath = rootPath;
+    device.fileSystemType = fileSystemType;
+    device.removable = isRemovableBlockDevice(QFileInfo(devicePath).fileName());
+    device.mounted = true;
+    return device;
+}
+
+/// The drives found so far, each device and each root path at most once.
+class FoundDevices
+{
+public:
+    [[nodiscard]] bool hasDevice(const QString &blockName) const { return blockNames.contains(blockName); }
+    [[nodiscard]] bool hasRoot(const QString &rootPath) const { return rootPaths.contains(rootPath); }
+
+    void add(const UsbDevice &device)
+    {
+        const QString blockName = QFileInfo(device.devicePath).fileName();
+        if (hasDevice(blockName) || hasRoot(device.rootPath))
+            return;
+        blockNames.insert(blockName);
+        // Any number of drives may be mounted nowhere.
+        if (!device.rootPath.isEmpty())
+            rootPaths.insert(device.rootPath);
+        devices.append(device);
+    }
+
+    QList<UsbDevice> devices;
+
+private:
+    QSet<QString> blockNames;
+    QSet<QString> rootPaths;
+};
+
+void addMountedVolumes(FoundDevices &found)
+{
+    const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
+    for (const QStorageInfo &volume : volumes) {
+        const QString devicePath = QString::fromLocal8Bit(volume.device());
+        if (!devicePath.startsWith("/dev/"_L1) || !volume.isValid() || !volume.isReady())
+            continue;
+        if (!qualifies(QFileInfo(devicePath).fileName()))
+            continue;
+        found.add(
+            mountedDevice(volume, devicePath, volume.rootPath(), QString::fromUtf8(volume.fileSystemType())));
+    }
+}
+
+void addMountTable(FoundDevices &found)
+{
+    QFile mountTable(QStringLiteral("/proc/self/mountinfo"));
+    if (!mountTable.open(QIODevice::ReadOnly))
+        return;
+
+    const QList<QByteArray> lines = mountTable.readAll().split('\n');
+    for (const QByteArray &line : lines) {
+        const std::optional<MountInfoLine> mount = parseMountInfoLine(QFile::decodeName(line));
+        if (!mount || !mount->source.startsWith("/dev/"_L1))
+            continue;
+        const QString blockName = QFileInfo(mount->source).fileName();
+        if (found.hasDevice(blockName) || found.hasRoot(mount->mountPoint) || !qualifies(blockName))
+            continue;
+
+        const QStorageInfo volume(mount->mountPoint);
+        const QString rootPath = volume.isValid() ? volume.rootPath() : mount->mountPoint;
+        const QString fileSystemType = mount->fileSystemType.isEmpty()
+                                           ? QString::fromUtf8(volume.fileSystemType())
+                                           : mount->fileSystemType;
+        found.add(mountedDevice(volume, mount->source, rootPath, fileSystemType));
+    }
+}
+
+void addUnmountedDrives(FoundDevices &found)
+{
+    const QHash<QString, QString> labels = blockLabelMap();
+    const QStringList blockNames =
+        QDir(QStringLiteral("/sys/class/block")).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
+    for (const QString &blockName : blockNames) {
+        if (found.hasDevice(blockName) || !qualifies(blockName) || isPartitionedDisk(blockName))
+            continue;
+        const auto label = labels.constFind(blockName);
+        if (label == labels.cend())
+            continue;
+
+        UsbDevice device;
+        device.identifier = blockName;
+        device.devicePath = "/dev/"_L1 + blockName;
+        device.displayName = *label;
+        device.rootPath = mountedRootForLabel(*label);
+        device.removable = isRemovableBlockDevice(blockName);
+        found.add(device);
+    }
+}
+
+} // namespace
+
+QList<UsbDevice> LinuxDeviceManager::detectUsbDevices() const
+{
+    FoundDevices found;
+    addMountedVolumes(found);
+    addMountTable(found);
+    addUnmountedDrives(found);
+    return found.devices;
+}
+
+} // namespace Tessarin::Platform::Linux

@@ -1,0 +1,52 @@
+// How sizes, dates, types, folders of the host and tooltips are written.
+#include "ui/Formatting.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QLocale>
+#include <QTextDocument>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace Tessarin::UI {
+
+QString fileTypeLabel(const QString &vaultPath)
+{
+    const QString suffix = QFileInfo(vaultPath).suffix();
+    if (suffix.isEmpty())
+        return QCoreApplication::translate("Tessarin::UI::MainWindow", "Arquivo");
+    return suffix.toUpper();
+}
+
+QString formatFileSize(qint64 bytes)
+{
+    return QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeTraditionalFormat);
+}
+
+QString formatFileDate(const QDateTime &when)
+{
+    if (!when.isValid())
+        return {};
+    return QLocale().toString(when.toLocalTime(), u"dd/MM/yyyy HH:mm"_s);
+}
+
+QString normalizeDirectoryPath(QString path)
+{
+    path = QDir::fromNativeSeparators(path.trimmed());
+    // A root of up to three characters ("/", "C:/") keeps its form.
+    while (path.size() >= 4 && path.endsWith(u'/'))
+        path.chop(1);
+    if (!path.endsWith(u'/'))
+        path.append(u'/');
+    return path;
+}
+
+QString plainToolTip(const QString &text)
+{
+    if (!Qt::mightBeRichText(text))
+        return text;
+    return u"<span>"_s + text.toHtmlEscaped() + u"</span>"_s;
+}
+
+} // namespace Tessarin::UI

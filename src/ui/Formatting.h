@@ -1,0 +1,24 @@
+// How sizes, dates, types, folders of the host and tooltips are written.
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+namespace Tessarin::UI {
+
+/// The suffix in upper case, or "Arquivo" where there is none.
+[[nodiscard]] QString fileTypeLabel(const QString &vaultPath);
+
+/// In the locale's way, one decimal, powers of 1024 written as KB, MB, GB.
+[[nodiscard]] QString formatFileSize(qint64 bytes);
+
+/// Local time as dd/MM/yyyy HH:mm; empty for an invalid time.
+[[nodiscard]] QString formatFileDate(const QDateTime &when);
+
+/// A folder of the host with "/" between its parts and exactly one at the end.
+[[nodiscard]] QString normalizeDirectoryPath(QString path);
+
+/// What to hand to setToolTip() so that `text` is shown as it stands, tags and entities included.
+[[nodiscard]] QString plainToolTip(const QString &text);
+
+} // namespace Tessarin::UI

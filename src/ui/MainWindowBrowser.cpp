@@ -1,0 +1,155 @@
+// The table of the window: when it is rebuilt, which row is chosen, and how people walk through the folders.
+#include "ui/MainWindow.h"
+
+#include "core/VaultPath.h"
+
+#include <QAction>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QSignalBlocker>
+#include <QTableWidget>
+#include <QTableWidgetItem>
+
+namespace Tessarin::UI {
+namespace {
+
+/// The item of the current row that carries the row's path and kind; null when no row is current.
+const QTableWidgetItem *currentRowItem(const QTableWidget &table)
+{
+    return table.currentRow() < 0 ? nullptr : table.item(table.currentRow(), VaultTable::NameColumn);
+}
+
+bool isKind(const QTableWidgetItem *item, VaultTableItemKind kind)
+{
+    return item && item->data(VaultTable::KindRole).toInt() == static_cast<int>(kind);
+}
+
+QString pathOf(const QTableWidgetItem *item)
+{
+    return item->data(VaultTable::PathRole).toString();
+}
+
+} // namespace
+
+void MainWindow::refreshVaultFiles()
+{
+    // A locked vault has no folder on show, and the next one opened starts at its root.
+    if (!isUnlocked())
+        currentDirectory.clear();
+
+    const QSignalBlocker blocker(filesTable);
+    filesTable->setUpdatesEnabled(false);
+    filesTable->setRowCount(0);
+    filesTable->clearSelection();
+    filesTable->setCurrentCell(-1, -1);
+    updateProtectedFilesLabel();
+    if (isUnlocked())
+        VaultTable::fill(*filesTable, vaultManager.fileIndex(), currentDirectory, sortColumn, sortOrder);
+    filesTable->setUpdatesEnabled(true);
+}
+
+void MainWindow::updateProtectedFilesLabel()
+{
+    if (!protectedFilesLabel)
+        return;
+    if (!isUnlocked()) {
+        protectedFilesLabel->setText(tr("Nenhum cofre em uso (aberto)"));
+        return;
+    }
+    const qsizetype fileCount = vaultManager.fileIndex().entries().size();
+    QString countText = tr("%1 arquivos no cofre.").arg(fileCount);
+    if (fileCount == 0)
+        countText = tr("O cofre está vazio.");
+    else if (fileCount == 1)
+        countText = tr("1 arquivo no cofre.");
+    const QString folder = currentDirectory.isEmpty() ? tr("Raiz") : currentDirectory;
+    protectedFilesLabel->setText(tr("Arquivos protegidos | Pasta: %1 | %2").arg(folder, countText));
+}
+
+QString MainWindow::selectedVaultPath() const
+{
+    const QTableWidgetItem *item = currentRowItem(*filesTable);
+    return isKind(item, VaultTableItemKind::File) ? pathOf(item) : QString();
+}
+
+QString MainWindow::selectedDirectoryPath() const
+{
+    return selectedItemIsDirectory() || selectedItemIsParentDirectory() ? pathOf(currentRowItem(*filesTable))
+                                                                        : QString();
+}
+
+bool MainWindow::selectedItemIsDirectory() const
+{
+    return isKind(currentRowItem(*filesTable), VaultTableItemKind::Directory);
+}
+
+bool MainWindow::selectedItemIsParentDirectory() const
+{
+    return isKind(currentRowItem(*filesTable), VaultTableItemKind::ParentDirectory);
+}
+
+void MainWindow::enterSelectedDirectory()
+{
+    const QString directory = selectedDirectoryPath();
+    if (directory.isEmpty())
+        return;
+    currentDirectory = directory;
+    refreshVaultFiles();
+    updateActions();
+}
+
+void MainWindow::navigateToParentDirectory()
+{
+    currentDirectory = Core::parentVaultPath(currentDirectory);
+    refreshVaultFiles();
+    updateActions();
+}
+
+void MainWindow::sortByColumn(int column)
+{
+    if (column == VaultTable::IconColumn)
+        return;
+    if (column != sortColumn) {
+        sortColumn = column;
+        sortOrder = Qt::AscendingOrder;
+    } else {
+        sortOrder = sortOrder == Qt::AscendingOrder ? Qt::DescendingOrder : Qt::AscendingOrder;
+    }
+    filesTable->horizontalHeader()->setSortIndicator(sortColumn, sortOrder);
+    refreshVaultFiles();
+    updateActions();
+}
+
+void MainWindow::openTableItem(QTableWidgetItem *item)
+{
+    if (!item)
+        return;
+    const QTableWidgetItem *rowItem = filesTable->item(item->row(), VaultTable::NameColumn);
+    if (isKind(rowItem, VaultTableItemKind::ParentDirectory))
+        run(&MainWindow::navigateToParentDirectory);
+    else if (isKind(rowItem, VaultTableItemKind::Directory))
+        run(&MainWindow::enterSelectedDirectory);
+    else if (openAction->isEnabled())
+        run(&MainWindow::openSelectedFile);
+}
+
+void MainWindow::showTableMenu(const QPoint &position)
+{
+    const QModelIndex index = filesTable->indexAt(position);
+    if (index.isValid())
+        filesTable->selectRow(index.row());
+    updateActions();
+
+    QMenu menu(this);
+    menu.addActions({createDirectoryAction, renameDirectoryAction, deleteDirectoryAction});
+    menu.addSeparator();
+    menu.addActions({importAction, exportAction, openAction});
+    if (!selectedVaultPath().isEmpty())
+        menu.addActions({moveFileAction, renameFileAction});
+    menu.addSeparator();
+    menu.addAction(deleteFileAction);
+    menu.exec(filesTable->viewport()->mapToGlobal(position));
+}
+
+} // namespace Tessarin::UI

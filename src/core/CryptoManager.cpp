@@ -1,0 +1,176 @@
+// libsodium's primitives behind byte arrays, and PBKDF2 over Qt's HMAC.
+#include "core/CryptoManager.h"
+
+#include "core/Secret.h"
+
+#include <QCryptographicHash>
+#include <QMessageAuthenticationCode>
+#include <QtEndian>
+
+#include <sodium.h>
+
+namespace Tessarin::Core {
+
+static_assert(CryptoManager::keySizeBytes == crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
+static_assert(CryptoManager::nonceSizeBytes == crypto_aead_xchacha20poly1305_ietf_NPUBBYTES);
+static_assert(CryptoManager::tagSizeBytes == crypto_aead_xchacha20poly1305_ietf_ABYTES);
+static_assert(CryptoManager::saltSizeBytes == crypto_pwhash_SALTBYTES);
+
+namespace {
+
+constexpr unsigned long long argonPasses = 3;
+constexpr size_t argonMemoryBytes = 256UL * 1024 * 1024;
+
+const unsigned char *bytesOf(const QByteArray &array)
+{
+    return reinterpret_cast<const unsigned char *>(array.constData());
+}
+
+unsigned char *bytesOf(QByteArray &array)
+{
+    return reinterpret_cast<unsigned char *>(array.data());
+}
+
+unsigned long long lengthOf(const QByteArray &array)
+{
+    return static_cast<unsigned long long>(array.size());
+}
+
+QByteArray argon2id(const QByteArray &password, const KeyDerivationParams &params)
+{
+    if (params.salt.size() < CryptoManager::saltSizeBytes)
+        return {};
+
+    QByteArray key(params.keyLength, Qt::Uninitialized);
+    if (crypto_pwhash(bytesOf(key), lengthOf(key), password.constData(), lengthOf(password),
+                      bytesOf(params.salt), argonPasses, argonMemoryBytes,
+                      crypto_pwhash_ALG_ARGON2ID13) != 0) {
+        wipe(key);
+        return {};
+    }
+    return key;
+}
+
+QByteArray pbkdf2Block(const QByteArray &password, const KeyDerivationParams &params, quint32 counter)
+{
+    QByteArray counterBytes(sizeof counter, Qt::Uninitialized);
+    qToBigEndian(counter, counterBytes.data());
+
+    const auto hmac = [&password](const QByteArray &message) {
+        return QMessageAuthenticationCode::hash(message, password, QCryptographicHash::Sha256);
+    };
+    QByteArray round = hmac(params.salt + counterBytes);
+    const WipedAtScopeEnd wipeRound(round);
+    QByteArray block(round.constData(), round.size());
+    for (qint32 iteration = 2; iteration <= params.iterations; ++iteration) {
+        round = hmac(round);
+        for (qsizetype i = 0; i < block.size(); ++i)
+            block[i] = static_cast<char>(block[i] ^ round.at(i));
+    }
+    return block;
+}
+
+QByteArray pbkdf2(const QByteArray &password, const KeyDerivationParams &params)
+{
+    if (params.iterations < 1)
+        return {};
+
+    QByteArray key;
+    key.reserve(params.keyLength + QCryptographicHash::hashLength(QCryptographicHash::Sha256));
+    for (quint32 counter = 1; key.size() < params.keyLength; ++counter) {
+        QByteArray block = pbkdf2Block(password, params, counter);
+        key.append(block);
+        wipe(block);
+    }
+    key.truncate(params.keyLength);
+    return key;
+}
+
+} // namespace
+
+CryptoManager::CryptoManager()
+{
+    // Repeated calls do nothing, and a library without its random source would stop the program by itself.
+    [[maybe_unused]] const int initialized = sodium_init();
+}
+
+QByteArray CryptoManager::generateSalt(int length) const
+{
+    if (length < 1)
+        return {};
+
+    QByteArray bytes(length, Qt::Uninitialized);
+    randombytes_buf(bytes.data(), static_cast<size_t>(length));
+    return bytes;
+}
+
+QByteArray CryptoManager::generateNonce(int length) const
+{
+    return generateSalt(length);
+}
+
+QByteArray CryptoManager::encrypt(const QByteArray &plaintext, const QByteArray &key, const QByteArray &nonce,
+                                  const QByteArray &associatedData) const
+{
+    if (key.size() != keySizeBytes || nonce.size() != nonceSizeBytes)
+        return {};
+
+    QByteArray ciphertext(plaintext.size() + tagSizeBytes, Qt::Uninitialized);
+    unsigned long long written = 0;
+    if (crypto_aead_xchacha20poly1305_ietf_encrypt(
+            bytesOf(ciphertext), &written, bytesOf(plaintext), lengthOf(plaintext), bytesOf(associatedData),
+            lengthOf(associatedData), nullptr, bytesOf(nonce), bytesOf(key)) != 0) {
+        return {};
+    }
+    ciphertext.truncate(static_cast<qsizetype>(written));
+    return ciphertext;
+}
+
+QByteArray CryptoManager::decrypt(const QByteArray &ciphertextWithTag, const QByteArray &key,
+                                  const QByteArray &nonce, const QByteArray &associatedData) const
+{
+    if (key.size() != keySizeBytes || nonce.size() != nonceSizeBytes ||
+        ciphertextWithTag.size() < tagSizeBytes)
+        return {};
+
+    QByteArray plaintext(ciphertextWithTag.size() - tagSizeBytes, Qt::Uninitialized);
+    unsigned long long written = 0;
+    if (crypto_aead_xchacha20poly1305_ietf_decrypt(
+            bytesOf(plaintext), &written, nullptr, bytesOf(ciphertextWithTag), lengthOf(ciphertextWithTag),
+            bytesOf(associatedData), lengthOf(associatedData), bytesOf(nonce), bytesOf(key)) != 0) {
+        return {};
+    }
+    plaintext.truncate(static_cast<qsizetype>(written));
+    return plaintext;
+}
+
+QByteArray CryptoManager::hmacSha256(const QByteArray &data, const QByteArray &key) const
+{
+    if (key.size() < static_cast<qsizetype>(crypto_auth_hmacsha256_KEYBYTES))
+        return {};
+
+    QByteArray mac(crypto_auth_hmacsha256_BYTES, Qt::Uninitialized);
+    crypto_auth_hmacsha256(bytesOf(mac), bytesOf(data), lengthOf(data), bytesOf(key));
+    return mac;
+}
+
+QByteArray CryptoManager::deriveKey(const QByteArray &password, const KeyDerivationParams &params) const
+{
+    if (password.isEmpty() || params.salt.isEmpty() || params.keyLength < 1)
+        return {};
+
+    return params.kdf == QLatin1String("Argon2id") ? argon2id(password, params) : pbkdf2(password, params);
+}
+
+bool CryptoManager::constantTimeEquals(const QByteArray &a, const QByteArray &b) const
+{
+    if (a.size() != b.size())
+        return false;
+
+    unsigned char difference = 0;
+    for (qsizetype i = 0; i < a.size(); ++i)
+        difference = static_cast<unsigned char>(difference | (bytesOf(a)[i] ^ bytesOf(b)[i]));
+    return difference == 0;
+}
+
+} // namespace Tessarin::Core

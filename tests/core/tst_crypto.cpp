@@ -1,0 +1,147 @@
+// The primitives against published vectors and against another implementation of Argon2.
+#include "core/AuthManager.h"
+#include "core/CryptoManager.h"
+
+#include <QCryptographicHash>
+#include <QProcess>
+#include <QTest>
+
+using namespace Tessarin::Core;
+
+namespace {
+
+QByteArray counting(char first, int count)
+{
+    QByteArray bytes;
+    for (int i = 0; i < count; ++i)
+        bytes += static_cast<char>(first + i);
+    return bytes;
+}
+
+} // namespace
+
+class CryptoTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    const CryptoManager crypto{};
+    // draft-irtf-cfrg-xchacha, A.3.1
+    const QByteArray key = counting('\x80', 32);
+    const QByteArray nonce = counting('\x40', 24);
+    const QByteArray associatedData = QByteArray::fromHex("50515253c0c1c2c3c4c5c6c7");
+    const QByteArray plaintext =
+        "Ladies and Gentlemen of the class of '99: If I could offer you only one tip for the "
+        "future, sunscreen would be it.";
+    const QByteArray ciphertext = QByteArray::fromHex("bd6d179d3e83d43b9576579493c0e939572a1700252bfaccbed290"
+                                                      "2c21396cbb731c7f1b0b4aa6440bf3a82f4eda7e39ae64c670"
+                                                      "8c54c216cb96b72e1213b4522f8c9ba40db5d945b11b69b982c1bb"
+                                                      "9e3f3fac2bc369488f76b2383565d3fff921f9664c97637da9"
+                                                      "768812f615c68b13b52ec0875924c1c7987947deafd8780acf49");
+
+private Q_SLOTS:
+    void sealingFollowsTheDraftAndOpensAgain()
+    {
+        QCOMPARE(crypto.encrypt(plaintext, key, nonce, associatedData), ciphertext);
+        QCOMPARE(crypto.decrypt(ciphertext, key, nonce, associatedData), plaintext);
+        const QByteArray sealedNothing = crypto.encrypt({}, key, nonce, {});
+        QCOMPARE(sealedNothing.size(), 16);
+        QVERIFY(crypto.decrypt(sealedNothing, key, nonce, {}).isEmpty());
+    }
+
+    void everyFlippedBitIsNoticed()
+    {
+        const auto flipped = [](QByteArray bytes, qsizetype at) {
+            bytes[at] = static_cast<char>(bytes[at] ^ 0x10);
+            return bytes;
+        };
+        for (qsizetype at = 0; at < ciphertext.size(); ++at)
+            QVERIFY(crypto.decrypt(flipped(ciphertext, at), key, nonce, associatedData).isEmpty());
+        QVERIFY(crypto.decrypt(ciphertext, flipped(key, 31), nonce, associatedData).isEmpty());
+        QVERIFY(crypto.decrypt(ciphertext, key, flipped(nonce, 23), associatedData).isEmpty());
+        QVERIFY(crypto.decrypt(ciphertext, key, nonce, flipped(associatedData, 0)).isEmpty());
+        QVERIFY(crypto.decrypt(ciphertext, key, nonce, {}).isEmpty());
+    }
+
+    void wrongSizesAreRefused()
+    {
+        QVERIFY(crypto.encrypt(plaintext, key.left(31), nonce, {}).isEmpty());
+        QVERIFY(crypto.encrypt(plaintext, key + 'x', nonce, {}).isEmpty());
+        QVERIFY(crypto.encrypt(plaintext, key, nonce.left(12), {}).isEmpty());
+        QVERIFY(crypto.decrypt(ciphertext.left(15), key, nonce, associatedData).isEmpty());
+        QVERIFY(crypto.decrypt({}, key, nonce, associatedData).isEmpty());
+        QVERIFY(crypto.generateSalt(0).isEmpty() && crypto.generateSalt(-1).isEmpty());
+        QVERIFY(crypto.generateNonce(24) != crypto.generateNonce(24));
+    }
+
+    void keyedHashFollowsTheRfcWithinItsFixedKeySize()
+    {
+        // RFC 4231, cases 1 and 2: HMAC pads a short key with zeros, so the padded one hashes alike.
+        const QByteArray first = QByteArray(20, '\x0b') + QByteArray(12, '\0');
+        QCOMPARE(crypto.hmacSha256("Hi There", first).toHex(),
+                 "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
+        const QByteArray second = QByteArray("Jefe") + QByteArray(28, '\0');
+        QCOMPARE(crypto.hmacSha256("what do ya want for nothing?", second).toHex(),
+                 "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+        QCOMPARE(crypto.hmacSha256("Hi There", first + "ignored"), crypto.hmacSha256("Hi There", first));
+        QVERIFY(crypto.hmacSha256("Hi There", first.left(31)).isEmpty());
+    }
+
+    void fallbackDerivationFollowsTheRfc()
+    {
+        // RFC 7914, section 11
+        const QByteArray oneRound = crypto.deriveKey("passwd", {QStringLiteral("argon2id"), "salt", 1, 64});
+        QCOMPARE(oneRound.toHex(), "55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc"
+                                   "49ca9cccf179b645991664b39d77ef317c71b845b1e30bd509112041d3a19783");
+        QCOMPARE(crypto.deriveKey("passwd", {{}, "salt", 1, 20}), oneRound.left(20));
+        QCOMPARE(crypto.deriveKey("Password", {QStringLiteral("PBKDF2"), "NaCl", 80000, 64}).toHex(),
+                 "4ddcd8f60b98be21830cee5ef22701f9641a4418d04c0414aeff08876b34ab56"
+                 "a1d425a1225833549adb841b51c9b3176a272bdebba1d078478f62b397f33c8d");
+        QVERIFY(crypto.deriveKey("passwd", {{}, "salt", 0, 64}).isEmpty());
+    }
+
+    void argon2AgreesWithTheReferenceCommand()
+    {
+        const QByteArray salt = "0123456789abcdef";
+        QProcess reference;
+        reference.start(QStringLiteral("argon2"),
+                        {QString::fromLatin1(salt), QStringLiteral("-id"), QStringLiteral("-t"),
+                         QStringLiteral("3"), QStringLiteral("-k"), QStringLiteral("262144"),
+                         QStringLiteral("-p"), QStringLiteral("1"), QStringLiteral("-l"),
+                         QStringLiteral("64"), QStringLiteral("-r")});
+        reference.write("correct horse");
+        reference.closeWriteChannel();
+        QVERIFY2(reference.waitForFinished(), "the argon2 command is missing");
+        const QByteArray expected = QByteArray::fromHex(reference.readAllStandardOutput().trimmed());
+        QCOMPARE(expected.size(), 64);
+
+        const KeyDerivationParams params{QStringLiteral("Argon2id"), salt, 0, 64};
+        const QByteArray derived = crypto.deriveKey("correct horse", params);
+        QCOMPARE(derived, expected);
+
+        const QByteArray hash = QCryptographicHash::hash(derived, QCryptographicHash::Sha256);
+        QVERIFY(AuthManager(crypto).authenticate("correct horse", hash, params));
+        QVERIFY(!AuthManager(crypto).authenticate("correct horse", {}, params));
+    }
+
+    void derivationRefusesWhatItCannotUse()
+    {
+        const QString argon = QStringLiteral("Argon2id");
+        QVERIFY(crypto.deriveKey({}, {argon, QByteArray(16, 's'), 0, 64}).isEmpty());
+        QVERIFY(crypto.deriveKey("password", {argon, {}, 0, 64}).isEmpty());
+        QVERIFY(crypto.deriveKey("password", {argon, QByteArray(15, 's'), 0, 64}).isEmpty());
+        QVERIFY(crypto.deriveKey("password", {argon, QByteArray(16, 's'), 0, 0}).isEmpty());
+    }
+
+    void comparisonLooksAtLengthAndEveryByte()
+    {
+        QVERIFY(crypto.constantTimeEquals({}, {}));
+        QVERIFY(crypto.constantTimeEquals("abc", "abc"));
+        QVERIFY(!crypto.constantTimeEquals("abc", "abcd"));
+        QVERIFY(!crypto.constantTimeEquals("abc", "abC"));
+        QVERIFY(!crypto.constantTimeEquals("Abc", "abc"));
+    }
+};
+
+QTEST_GUILESS_MAIN(CryptoTest)
+#include "tst_crypto.moc"

@@ -1,0 +1,235 @@
+// The container file: prologue, header area, blocks.
+#include "core/ContainerManager.h"
+
+#include "core/HostFile.h"
+#include "core/JsonText.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+
+namespace Tessarin::Core {
+
+using namespace ContainerFormat;
+
+namespace {
+
+/// The length line as this program writes it has 21 bytes; readers bear white space around the number, but
+/// not a line without end.
+constexpr qint64 longestLengthLine = 256;
+
+bool writeAll(QIODevice &device, const QByteArray &bytes)
+{
+    return device.write(bytes) == bytes.size();
+}
+
+QByteArray lengthLine(qint64 headerLength)
+{
+    return QByteArray::number(headerLength).rightJustified(lengthDigits, '0') + '\n';
+}
+
+/// Length line, header and zero fill, written from behind the magic.
+bool writeHeaderArea(QIODevice &device, const QByteArray &header)
+{
+    if (header.size() > headerAreaSize || !device.seek(fileMagicSize))
+        return false;
+
+    QByteArray area = lengthLine(header.size()) + header;
+    area.append(headerAreaSize - header.size(), '\0');
+    return writeAll(device, area);
+}
+
+bool readMagic(QIODevice &device)
+{
+    return device.read(fileMagicSize) == QByteArray::fromRawData(fileMagic, fileMagicSize);
+}
+
+/// The line after the magic, its line feed included; empty when there is none within reach.
+QByteArray readLengthLine(QIODevice &device)
+{
+    QByteArray line = device.readLine(longestLengthLine);
+    return line.endsWith('\n') ? line : QByteArray();
+}
+
+QByteArray bytesFromJson(const QJsonObject &object, QLatin1String key)
+{
+    return QByteArray::fromBase64(object.value(key).toString().toLatin1());
+}
+
+bool isHeaderOfThisFormat(const QJsonObject &header)
+{
+    return header.value(QLatin1String("magic")).toString() == QLatin1String(headerMagic) &&
+           header.value(QLatin1String("formatVersion")).toInt(0) == version;
+}
+
+ContainerDocument documentFromJson(const QJsonObject &header, ContainerCryptoMetadata crypto)
+{
+    ContainerDocument document;
+    document.crypto = std::move(crypto);
+    const QJsonObject plainIndex = header.value(QLatin1String("fileIndex")).toObject();
+    static_cast<void>(document.fileIndex.fromJson(QJsonDocument(plainIndex).toJson(QJsonDocument::Compact)));
+    document.encryptedIndex = bytesFromJson(header, QLatin1String("encryptedIndex"));
+    document.encryptedPayload = bytesFromJson(header, QLatin1String("encryptedPayload"));
+    const QJsonObject payloads = header.value(QLatin1String("filePayloads")).toObject();
+    for (auto payload = payloads.begin(); payload != payloads.end(); ++payload)
+        document.filePayloads.insert(payload.key(),
+                                     QByteArray::fromBase64(payload.value().toString().toLatin1()));
+    return document;
+}
+
+} // namespace
+
+QString ContainerManager::containerPath(const QString &rootPath) const
+{
+    return QDir(rootPath).filePath(QLatin1String(defaultFileName));
+}
+
+bool ContainerManager::containerExists(const QString &rootPath) const
+{
+    return QFileInfo(containerPath(rootPath)).isFile();
+}
+
+QJsonObject ContainerManager::cryptoMetadataToJson(const ContainerCryptoMetadata &metadata) const
+{
+    const auto base64 = [](const QByteArray &bytes) { return QString::fromLatin1(bytes.toBase64()); };
+    return {
+        {QLatin1String("kdf"), metadata.kdf},
+        {QLatin1String("cipher"), metadata.cipher},
+        {QLatin1String("kdfIterations"), metadata.kdfIterations},
+        {QLatin1String("salt"), base64(metadata.salt)},
+        {QLatin1String("nonce"), base64(metadata.nonce)},
+        {QLatin1String("payloadNonce"), base64(metadata.payloadNonce)},
+        {QLatin1String("authTag"), base64(metadata.authTag)},
+        {QLatin1String("encryptedMasterKey"), base64(metadata.encryptedMasterKey)},
+    };
+}
+
+ContainerCryptoMetadata ContainerManager::cryptoMetadataFromJson(const QJsonObject &object) const
+{
+    ContainerCryptoMetadata metadata;
+    metadata.kdf = object.value(QLatin1String("kdf")).toString();
+    metadata.cipher = object.value(QLatin1String("cipher")).toString();
+    metadata.kdfIterations = object.value(QLatin1String("kdfIterations")).toInt(defaultKdfIterations);
+    metadata.salt = bytesFromJson(object, QLatin1String("salt"));
+    metadata.nonce = bytesFromJson(object, QLatin1String("nonce"));
+    metadata.payloadNonce = bytesFromJson(object, QLatin1String("payloadNonce"));
+    metadata.authTag = bytesFromJson(object, QLatin1String("authTag"));
+    metadata.encryptedMasterKey = bytesFromJson(object, QLatin1String("encryptedMasterKey"));
+    return metadata;
+}
+
+QByteArray ContainerManager::buildHeader(const ContainerDocument &document) const
+{
+    const ContainerCryptoMetadata &crypto = document.crypto;
+    JsonText json;
+    json.beginObject();
+    json.key("magic");
+    json.plainValue(headerMagic);
+    json.key("formatVersion");
+    json.value(qint64(document.formatVersion));
+    json.key("crypto");
+    json.beginObject();
+    json.key("kdf");
+    json.value(crypto.kdf);
+    json.key("cipher");
+    json.value(crypto.cipher);
+    json.key("kdfIterations");
+    json.value(qint64(crypto.kdfIterations));
+    json.key("salt");
+    json.plainValue(crypto.salt.toBase64());
+    json.key("nonce");
+    json.plainValue(crypto.nonce.toBase64());
+    json.key("payloadNonce");
+    json.plainValue(crypto.payloadNonce.toBase64());
+    json.key("authTag");
+    json.plainValue(crypto.authTag.toBase64());
+    json.key("encryptedMasterKey");
+    json.plainValue(crypto.encryptedMasterKey.toBase64());
+    json.endObject();
+    json.key("encryptedIndex");
+    json.plainValue(document.encryptedIndex.toBase64());
+    json.endObject();
+    return json.take();
+}
+
+bool ContainerManager::writeDocument(const QString &path, const ContainerDocument &document,
+                                     const PayloadWriter &payloadWriter) const
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return false;
+
+    if (!writeAll(file, QByteArray::fromRawData(fileMagic, fileMagicSize)) || !writeHeaderArea(file, {}))
+        return false;
+    if (payloadWriter && !payloadWriter(file))
+        return false;
+    if (!writeHeaderArea(file, buildHeader(document)) || !file.commit())
+        return false;
+
+    syncDirectory(QFileInfo(path).absolutePath());
+    return true;
+}
+
+bool ContainerManager::writeDocument(const QString &path, const ContainerDocument &document) const
+{
+    return writeDocument(path, document, {});
+}
+
+bool ContainerManager::updateDocumentHeader(const QString &path, const ContainerDocument &document) const
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
+        !readMagic(file))
+        return false;
+    // Behind a line of another length the blocks begin elsewhere, and the area written here would reach
+    // into them.
+    if (readLengthLine(file).size() != lengthLineSize)
+        return false;
+
+    return writeHeaderArea(file, buildHeader(document)) && syncFile(file);
+}
+
+bool ContainerManager::readDocument(const QString &path, ContainerDocument *document) const
+{
+    QFile file(path);
+    if (document == nullptr || !file.open(QIODevice::ReadOnly) || !readMagic(file))
+        return false;
+
+    const QByteArray line = readLengthLine(file);
+    bool isNumber = false;
+    const qint64 headerLength = line.trimmed().toLongLong(&isNumber, 10);
+    if (!isNumber || headerLength < 1 || headerLength > headerAreaSize)
+        return false;
+
+    QByteArray area = file.read(headerAreaSize);
+    if (area.size() != headerAreaSize)
+        return false;
+    area.truncate(headerLength);
+
+    const QJsonDocument json = QJsonDocument::fromJson(area);
+    if (!json.isObject() || !isHeaderOfThisFormat(json.object()))
+        return false;
+
+    const QJsonObject header = json.object();
+    *document =
+        documentFromJson(header, cryptoMetadataFromJson(header.value(QLatin1String("crypto")).toObject()));
+    document->payloadOffset = fileMagicSize + line.size() + headerAreaSize;
+    return true;
+}
+
+QByteArray ContainerManager::readContainer(const QString &path) const
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool ContainerManager::writeContainer(const QString &path, const QByteArray &bytes) const
+{
+    QSaveFile file(path);
+    return file.open(QIODevice::WriteOnly) && writeAll(file, bytes) && file.commit();
+}
+
+} // namespace Tessarin::Core

@@ -1,0 +1,211 @@
+// The container file byte by byte, and what is refused.
+#include "core/ContainerManager.h"
+#include "support/VaultFixture.h"
+
+#include <QJsonObject>
+#include <QTest>
+
+using namespace Tessarin::Core;
+using namespace Tessarin::Tests;
+using namespace Qt::Literals::StringLiterals;
+
+class ContainerTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    const ContainerManager containers{};
+    QTemporaryDir folder;
+    const QString path = folder.filePath(u"tessarin.trvx"_s);
+    ContainerDocument sample;
+
+    /// A file with this length line and these bytes in its header area.
+    void writeRaw(const QByteArray &lengthLine, const QByteArray &header) const
+    {
+        writeFile(path, "TRAVEX3" + lengthLine + header + QByteArray(8388608 - header.size(), '\0'));
+    }
+
+    [[nodiscard]] bool reads() const
+    {
+        ContainerDocument read;
+        return containers.readDocument(path, &read);
+    }
+
+    static QByteArray lengthLine(qsizetype length)
+    {
+        return QByteArray::number(length).rightJustified(20, '0') + '\n';
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        sample = {};
+        sample.crypto.kdf = u"Argon2id"_s;
+        sample.crypto.cipher = u"XChaCha20-Poly1305"_s;
+        sample.crypto.kdfIterations = 0;
+        sample.crypto.salt = "0123456789abcdef";
+        sample.crypto.nonce = QByteArray(24, 'n');
+        sample.crypto.payloadNonce = QByteArray(24, 'p');
+        sample.crypto.encryptedMasterKey = "key";
+        sample.encryptedIndex = "index";
+    }
+
+    void aDocumentIsWrittenByteByByteAndReadBack()
+    {
+        QVERIFY(containers.writeDocument(path, sample, [](QIODevice &output) {
+            return output.pos() == 8388636 && output.write("blocks") == 6;
+        }));
+        const QByteArray header =
+            R"({"magic":"TRAVEX","formatVersion":3,"crypto":{"kdf":"Argon2id","cipher":"XChaCha20-Poly1305",)"
+            R"("kdfIterations":0,"salt":"MDEyMzQ1Njc4OWFiY2RlZg==","nonce":"bm5ubm5ubm5ubm5ubm5ubm5ubm5ubm5u",)"
+            R"("payloadNonce":"cHBwcHBwcHBwcHBwcHBwcHBwcHBwcHBw","authTag":"","encryptedMasterKey":"a2V5"},)"
+            R"("encryptedIndex":"aW5kZXg="})";
+        const QByteArray whole = "TRAVEX3" + lengthLine(header.size()) + header +
+                                 QByteArray(8388608 - header.size(), '\0') + "blocks";
+        QVERIFY(readFile(path) == whole);
+        QVERIFY(containers.readContainer(path) == whole);
+
+        ContainerDocument read;
+        QVERIFY(containers.readDocument(path, &read));
+        QCOMPARE(containers.buildHeader(read), header);
+        QCOMPARE(read.payloadOffset, 8388636);
+        QCOMPARE(containers.cryptoMetadataToJson(read.crypto),
+                 containers.cryptoMetadataToJson(sample.crypto));
+    }
+
+    void headersAreRewrittenInPlaceWithoutTouchingBlocks()
+    {
+        QVERIFY(
+            containers.writeDocument(path, sample, [](QIODevice &out) { return out.write("blocks") == 6; }));
+        sample.encryptedIndex = QByteArray(5000, 'i');
+        QVERIFY(containers.updateDocumentHeader(path, sample));
+        sample.encryptedIndex = "short";
+        QVERIFY(containers.updateDocumentHeader(path, sample));
+        const QByteArray updated = readFile(path);
+        QVERIFY(
+            containers.writeDocument(path, sample, [](QIODevice &out) { return out.write("blocks") == 6; }));
+        QVERIFY(updated == readFile(path));
+    }
+
+    void aFailedWriterLeavesTheFormerFile()
+    {
+        QVERIFY(containers.writeContainer(path, "former"));
+        QVERIFY(!containers.writeDocument(path, sample, [](QIODevice &) { return false; }));
+        QCOMPARE(readFile(path), "former");
+        QVERIFY(!containers.updateDocumentHeader(path, sample));
+        QCOMPARE(readFile(path), "former");
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden).size(), 1);
+    }
+
+    void theHeaderFillsItsAreaExactlyOrIsRefused()
+    {
+        sample.crypto.kdf.clear();
+        sample.encryptedIndex.clear();
+        const qsizetype room = 8388608 - containers.buildHeader(sample).size();
+        sample.crypto.kdf = QString(room, u'k');
+        QVERIFY(containers.writeDocument(path, sample));
+        QVERIFY(reads());
+        QCOMPARE(QFileInfo(path).size(), 8388636);
+        const QByteArray full = readFile(path);
+        QVERIFY(containers.updateDocumentHeader(path, sample));
+
+        sample.crypto.kdf += u'k';
+        QVERIFY(!containers.writeDocument(path, sample));
+        QVERIFY(!containers.updateDocumentHeader(path, sample));
+        QVERIFY(readFile(path) == full);
+    }
+
+    void hostileLengthLinesAreRefused_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("zero") << lengthLine(0);
+        QTest::newRow("over the area") << lengthLine(8388609);
+        QTest::newRow("beyond 64 bits") << QByteArray(20, '9') + '\n';
+        QTest::newRow("negative") << QByteArray("-1\n");
+        QTest::newRow("no number") << QByteArray("0000000000000000004x\n");
+        QTest::newRow("hexadecimal") << QByteArray("0x10\n");
+        QTest::newRow("empty") << QByteArray("\n");
+        QTest::newRow("without end") << QByteArray(100000, '0');
+    }
+    void hostileLengthLinesAreRefused()
+    {
+        QFETCH(QByteArray, line);
+        writeRaw(line, containers.buildHeader(sample));
+        QVERIFY(!reads());
+    }
+
+    void hugeFileWithoutALineFeedIsRefusedAtOnce()
+    {
+        writeFile(path, "TRAVEX3");
+        QVERIFY(QFile::resize(path, 100000000000));
+        QVERIFY(!reads());
+    }
+
+    void damagedHeadersAreRefused()
+    {
+        const QByteArray header = containers.buildHeader(sample);
+        const auto readsWith = [&](QByteArray changed) {
+            writeRaw(lengthLine(changed.size()), changed);
+            return reads();
+        };
+        QVERIFY(readsWith(header));
+        QVERIFY(!readsWith(QByteArray(header).replace("\"TRAVEX\"", "\"TRAVEX3\"")));
+        QVERIFY(!readsWith(QByteArray(header).replace("\"TRAVEX\"", "\"travex\"")));
+        QVERIFY(!readsWith(QByteArray(header).replace(":3,", ":2,")));
+        QVERIFY(!readsWith(header.chopped(1)));
+        QVERIFY(!readsWith("[" + header + "]"));
+        QVERIFY(!readsWith("{\"magic\":\"TRAVEX\"}"));
+
+        writeRaw(lengthLine(header.size()), header);
+        for (const qint64 size : {0, 6, 7, 20, 28, 1000, 8388635}) {
+            QVERIFY(QFile::resize(path, 8388636) && QFile::resize(path, size));
+            QVERIFY(!reads());
+        }
+        writeRaw(lengthLine(header.size()), header);
+        overwrite(path, 0, "TRAVEX2");
+        QVERIFY(!reads() && !containers.updateDocumentHeader(path, sample));
+        QVERIFY(!containers.readDocument(path, nullptr) && !containers.readDocument(folder.path(), &sample));
+    }
+
+    void missingMembersReadAsDefaultsAndLegacyOnesAreRead()
+    {
+        const QByteArray bare = R"({"formatVersion":3,"magic":"TRAVEX"})";
+        writeRaw(lengthLine(bare.size()), bare);
+        ContainerDocument read;
+        QVERIFY(containers.readDocument(path, &read));
+        QCOMPARE(read.crypto.kdfIterations, 250000);
+        QVERIFY(read.crypto.kdf.isEmpty() && read.encryptedIndex.isEmpty() && read.crypto.salt.isEmpty());
+
+        const QByteArray legacy =
+            R"({"magic":"TRAVEX","formatVersion":3,"encryptedPayload":"b2xk","filePayloads":{"a":"QQ==","b":"Qg=="},)"
+            R"("fileIndex":{"files":[{"vaultPath":"x"}]}})";
+        writeRaw(lengthLine(legacy.size()), legacy);
+        QVERIFY(containers.readDocument(path, &read));
+        QCOMPARE(read.encryptedPayload, "old");
+        QCOMPARE(read.filePayloads, (QHash<QString, QByteArray>{{u"a"_s, "A"}, {u"b"_s, "B"}}));
+        QVERIFY(read.fileIndex.contains(u"x"_s));
+        QVERIFY(!containers.buildHeader(read).contains("ayload\":\"b2"));
+    }
+
+    void aLongerLengthLineReadsButIsNeverWrittenOver()
+    {
+        const QByteArray header = containers.buildHeader(sample);
+        writeRaw(QByteArray::number(header.size()).rightJustified(20, '0') + "  \n", header);
+        const QByteArray former = readFile(path);
+        ContainerDocument read;
+        QVERIFY(containers.readDocument(path, &read));
+        QCOMPARE(read.payloadOffset, 8388638);
+        QVERIFY(!containers.updateDocumentHeader(path, read));
+        QVERIFY(readFile(path) == former);
+    }
+
+    void theDefaultContainerLiesInTheRoot()
+    {
+        QCOMPARE(containers.containerPath(u"/media/u/STICK"_s), u"/media/u/STICK/tessarin.trvx"_s);
+        QVERIFY(containers.containerExists(folder.path()));
+        QVERIFY(!containers.containerExists(u"/nowhere"_s));
+    }
+};
+
+QTEST_GUILESS_MAIN(ContainerTest)
+#include "tst_container.moc"

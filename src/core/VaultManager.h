@@ -1,0 +1,182 @@
+// The vault session, the only door to a vault's contents.
+//
+// The life of a vault:
+//   createVault     a container with a fresh master key and an empty index; it stays locked
+//   unlockVault     password -> master key -> index, all in memory; the temporary workspace stands ready
+//   importFile      encrypted blocks appended to the container, then the index that lists them
+//   exportFile      blocks found by the index, decrypted and checked, written outside
+//   prepareFileForEditing   a decrypted copy in the workspace, remembered
+//   lockVault       changed copies go back in, the workspace goes, the key is wiped
+//   changePassword  the master key wrapped anew; no file is touched
+//   compactVault    the container rebuilt without the bytes of deleted files
+//
+// Every operation answers with true or false and leaves the words to the window. An operation that changes
+// the index builds the new one, writes it, and adopts it only when the container holds it; after a failure
+// the former index stays in force. Everything runs on the caller's thread.
+#pragma once
+
+#include "core/ContainerManager.h"
+#include "core/CryptoManager.h"
+#include "core/FileSyncManager.h"
+#include "core/SecureFileIndex.h"
+#include "core/TempWorkspaceManager.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QString>
+
+#include <functional>
+
+class QFile;
+class QIODevice;
+
+namespace Tessarin::Core {
+
+/// Told after every block or chunk: bytes done, bytes in all, and what is being worked on. May be empty; it
+/// cannot cancel anything.
+using ProgressCallback = std::function<void(qint64 doneBytes, qint64 totalBytes, const QString &label)>;
+
+class VaultManager
+{
+public:
+    enum State : int { Locked = 0, Unlocked = 1 };
+
+    /// Characters that a new password has at least.
+    static constexpr qsizetype minimumPasswordLength = 12;
+
+    VaultManager();
+    ~VaultManager();
+    Q_DISABLE_COPY_MOVE(VaultManager)
+
+    // Session (VaultSession.cpp) ----------------------------------------------------------------------------
+
+    [[nodiscard]] State state() const;
+
+    /// The index in memory. After locking it is still the last vault's: ask state() first.
+    [[nodiscard]] SecureFileIndex fileIndex() const;
+
+    /// Writes a new, empty vault; passwords are UTF-8. An unlocked session is locked first. False when the
+    /// password is too short or the container cannot be written.
+    [[nodiscard]] bool createVault(const QString &containerPath, const QByteArray &password);
+
+    /// False on a wrong password or a damaged container (the two are not told apart). Also false, but with
+    /// the session unlocked, when the temporary workspace could not be prepared. An unlocked session is
+    /// locked first.
+    [[nodiscard]] bool unlockVault(const QString &containerPath, const QByteArray &password);
+
+    /// Writes changed copies back, removes the workspace, forgets the key. False with the session still
+    /// unlocked when a copy could not be written back; false with it locked when the workspace stayed.
+    [[nodiscard]] bool lockVault();
+
+    /// Wraps the master key under a new password; only while locked. No file data is touched.
+    [[nodiscard]] bool changePassword(const QString &containerPath, const QByteArray &currentPassword,
+                                      const QByteArray &newPassword);
+
+    /// Stores a new index in the container and adopts it.
+    [[nodiscard]] bool saveIndex(const SecureFileIndex &index);
+
+    // Storage (VaultStorage.cpp) ----------------------------------------------------------------------------
+
+    /// Stores a local file under a vault path, in place of a file of that name. Only what was appended is
+    /// undone on failure. A temporary copy of the replaced file is no longer written back on lock, unless it
+    /// is the source itself.
+    [[nodiscard]] bool importFile(const QString &sourcePath, const QString &vaultPath,
+                                  const ProgressCallback &progress);
+    [[nodiscard]] bool importFile(const QString &sourcePath, const QString &vaultPath);
+
+    /// Writes the plaintext of a file to an open device. The path is used as it is, ignoring letter case.
+    [[nodiscard]] bool writeVaultFileToDevice(const QString &vaultPath, QIODevice *device) const;
+
+    /// Writes the plaintext of a file to a local path. What was written before a failure stays there.
+    [[nodiscard]] bool exportFile(const QString &vaultPath, const QString &targetPath) const;
+
+    // Namespace (VaultNamespace.cpp) ------------------------------------------------------------------------
+    // All refuse what does not exist, and a target that exists already, letter case aside. Moving and
+    // renaming are refused while a temporary copy of what is moved is open.
+
+    /// `targetDirectory` empty is the root; it must exist.
+    [[nodiscard]] bool moveFile(const QString &filePath, const QString &targetDirectory);
+    /// `newFilePath` is a whole path.
+    [[nodiscard]] bool renameFile(const QString &filePath, const QString &newFilePath);
+    /// Takes the file out of the index; its blocks stay in the container until compaction.
+    [[nodiscard]] bool deleteFile(const QString &filePath);
+    /// Creates missing parents too.
+    [[nodiscard]] bool createDirectory(const QString &directoryPath);
+    /// Also moves a directory, with all below it.
+    [[nodiscard]] bool renameDirectory(const QString &directoryPath, const QString &newDirectoryPath);
+    /// Only an empty directory.
+    [[nodiscard]] bool deleteDirectory(const QString &directoryPath);
+
+    // Compaction (VaultCompaction.cpp) ----------------------------------------------------------------------
+
+    /// Rebuilds the container without unreferenced blocks. When the old container is gone and the new one
+    /// could not be put in its place, `preservedPath` (may be null) receives where the new one lies.
+    [[nodiscard]] bool compactVault(const ProgressCallback &progress, QString *preservedPath);
+
+    // Editing (VaultEditing.cpp) ----------------------------------------------------------------------------
+
+    /// Decrypts a file into the workspace and remembers the copy; `tempPath` receives where it lies. A copy
+    /// that exists already is overwritten.
+    [[nodiscard]] bool prepareFileForEditing(const QString &vaultPath, QString *tempPath);
+
+    /// Imports every changed copy; stops at the first failure.
+    [[nodiscard]] bool syncModifiedTempFiles();
+
+    /// The opened files whose copies have changed.
+    [[nodiscard]] QList<TrackedTempFile> modifiedOpenFiles() const;
+
+    /// The directory that holds the temporary copies.
+    [[nodiscard]] QString workspacePath() const;
+
+private:
+    // Session
+    [[nodiscard]] QByteArray associatedData(const ContainerDocument &document,
+                                            const QByteArray &purpose) const;
+    [[nodiscard]] QByteArray deriveSessionKey(const QByteArray &password,
+                                              const ContainerCryptoMetadata &metadata) const;
+    [[nodiscard]] QByteArray encryptMasterKey(const ContainerDocument &document, const QByteArray &password,
+                                              const QByteArray &key) const;
+    [[nodiscard]] QByteArray decryptMasterKey(const ContainerDocument &document,
+                                              const QByteArray &password) const;
+    [[nodiscard]] QByteArray encryptIndex(const ContainerDocument &document,
+                                          const SecureFileIndex &index) const;
+    [[nodiscard]] bool decryptIndex(const ContainerDocument &document, SecureFileIndex *index) const;
+    /// A view of the master key's first 32 bytes; valid while the session is unlocked.
+    [[nodiscard]] QByteArray dataKey() const;
+    void sealWithNewKey(ContainerDocument &document) const;
+    [[nodiscard]] bool writeIndex(ContainerDocument &document, const SecureFileIndex &index) const;
+
+    // Storage
+    [[nodiscard]] SecureFileIndex indexForImport(const QString &vaultPath) const;
+    [[nodiscard]] bool appendBlocks(QFile &source, QFile &container, VaultFileEntry &entry,
+                                    const ProgressCallback &progress) const;
+    [[nodiscard]] bool restoreHeader(const QFile &container, const ContainerDocument &formerDocument) const;
+    void forgetCopies(const QString &vaultPath, const QString &exceptTempPath);
+
+    // Namespace
+    [[nodiscard]] bool relocateFile(const QString &filePath, const QString &newFilePath);
+    [[nodiscard]] bool hasOpenCopy(const QString &vaultPath) const;
+    [[nodiscard]] bool hasOpenCopyInside(const QString &directoryPath) const;
+
+    // Compaction
+    struct CompactedContainer;
+    [[nodiscard]] bool buildCompacted(CompactedContainer &compacted, const ProgressCallback &progress) const;
+    [[nodiscard]] bool copyLiveBlocks(QFile &oldContainer, QIODevice &output, CompactedContainer &compacted,
+                                      const ProgressCallback &progress) const;
+    [[nodiscard]] bool verifyCompacted(const CompactedContainer &compacted) const;
+    [[nodiscard]] bool putInPlace(const QString &newContainerPath, const QString &targetPath,
+                                  const ProgressCallback &progress) const;
+
+    State sessionState = Locked;
+    QString sessionContainerPath;
+    QByteArray masterKey;               ///< 64 bytes while unlocked, empty while locked.
+    QMap<QString, QByteArray> payloads; ///< Of the legacy format; always empty.
+    SecureFileIndex sessionIndex;
+    ContainerManager containers;
+    CryptoManager crypto;
+    TempWorkspaceManager workspace;
+    FileSyncManager openCopies;
+};
+
+} // namespace Tessarin::Core

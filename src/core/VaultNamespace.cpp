@@ -1,0 +1,195 @@
+// The namespace of files and folders. No operation here touches a block.
+#include "core/VaultManager.h"
+
+#include "core/VaultNamespace.h"
+#include "core/VaultPath.h"
+
+#include <algorithm>
+
+namespace Tessarin::Core {
+
+namespace {
+
+bool itemExists(const SecureFileIndex &index, const QString &path)
+{
+    return indexContainsFilePath(index, path) || indexContainsDirectoryPath(index, path);
+}
+
+/// The path with its leading `directory` replaced; the letter case of the rest is kept.
+QString movedPath(const QString &path, const QString &directory, const QString &newDirectory)
+{
+    return newDirectory + path.mid(directory.size());
+}
+
+/// The index after a directory, with all below it, took another path.
+SecureFileIndex withDirectoryMoved(const SecureFileIndex &index, const QString &from, const QString &to)
+{
+    SecureFileIndex moved;
+    for (const VaultDirectoryEntry &directory : index.directories())
+        moved.addDirectory(directory);
+    ensureParentDirectories(moved, to);
+
+    SecureFileIndex result;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (VaultDirectoryEntry directory : moved.directories()) {
+        if (vaultPathsEqual(directory.path, from) || pathIsInsideDirectory(directory.path, from)) {
+            directory.path = movedPath(directory.path, from, to);
+            directory.modifiedUtc = now;
+        }
+        result.addDirectory(directory);
+    }
+    for (VaultFileEntry file : index.entries()) {
+        if (pathIsInsideDirectory(file.vaultPath, from))
+            file.vaultPath = movedPath(file.vaultPath, from, to);
+        result.addOrReplace(file);
+    }
+    return result;
+}
+
+} // namespace
+
+void ensureParentDirectories(SecureFileIndex &index, const QString &path)
+{
+    const QString parent = parentVaultPath(path);
+    if (parent.isEmpty())
+        return;
+
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (qsizetype end = parent.indexOf(QLatin1Char('/'));; end = parent.indexOf(QLatin1Char('/'), end + 1)) {
+        const QString ancestor = end < 0 ? parent : parent.left(end);
+        if (!indexContainsDirectoryPath(index, ancestor))
+            index.addDirectory({ancestor, now, now});
+        if (end < 0)
+            return;
+    }
+}
+
+bool VaultManager::moveFile(const QString &filePath, const QString &targetDirectory)
+{
+    const QString source = normalizedVaultPath(filePath);
+    const QString target = normalizedVaultPath(targetDirectory);
+    if (sessionState != Unlocked || source.isEmpty())
+        return false;
+    if (!target.isEmpty() && !indexContainsDirectoryPath(sessionIndex, target))
+        return false;
+
+    return relocateFile(source, joinVaultPath(target, vaultBaseName(source)));
+}
+
+bool VaultManager::renameFile(const QString &filePath, const QString &newFilePath)
+{
+    const QString source = normalizedVaultPath(filePath);
+    const QString target = normalizedVaultPath(newFilePath);
+    if (sessionState != Unlocked || source.isEmpty())
+        return false;
+
+    return relocateFile(source, target);
+}
+
+/// What moving and renaming share: the file must exist and be closed, its new path must be free.
+bool VaultManager::relocateFile(const QString &filePath, const QString &newFilePath)
+{
+    if (newFilePath.isEmpty() || vaultPathsEqual(filePath, newFilePath))
+        return false;
+    if (!indexContainsFilePath(sessionIndex, filePath) || itemExists(sessionIndex, newFilePath))
+        return false;
+    if (hasOpenCopy(filePath))
+        return false;
+
+    SecureFileIndex relocated;
+    for (const VaultDirectoryEntry &directory : sessionIndex.directories())
+        relocated.addDirectory(directory);
+    for (VaultFileEntry file : sessionIndex.entries()) {
+        if (vaultPathsEqual(file.vaultPath, filePath))
+            file.vaultPath = newFilePath;
+        relocated.addOrReplace(file);
+    }
+    return saveIndex(relocated);
+}
+
+bool VaultManager::deleteFile(const QString &filePath)
+{
+    const QString path = normalizedVaultPath(filePath);
+    if (sessionState != Unlocked || path.isEmpty())
+        return false;
+    const VaultFileEntry *file = sessionIndex.findFile(path);
+    if (file == nullptr)
+        return false;
+
+    SecureFileIndex remaining = sessionIndex;
+    if (!remaining.remove(file->vaultPath) || !saveIndex(remaining))
+        return false;
+
+    // An edit of the deleted file must not bring it back on lock.
+    forgetCopies(path, {});
+    return true;
+}
+
+bool VaultManager::createDirectory(const QString &directoryPath)
+{
+    const QString path = normalizedVaultPath(directoryPath);
+    if (sessionState != Unlocked || path.isEmpty() || itemExists(sessionIndex, path))
+        return false;
+
+    SecureFileIndex extended = sessionIndex;
+    ensureParentDirectories(extended, path);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    return extended.addDirectory({path, now, now}) && saveIndex(extended);
+}
+
+bool VaultManager::renameDirectory(const QString &directoryPath, const QString &newDirectoryPath)
+{
+    const QString from = normalizedVaultPath(directoryPath);
+    const QString to = normalizedVaultPath(newDirectoryPath);
+    if (sessionState != Unlocked || from.isEmpty() || to.isEmpty())
+        return false;
+    if (vaultPathsEqual(from, to) || pathIsInsideDirectory(to, from))
+        return false;
+    if (!indexContainsDirectoryPath(sessionIndex, from) || itemExists(sessionIndex, to))
+        return false;
+    if (hasOpenCopy(from) || hasOpenCopyInside(from))
+        return false;
+
+    return saveIndex(withDirectoryMoved(sessionIndex, from, to));
+}
+
+bool VaultManager::deleteDirectory(const QString &directoryPath)
+{
+    const QString path = normalizedVaultPath(directoryPath);
+    if (sessionState != Unlocked || path.isEmpty())
+        return false;
+    const VaultDirectoryEntry *directory = sessionIndex.findDirectory(path);
+    if (directory == nullptr)
+        return false;
+
+    const auto isInside = [&path](const QString &other) { return pathIsInsideDirectory(other, path); };
+    const QList<VaultDirectoryEntry> &directories = sessionIndex.directories();
+    const QList<VaultFileEntry> &files = sessionIndex.entries();
+    if (std::any_of(directories.cbegin(), directories.cend(),
+                    [&](const auto &other) { return isInside(other.path); }) ||
+        std::any_of(files.cbegin(), files.cend(),
+                    [&](const auto &file) { return isInside(file.vaultPath); })) {
+        return false;
+    }
+
+    SecureFileIndex remaining = sessionIndex;
+    return remaining.removeDirectory(directory->path) && saveIndex(remaining);
+}
+
+bool VaultManager::hasOpenCopy(const QString &vaultPath) const
+{
+    const QList<TrackedTempFile> copies = openCopies.trackedFiles();
+    return std::any_of(copies.cbegin(), copies.cend(), [&](const TrackedTempFile &copy) {
+        return vaultPathsEqual(copy.vaultPath, vaultPath);
+    });
+}
+
+bool VaultManager::hasOpenCopyInside(const QString &directoryPath) const
+{
+    const QList<TrackedTempFile> copies = openCopies.trackedFiles();
+    return std::any_of(copies.cbegin(), copies.cend(), [&](const TrackedTempFile &copy) {
+        return pathIsInsideDirectory(copy.vaultPath, directoryPath);
+    });
+}
+
+} // namespace Tessarin::Core

@@ -1,0 +1,239 @@
+// The session: its keys, and creating, unlocking, locking, the password, saving the index.
+#include "core/VaultManager.h"
+
+#include "core/Secret.h"
+
+namespace Tessarin::Core {
+
+namespace {
+
+constexpr qint32 masterKeySizeBytes = 64;
+constexpr qint32 passwordKeySizeBytes = 64;
+
+/// A forged header could ask the fallback derivation for hours of work; this many take some ten seconds.
+constexpr qint32 mostKdfIterations = 2'000'000;
+
+bool isLongEnough(const QByteArray &password)
+{
+    return QString::fromUtf8(password).size() >= VaultManager::minimumPasswordLength;
+}
+
+/// A view of the bytes that serve as the key of the cipher; `key` must outlive it.
+QByteArray cipherKey(const QByteArray &key)
+{
+    return QByteArray::fromRawData(key.constData(), qMin(key.size(), CryptoManager::keySizeBytes));
+}
+
+} // namespace
+
+VaultManager::VaultManager() = default;
+
+VaultManager::~VaultManager()
+{
+    wipe(masterKey);
+}
+
+VaultManager::State VaultManager::state() const
+{
+    return sessionState;
+}
+
+SecureFileIndex VaultManager::fileIndex() const
+{
+    return sessionIndex;
+}
+
+bool VaultManager::createVault(const QString &containerPath, const QByteArray &password)
+{
+    if (!isLongEnough(password))
+        return false;
+    // Edited copies of the vault that is open go back into it before its key is replaced.
+    if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
+        return false;
+
+    ContainerDocument document;
+    sealWithNewKey(document);
+    document.crypto.payloadNonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
+
+    sessionContainerPath = containerPath;
+    payloads.clear();
+    sessionIndex.clear();
+    masterKey = crypto.generateSalt(masterKeySizeBytes);
+    document.crypto.encryptedMasterKey = encryptMasterKey(document, password, masterKey);
+    document.encryptedIndex = encryptIndex(document, sessionIndex);
+    wipe(masterKey);
+    sessionState = Locked;
+    if (document.crypto.encryptedMasterKey.isEmpty() || document.encryptedIndex.isEmpty())
+        return false;
+
+    return containers.writeDocument(containerPath, document);
+}
+
+bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &password)
+{
+    if (password.isEmpty())
+        return false;
+    if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
+        return false;
+
+    ContainerDocument document;
+    if (!containers.readDocument(containerPath, &document))
+        return false;
+
+    masterKey = decryptMasterKey(document, password);
+    if (masterKey.isEmpty())
+        return false;
+    if (!decryptIndex(document, &sessionIndex)) {
+        wipe(masterKey);
+        return false;
+    }
+
+    sessionContainerPath = containerPath;
+    payloads.clear();
+    sessionState = Unlocked;
+    return workspace.prepare();
+}
+
+bool VaultManager::lockVault()
+{
+    if (sessionState == Unlocked && !syncModifiedTempFiles())
+        return false;
+
+    openCopies.clear();
+    const bool cleaned = workspace.cleanup();
+    wipe(masterKey);
+    payloads.clear();
+    sessionState = Locked;
+    return cleaned;
+}
+
+bool VaultManager::changePassword(const QString &containerPath, const QByteArray &currentPassword,
+                                  const QByteArray &newPassword)
+{
+    if (sessionState != Locked || currentPassword.isEmpty() || !isLongEnough(newPassword))
+        return false;
+
+    ContainerDocument document;
+    if (!containers.readDocument(containerPath, &document))
+        return false;
+    QByteArray key = decryptMasterKey(document, currentPassword);
+    const WipedAtScopeEnd wipeKey(key);
+    if (key.isEmpty())
+        return false;
+
+    sealWithNewKey(document);
+    document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, key);
+    return !document.crypto.encryptedMasterKey.isEmpty() &&
+           containers.updateDocumentHeader(containerPath, document);
+}
+
+bool VaultManager::saveIndex(const SecureFileIndex &index)
+{
+    if (sessionState != Unlocked || sessionContainerPath.isEmpty())
+        return false;
+
+    ContainerDocument document;
+    if (!containers.readDocument(sessionContainerPath, &document) || !writeIndex(document, index))
+        return false;
+
+    sessionIndex = index;
+    return true;
+}
+
+/// Seals the index under a nonce of its own and rewrites the container's header.
+bool VaultManager::writeIndex(ContainerDocument &document, const SecureFileIndex &index) const
+{
+    document.encryptedPayload.clear();
+    document.crypto.authTag.clear();
+    document.crypto.payloadNonce = crypto.generateNonce(static_cast<int>(document.crypto.nonce.size()));
+    document.encryptedIndex = encryptIndex(document, index);
+    return !document.encryptedIndex.isEmpty() &&
+           containers.updateDocumentHeader(sessionContainerPath, document);
+}
+
+/// Sets what a fresh wrapping of the master key needs, but for the wrapped key itself.
+void VaultManager::sealWithNewKey(ContainerDocument &document) const
+{
+    document.crypto.kdf = QLatin1String(ContainerFormat::kdfName);
+    document.crypto.cipher = QLatin1String(ContainerFormat::cipherName);
+    document.crypto.kdfIterations = 0;
+    document.crypto.nonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
+    document.crypto.salt = crypto.generateSalt(CryptoManager::saltSizeBytes);
+}
+
+/// Binds a ciphertext to its role and to the header's parameters.
+QByteArray VaultManager::associatedData(const ContainerDocument &document, const QByteArray &purpose) const
+{
+    const ContainerCryptoMetadata &metadata = document.crypto;
+    QByteArrayList parts{ContainerFormat::headerMagic, purpose, QByteArray::number(document.formatVersion)};
+    if (purpose == "master-key") {
+        parts << metadata.cipher.toUtf8() << metadata.kdf.toUtf8()
+              << QByteArray::number(metadata.kdfIterations) << metadata.salt << metadata.nonce;
+    } else if (purpose != "file-block") {
+        parts << metadata.cipher.toUtf8() << metadata.payloadNonce;
+    }
+    return parts.join('|');
+}
+
+QByteArray VaultManager::deriveSessionKey(const QByteArray &password,
+                                          const ContainerCryptoMetadata &metadata) const
+{
+    if (metadata.kdfIterations > mostKdfIterations)
+        return {};
+
+    return crypto.deriveKey(password,
+                            {metadata.kdf, metadata.salt, metadata.kdfIterations, passwordKeySizeBytes});
+}
+
+QByteArray VaultManager::encryptMasterKey(const ContainerDocument &document, const QByteArray &password,
+                                          const QByteArray &key) const
+{
+    QByteArray passwordKey = deriveSessionKey(password, document.crypto);
+    const WipedAtScopeEnd wipePasswordKey(passwordKey);
+    if (passwordKey.isEmpty() || key.isEmpty())
+        return {};
+
+    return crypto.encrypt(key, cipherKey(passwordKey), document.crypto.nonce,
+                          associatedData(document, "master-key"));
+}
+
+QByteArray VaultManager::decryptMasterKey(const ContainerDocument &document, const QByteArray &password) const
+{
+    if (document.crypto.encryptedMasterKey.isEmpty())
+        return {};
+    QByteArray passwordKey = deriveSessionKey(password, document.crypto);
+    const WipedAtScopeEnd wipePasswordKey(passwordKey);
+    if (passwordKey.isEmpty())
+        return {};
+
+    return crypto.decrypt(document.crypto.encryptedMasterKey, cipherKey(passwordKey), document.crypto.nonce,
+                          associatedData(document, "master-key"));
+}
+
+QByteArray VaultManager::encryptIndex(const ContainerDocument &document, const SecureFileIndex &index) const
+{
+    return crypto.encrypt(index.toJson(), dataKey(), document.crypto.payloadNonce,
+                          associatedData(document, "index"));
+}
+
+bool VaultManager::decryptIndex(const ContainerDocument &document, SecureFileIndex *index) const
+{
+    if (index == nullptr || document.encryptedIndex.isEmpty())
+        return false;
+
+    const QByteArray json = crypto.decrypt(document.encryptedIndex, dataKey(), document.crypto.payloadNonce,
+                                           associatedData(document, "index"));
+    SecureFileIndex fresh;
+    if (json.isEmpty() || !fresh.fromJson(json))
+        return false;
+
+    *index = fresh;
+    return true;
+}
+
+QByteArray VaultManager::dataKey() const
+{
+    return cipherKey(masterKey);
+}
+
+} // namespace Tessarin::Core

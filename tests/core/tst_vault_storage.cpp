@@ -1,0 +1,176 @@
+// Importing and exporting: block boundaries, replacement, and everything that must be refused.
+#include "support/VaultFixture.h"
+
+#include <QTest>
+#include <QUuid>
+
+#include <unistd.h>
+
+using namespace Tessarin::Core;
+using namespace Tessarin::Tests;
+using namespace Qt::Literals::StringLiterals;
+
+class VaultStorageTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    static constexpr qint64 block = 16 * 1024 * 1024;
+
+private Q_SLOTS:
+    void filesOfEverySizeComeBackByteForByte()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock());
+        const QByteArray bytes = noise(2 * block + 7, 5);
+        const QHash<qsizetype, QList<qint64>> blockSizes{
+            {0, {}}, {1, {1}}, {block, {block}}, {block + 1, {block, 1}}, {2 * block + 7, {block, block, 7}}};
+        for (const qsizetype size : blockSizes.keys())
+            QVERIFY(f.put(u"f%1"_s.arg(size), bytes.left(size)));
+        QVERIFY(f.vault.lockVault() && f.unlock());
+
+        QSet<QByteArray> nonces;
+        for (const VaultFileEntry &entry : f.vault.fileIndex().entries()) {
+            const QByteArray expected = bytes.left(entry.sizeBytes);
+            QVERIFY(f.get(entry.vaultPath) == expected);
+            QCOMPARE(entry.sha256, QCryptographicHash::hash(expected, QCryptographicHash::Sha256));
+            QCOMPARE(QUuid(entry.id).toString(QUuid::WithoutBraces), entry.id);
+            QList<qint64> sizes;
+            for (const VaultFileBlock &stored : entry.blocks) {
+                sizes << stored.plainSize;
+                QCOMPARE(stored.encryptedSize, stored.plainSize + 16);
+                QVERIFY(stored.nonce.size() == 24 && !nonces.contains(stored.nonce));
+                nonces.insert(stored.nonce);
+            }
+            QCOMPARE(sizes, blockSizes.value(entry.sizeBytes));
+        }
+    }
+
+    void progressTellsEveryBlock()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock());
+        const QString source = f.folder.filePath(u"s"_s);
+        writeFile(source, QByteArray(block + 3, 'x'));
+        QList<qint64> seen;
+        QVERIFY(
+            f.vault.importFile(source, u" \\Docs\\x"_s, [&](qint64 done, qint64 total, const QString &label) {
+                seen << done << total;
+                QCOMPARE(label, u"Docs/x"_s);
+            }));
+        QCOMPARE(seen, QList<qint64>({block, block + 3, block + 3, block + 3}));
+        QCOMPARE(f.directoryPaths(), QStringList(u"Docs"_s));
+    }
+
+    void replacingIgnoresCaseAndKeepsTheOldBytesUntilCompaction()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"Docs/A.TXT"_s, "primeiro") && f.put(u"z"_s, "z"));
+        const VaultFileEntry former = f.vault.fileIndex().entries().first();
+        QVERIFY(f.put(u"docs/a.txt"_s, "segundo"));
+        QCOMPARE(f.filePaths(), QStringList({u"z"_s, u"docs/a.txt"_s}));
+        QCOMPARE(f.directoryPaths(), QStringList(u"Docs"_s));
+        QVERIFY(f.vault.fileIndex().entries().last().id != former.id);
+        QCOMPARE(f.get(u"DOCS/A.txt"_s), "segundo");
+        QVERIFY(QFileInfo(f.container).size() > 8388636 + 24 + 17);
+    }
+
+    void strangeNamesStayAsTheyAre()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock());
+        const QStringList names{u"100%1 %2.txt"_s,     u"<img src=x>"_s,     u"&Arquivo"_s,
+                                u"e\u0301 e é"_s,      u"\"aspas\"'"_s,      QString(255, u'n'),
+                                u"\U0001F511 chave"_s, u"tab\tnova\nlinha"_s};
+        for (const QString &name : names) {
+            const QString source = f.folder.filePath(name);
+            writeFile(source, name.toUtf8());
+            QVERIFY(f.vault.importFile(source, u"p/"_s + name));
+        }
+        QVERIFY(f.vault.lockVault() && f.unlock());
+        for (const QString &name : names)
+            QCOMPARE(f.get(u"p/"_s + name), name.toUtf8());
+        QCOMPARE(f.vault.fileIndex().entries().size(), names.size());
+    }
+
+    void whatIsNoFileIsRefusedAndNothingIsWritten()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "a"));
+        const QByteArray former = readFile(f.container);
+        const QString link = f.folder.filePath(u"link"_s);
+        QVERIFY(QFile::link(f.container, link));
+        QVERIFY(::link(QFile::encodeName(f.container).constData(),
+                       QFile::encodeName(f.folder.filePath(u"hard"_s)).constData()) == 0);
+        for (const QString &source : {f.folder.filePath(u"falta"_s), f.folder.path(), u"/dev/zero"_s,
+                                      f.container, link, f.folder.filePath(u"hard"_s)})
+            QVERIFY(!f.vault.importFile(source, u"x"_s));
+        QVERIFY(!f.put(u"a/../b"_s, "x") && !f.put(u" / "_s, "x"));
+        QVERIFY(!f.vault.exportFile(u"a"_s, link) &&
+                !f.vault.exportFile(u"a"_s, f.folder.filePath(u"hard"_s)));
+        QVERIFY(!f.vault.exportFile(u"a"_s, f.folder.path()) &&
+                !f.vault.exportFile({}, f.folder.filePath(u"t"_s)));
+        QVERIFY(!f.vault.writeVaultFileToDevice(u"a"_s, nullptr) && f.get(u"falta"_s).isNull());
+        QVERIFY(readFile(f.container) == former);
+        QVERIFY(f.vault.lockVault());
+        QVERIFY(!f.put(u"x"_s, "x") && f.get(u"a"_s).isNull());
+        QVERIFY(readFile(f.container) == former);
+    }
+
+    void aContainerThatCannotBeSavedTakesNoBlocks()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "a"));
+        QByteArray bytes = readFile(f.container);
+        bytes.insert(27, ' ');
+        writeFile(f.container, bytes);
+        QVERIFY(f.vault.lockVault() && f.unlock());
+        QVERIFY(!f.put(u"b"_s, "b") && !f.vault.deleteFile(u"a"_s));
+        QVERIFY(readFile(f.container) == bytes);
+    }
+
+    void anIndexThatOutgrowsTheHeaderUndoesTheImport()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "a"));
+        SecureFileIndex large = f.vault.fileIndex();
+        VaultDirectoryEntry filler;
+        filler.path = QString(6290000, u'd');
+        large.addDirectory(filler);
+        QVERIFY(f.vault.saveIndex(large));
+        const QByteArray former = readFile(f.container);
+        QVERIFY(!f.put(u"b"_s + QString(1500, u'b'), noise(1000, 1)));
+        QVERIFY(readFile(f.container) == former);
+        QCOMPARE(f.filePaths(), QStringList(u"a"_s));
+    }
+
+    void damagedOrHostileBlocksFailToExport()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, noise(1000, 2)));
+        const VaultFileEntry good = f.vault.fileIndex().entries().first();
+        const auto exportsWith = [&](auto &&change) {
+            VaultFileEntry entry = good;
+            change(entry.blocks.first());
+            SecureFileIndex index;
+            index.addOrReplace(entry);
+            return f.vault.saveIndex(index) && !f.get(u"a"_s).isNull();
+        };
+        QVERIFY(exportsWith([](VaultFileBlock &) {}));
+        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.offset = -1; }));
+        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.offset = 100; }));
+        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.offset = std::numeric_limits<qint64>::max(); }));
+        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.plainSize = 0; }));
+        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.encryptedSize = -5; }));
+        QVERIFY(!exportsWith([](VaultFileBlock &b) {
+            b.plainSize = 1LL << 50;
+            b.encryptedSize = b.plainSize + 16;
+        }));
+        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.nonce.chop(1); }));
+        overwrite(f.container, good.blocks.first().offset + 500, "X");
+        QVERIFY(!exportsWith([](VaultFileBlock &) {}));
+    }
+};
+
+QTEST_GUILESS_MAIN(VaultStorageTest)
+#include "tst_vault_storage.moc"

@@ -1,0 +1,20 @@
+// The boxes that speak to people. Every text is plain: a file may be called "<img src=x>".
+#pragma once
+
+#include <QString>
+
+class QWidget;
+
+namespace Tessarin::UI {
+
+/// `details` may follow the text, as a paragraph of its own.
+void showWarning(QWidget *parent, const QString &title, const QString &text, const QString &details = {});
+void showInformation(QWidget *parent, const QString &title, const QString &text);
+
+/// "Sim" or "Não"; true only for "Sim". "Não" is the default and what closing the box means.
+[[nodiscard]] bool questionYesNo(QWidget *parent, const QString &title, const QString &text);
+
+/// "Continuar" or "Cancelar"; true only for "Continuar", with "Cancelar" the default.
+[[nodiscard]] bool questionContinueCancel(QWidget *parent, const QString &title, const QString &text);
+
+} // namespace Tessarin::UI

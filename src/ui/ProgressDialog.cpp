@@ -1,0 +1,126 @@
+// Shows long work that cannot be cancelled.
+#include "ui/ProgressDialog.h"
+
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QLabel>
+#include <QPainter>
+#include <QTextLayout>
+
+#include <cmath>
+
+namespace Tessarin::UI {
+
+namespace {
+
+constexpr int dialogWidth = 460;
+constexpr int textWidth = 420;
+constexpr int barSteps = 1000;
+
+/// A label that breaks a word which is wider than the label: file names may have 255 letters and no space.
+class WrappingLabel final : public QLabel
+{
+public:
+    explicit WrappingLabel(QWidget *parent) : QLabel(parent)
+    {
+        setTextFormat(Qt::PlainText);
+        setWordWrap(true);
+    }
+
+    QSize sizeHint() const override { return {textWidth, heightForWidth(textWidth)}; }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+    int heightForWidth(int width) const override
+    {
+        QTextLayout layout;
+        return static_cast<int>(std::ceil(lay(layout, width)));
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QTextLayout layout;
+        const qreal height = lay(layout, width());
+        QPainter painter(this);
+        painter.setPen(palette().color(foregroundRole()));
+        layout.draw(&painter, QPointF(0, std::max<qreal>(0, (this->height() - height) / 2)));
+    }
+
+private:
+    /// Breaks the text into lines of the given width in pixels; returns their height.
+    qreal lay(QTextLayout &layout, int width) const
+    {
+        layout.setFont(font());
+        layout.setText(text().replace(u'\n', QChar::LineSeparator));
+        layout.setTextOption(wrapping());
+        layout.beginLayout();
+        qreal height = 0;
+        for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+            line.setLineWidth(width);
+            line.setPosition(QPointF(0, height));
+            height += line.height();
+        }
+        layout.endLayout();
+        return height;
+    }
+
+    static QTextOption wrapping()
+    {
+        QTextOption option;
+        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        return option;
+    }
+};
+
+} // namespace
+
+ProgressDialog::ProgressDialog(QWidget *parent, const QString &title, const QString &text,
+                               Qt::WindowModality modality)
+    : QProgressDialog(parent)
+{
+    setObjectName(QStringLiteral("progressDialog"));
+    setWindowTitle(title);
+    setWindowModality(modality);
+    setLabel(new WrappingLabel(this));
+    setCancelButton(nullptr);
+    setRange(0, barSteps);
+    setMinimumDuration(0);
+    setAutoClose(false);
+    setAutoReset(false);
+    setFixedWidth(dialogWidth);
+    setLabelText(text);
+    setValue(0);
+    show();
+    QCoreApplication::processEvents();
+}
+
+void ProgressDialog::report(qint64 doneBytes, qint64 totalBytes, const QString &text)
+{
+    setLabelText(text);
+    setValue(totalBytes > 0 ? static_cast<int>(doneBytes * barSteps / totalBytes) : 0);
+    // setValue() lets events run only when the bar moves.
+    QCoreApplication::processEvents();
+}
+
+void ProgressDialog::finish()
+{
+    finished = true;
+    setValue(maximum());
+    accept();
+}
+
+void ProgressDialog::reject()
+{
+    if (finished)
+        QProgressDialog::reject();
+}
+
+void ProgressDialog::closeEvent(QCloseEvent *event)
+{
+    if (!finished)
+        event->ignore();
+    else
+        QProgressDialog::closeEvent(event);
+}
+
+} // namespace Tessarin::UI

@@ -1,0 +1,22 @@
+// Shows the wait cursor while the engine derives a key, which takes about a second.
+#pragma once
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+
+namespace Tessarin::UI {
+
+class WaitCursor
+{
+public:
+    WaitCursor()
+    {
+        QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+        // The dialog that was closed just now must not stay on the screen meanwhile.
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+    }
+    ~WaitCursor() { QGuiApplication::restoreOverrideCursor(); }
+    Q_DISABLE_COPY_MOVE(WaitCursor)
+};
+
+} // namespace Tessarin::UI

@@ -1,0 +1,188 @@
+// Names the version, the environment the program runs in, and the components it is made of.
+#include "ui/AboutDialog.h"
+
+#include "ui/WebAddresses.h"
+
+#include <QCoreApplication>
+#include <QDialogButtonBox>
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QLibraryInfo>
+#include <QListWidget>
+#include <QPushButton>
+#include <QStyledItemDelegate>
+#include <QSysInfo>
+#include <QTextDocument>
+#include <QTextEdit>
+#include <QVBoxLayout>
+
+#include <sodium.h>
+
+namespace Tessarin::UI {
+
+namespace {
+
+constexpr int headerIconSize = 56;
+
+/// Sets the rows of the component list close together.
+class CompactListItemDelegate final : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        return {QStyledItemDelegate::sizeHint(option, index).width(), option.fontMetrics.height() + 3};
+    }
+};
+
+QLayout *buildHeader(QWidget *parent)
+{
+    auto *iconLabel = new QLabel(parent);
+    iconLabel->setObjectName(QStringLiteral("iconLabel"));
+    iconLabel->setAccessibleName(AboutDialog::tr("Ícone do Tessarin"));
+    iconLabel->setPixmap(QIcon(QStringLiteral(":/icons/Tessarin.ico")).pixmap(headerIconSize));
+
+    auto *titleLabel = new QLabel(AboutDialog::tr("Tessarin"), parent);
+    titleLabel->setObjectName(QStringLiteral("titleLabel"));
+    QFont titleFont = titleLabel->font();
+    titleFont.setBold(true);
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 2);
+    titleLabel->setFont(titleFont);
+    titleLabel->setStyleSheet(QStringLiteral("color: #0B4F8A;"));
+
+    auto *header = new QHBoxLayout;
+    header->setSpacing(14);
+    header->addWidget(iconLabel);
+    header->addWidget(titleLabel, 1);
+    return header;
+}
+
+QLabel *buildProductLabel(QWidget *parent)
+{
+    const QString version = AboutDialog::tr("Versão %1").arg(QCoreApplication::applicationVersion());
+    const QString maker = AboutDialog::tr("Desenvolvido pela %1.")
+                              .arg(QStringLiteral("<a href=\"%1\">%2</a>")
+                                       .arg(makerWebPage(), AboutDialog::tr("equipe do Tessarin")));
+    auto *label = new QLabel(parent);
+    label->setObjectName(QStringLiteral("productLabel"));
+    label->setTextFormat(Qt::RichText);
+    label->setText(QStringLiteral("<b>%1</b><br>%2<br>%3")
+                       .arg(AboutDialog::tr("Tessarin"), version.toHtmlEscaped(), maker));
+    label->setOpenExternalLinks(true);
+    label->setTextInteractionFlags(Qt::TextBrowserInteraction);
+    return label;
+}
+
+QLabel *buildEnvironmentLabel(QWidget *parent)
+{
+    auto *label = new QLabel(parent);
+    label->setObjectName(QStringLiteral("environmentLabel"));
+    label->setTextFormat(Qt::PlainText);
+    label->setText(AboutDialog::tr("Ambiente de execução\n%1\nQt %2\n%3")
+                       .arg(QSysInfo::prettyProductName(), QString::fromLatin1(qVersion()),
+                            QSysInfo::currentCpuArchitecture()));
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    return label;
+}
+
+} // namespace
+
+AboutDialog::AboutDialog(QWidget *parent) : QDialog(parent)
+{
+    buildUi();
+    populateComponents();
+}
+
+void AboutDialog::buildUi()
+{
+    setObjectName(QStringLiteral("aboutDialog"));
+    setWindowTitle(tr("Sobre o Tessarin"));
+    setModal(true);
+    resize(560, 600);
+
+    componentList = new QListWidget;
+    componentList->setObjectName(QStringLiteral("componentList"));
+    componentList->setAccessibleName(tr("Componentes e bibliotecas relevantes"));
+    componentList->setStyleSheet(QStringLiteral("QListWidget::item { padding: 0px; margin: 0px; }"));
+    componentList->setItemDelegate(new CompactListItemDelegate(componentList));
+    componentList->setFixedHeight(5 * (componentList->fontMetrics().height() + 3));
+
+    detailsView = new QTextEdit;
+    detailsView->setObjectName(QStringLiteral("detailsView"));
+    detailsView->setAccessibleName(tr("Detalhes do componente"));
+    detailsView->setReadOnly(true);
+    detailsView->setStyleSheet(QStringLiteral("QTextEdit { padding: 0px; }"));
+    detailsView->document()->setDocumentMargin(0);
+
+    auto *noticeLabel = new QLabel(tr(
+        "Aviso: este programa de computador é protegido por leis de direitos autorais e tratados "
+        "internacionais. A reprodução ou distribuição não autorizada deste programa, ou de qualquer parte "
+        "dele, poderá resultar em severas punições civis e criminais, e os infratores serão punidos dentro "
+        "do máximo rigor permitido por lei."));
+    noticeLabel->setObjectName(QStringLiteral("noticeLabel"));
+    noticeLabel->setWordWrap(true);
+
+    auto *buttons = new QDialogButtonBox;
+    QPushButton *closeButton = buttons->addButton(tr("Fechar"), QDialogButtonBox::RejectRole);
+    closeButton->setObjectName(QStringLiteral("closeButton"));
+
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 16, 16, 16);
+    layout->setSpacing(8);
+    layout->addLayout(buildHeader(this));
+    layout->addWidget(buildProductLabel(this));
+    layout->addSpacing(4);
+    layout->addWidget(buildEnvironmentLabel(this));
+    layout->addSpacing(4);
+    layout->addWidget(new QLabel(tr("Componentes e bibliotecas relevantes:")));
+    layout->addWidget(componentList);
+    layout->addWidget(new QLabel(tr("Detalhes do componente:")));
+    layout->addWidget(detailsView, 1);
+    layout->addWidget(noticeLabel);
+    layout->addWidget(buttons);
+
+    connect(componentList, &QListWidget::currentTextChanged, this,
+            [this](const QString &title) { detailsView->setPlainText(componentDetails.value(title)); });
+    connect(buttons, &QDialogButtonBox::rejected, this, &AboutDialog::close);
+}
+
+void AboutDialog::populateComponents()
+{
+    const QString qtVersion = QString::fromLatin1(qVersion());
+    componentDetails.insert(tr("Qt 6 Core/Widgets - %1").arg(qtVersion),
+                            tr("Qt Framework\nMódulos usados pelo Tessarin: Qt Core e Qt "
+                               "Widgets.\n%1\nPrefixo de instalação do Qt "
+                               "detectado em tempo de execução:\n%2")
+                                    .arg(tr("Versão do Qt em execução: %1").arg(qtVersion),
+                                         QLibraryInfo::path(QLibraryInfo::PrefixPath)) +
+                                tr("\n\nO Qt é oferecido sob licença comercial e sob licenças de código "
+                                   "aberto (LGPLv3 ou GPLv3). Ao "
+                                   "distribuir binários do Qt com esta aplicação, cumpra os termos da "
+                                   "licença escolhida e preserve "
+                                   "os avisos de direitos autorais e de licença do Qt."));
+    componentDetails.insert(
+        tr("libsodium - %1").arg(QString::fromLatin1(sodium_version_string())),
+        tr("libsodium\nBiblioteca criptográfica usada para suporte a Argon2id e "
+           "XChaCha20-Poly1305.\nLicença: ISC "
+           "License.\nCopyright (c) 2013-2019 Frank Denis\nO aviso da licença ISC deve ser preservado ao "
+           "distribuir binários da libsodium com esta aplicação."));
+    componentDetails.insert(tr("Microsoft Visual C++ Runtime"),
+                            tr("Microsoft Visual C++ Runtime\nBibliotecas de runtime exigidas por builds "
+                               "produzidos com Microsoft "
+                               "Visual Studio/MSVC.\nA distribuição deve seguir os termos de licença "
+                               "aplicáveis do Microsoft Visual "
+                               "C++ Redistributable para a versão do runtime enviada com a aplicação."));
+    componentDetails.insert(
+        tr("Microsoft Windows APIs"),
+        tr("Microsoft Windows APIs\nO Tessarin usa APIs do Windows para detecção de unidades removíveis e "
+           "integração nativa com a área de trabalho no Windows. Essas APIs fazem parte da plataforma do "
+           "sistema "
+           "operacional."));
+
+    componentList->addItems(componentDetails.keys());
+    componentList->setCurrentRow(0);
+}
+
+} // namespace Tessarin::UI

@@ -1,0 +1,99 @@
+// Asks for the current password and, twice, for the new one.
+#include "ui/ChangePasswordDialog.h"
+
+#include "core/VaultManager.h"
+#include "ui/MessageBoxes.h"
+
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace Tessarin::UI {
+
+namespace {
+
+QLineEdit *addPasswordRow(QFormLayout *form, const QString &label, const QString &name)
+{
+    auto *edit = new QLineEdit;
+    edit->setObjectName(name);
+    edit->setEchoMode(QLineEdit::Password);
+    edit->setMinimumWidth(260);
+    form->addRow(label, edit);
+    return edit;
+}
+
+} // namespace
+
+ChangePasswordDialog::ChangePasswordDialog(QWidget *parent) : QDialog(parent)
+{
+    setObjectName(QStringLiteral("changePasswordDialog"));
+    setWindowTitle(tr("Alterar senha do cofre"));
+    setModal(true);
+
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 16, 16, 16);
+    layout->setSpacing(16);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+
+    auto *form = new QFormLayout;
+    form->setSpacing(10);
+    currentPasswordEdit = addPasswordRow(form, tr("Senha atual:"), QStringLiteral("currentPasswordEdit"));
+    newPasswordEdit = addPasswordRow(form, tr("Nova senha:"), QStringLiteral("newPasswordEdit"));
+    confirmationEdit = addPasswordRow(form, tr("Confirmar nova senha:"), QStringLiteral("confirmationEdit"));
+    layout->addLayout(form);
+
+    auto *buttons = new QDialogButtonBox;
+    QPushButton *acceptButton = buttons->addButton(tr("Alterar"), QDialogButtonBox::AcceptRole);
+    acceptButton->setObjectName(QStringLiteral("acceptButton"));
+    acceptButton->setDefault(true);
+    QPushButton *cancelButton = buttons->addButton(tr("Cancelar"), QDialogButtonBox::RejectRole);
+    cancelButton->setObjectName(QStringLiteral("cancelButton"));
+    layout->addWidget(buttons);
+
+    connect(buttons, &QDialogButtonBox::accepted, this, &ChangePasswordDialog::validateAndAccept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &ChangePasswordDialog::reject);
+}
+
+ChangePasswordDialog::~ChangePasswordDialog()
+{
+    currentPasswordEdit->clear();
+    newPasswordEdit->clear();
+    confirmationEdit->clear();
+}
+
+QByteArray ChangePasswordDialog::currentPassword() const
+{
+    return currentPasswordEdit->text().toUtf8();
+}
+
+QByteArray ChangePasswordDialog::newPassword() const
+{
+    return newPasswordEdit->text().toUtf8();
+}
+
+void ChangePasswordDialog::validateAndAccept()
+{
+    const auto refuse = [this](QLineEdit *edit, const QString &text) {
+        showWarning(this, tr("Alterar senha"), text);
+        edit->setFocus();
+        edit->selectAll();
+    };
+
+    if (currentPasswordEdit->text().isEmpty()) {
+        refuse(currentPasswordEdit, tr("Informe a senha atual."));
+        return;
+    }
+    if (newPasswordEdit->text().size() < Core::VaultManager::minimumPasswordLength) {
+        refuse(newPasswordEdit, tr("Use uma nova senha com pelo menos 12 caracteres."));
+        return;
+    }
+    if (confirmationEdit->text() != newPasswordEdit->text()) {
+        refuse(confirmationEdit, tr("A confirmação não coincide com a nova senha."));
+        return;
+    }
+    accept();
+}
+
+} // namespace Tessarin::UI

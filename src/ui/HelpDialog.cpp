@@ -1,0 +1,53 @@
+// Shows the help page that is compiled into the program.
+#include "ui/HelpDialog.h"
+
+#include <QDialogButtonBox>
+#include <QFile>
+#include <QPushButton>
+#include <QTextBrowser>
+#include <QVBoxLayout>
+
+namespace Tessarin::UI {
+
+HelpDialog::HelpDialog(QWidget *parent) : QDialog(parent)
+{
+    buildUi();
+    loadHelpContent();
+}
+
+void HelpDialog::buildUi()
+{
+    setObjectName(QStringLiteral("helpDialog"));
+    setWindowTitle(tr("Ajuda do Tessarin"));
+    setModal(true);
+    resize(820, 600);
+
+    auto *layout = new QVBoxLayout(this);
+    helpBrowser = new QTextBrowser;
+    helpBrowser->setObjectName(QStringLiteral("helpBrowser"));
+    helpBrowser->setAccessibleName(tr("Página de ajuda"));
+    helpBrowser->setOpenExternalLinks(true);
+    // The page names its pictures by their file names alone.
+    helpBrowser->setSearchPaths({QStringLiteral(":/help/pt_BR")});
+    helpBrowser->document()->setDocumentMargin(16);
+    layout->addWidget(helpBrowser);
+
+    auto *buttons = new QDialogButtonBox;
+    QPushButton *closeButton = buttons->addButton(tr("Fechar"), QDialogButtonBox::RejectRole);
+    closeButton->setObjectName(QStringLiteral("closeButton"));
+    connect(buttons, &QDialogButtonBox::rejected, this, &HelpDialog::close);
+    layout->addWidget(buttons);
+}
+
+void HelpDialog::loadHelpContent()
+{
+    QFile page(QStringLiteral(":/help/pt_BR/index.html"));
+    if (page.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        helpBrowser->setHtml(QString::fromUtf8(page.readAll()));
+        return;
+    }
+    helpBrowser->setHtml(tr("<h1>Ajuda indisponível</h1>"
+                            "<p>Não foi possível carregar o arquivo de ajuda do Tessarin.</p>"));
+}
+
+} // namespace Tessarin::UI

@@ -1,0 +1,365 @@
+// Assembles the window and keeps what it shows true: enabled actions, padlock, status bar. Closes it, too.
+#include "ui/MainWindow.h"
+
+#include "core/ContainerFormat.h"
+#include "platform/linux/LinuxDeviceManager.h"
+#include "ui/Formatting.h"
+#include "ui/MessageBoxes.h"
+#include "ui/WindowGeometry.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QDate>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QIcon>
+#include <QLabel>
+#include <QListWidget>
+#include <QPainter>
+#include <QScopedValueRollback>
+#include <QScreen>
+#include <QScrollBar>
+#include <QSignalBlocker>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace Tessarin::UI {
+
+namespace {
+
+constexpr int statusBoxWidth = 180;
+constexpr int separatorWidth = 1;
+constexpr int padlockSize = 48;
+
+QSize availableScreenSize()
+{
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    return screen ? screen->availableGeometry().size() : QSize();
+}
+
+QLabel *makeStatusLabel(const QString &name, int width, const QString &styleSheet)
+{
+    auto *label = new QLabel;
+    label->setObjectName(name);
+    label->setTextFormat(Qt::PlainText);
+    label->setAlignment(Qt::AlignCenter);
+    label->setStyleSheet(styleSheet);
+    label->setFixedWidth(width);
+    return label;
+}
+
+QIcon padlockIcon(bool open, bool enabled)
+{
+    const QColor stroke(enabled ? u"#464646"_s : u"#a5a5a5"_s);
+    const QColor fill(enabled ? u"#eeeeee"_s : u"#e2e2e2"_s);
+
+    QPixmap pixmap(padlockSize, padlockSize);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(stroke, 3.0, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+
+    // Angles are in sixteenths of a degree.
+    painter.setBrush(Qt::NoBrush);
+    if (open) {
+        painter.drawArc(QRectF(14, 7, 20, 26), 25 * 16, 245 * 16);
+        painter.drawLine(QPointF(35, 19), QPointF(40, 15));
+    } else {
+        painter.drawArc(QRectF(13, 7, 22, 26), 0, 180 * 16);
+    }
+
+    painter.setBrush(fill);
+    painter.drawRoundedRect(QRectF(10, 22, 28, 20), 4, 4);
+
+    painter.setBrush(stroke);
+    painter.drawEllipse(QRectF(22, 30, 4, 4));
+    painter.drawLine(QPointF(24, 34), QPointF(24, 37));
+    painter.end();
+
+    // Left to itself, the style would grey the disabled padlock a second time.
+    QIcon icon(pixmap);
+    icon.addPixmap(pixmap, QIcon::Disabled);
+    return icon;
+}
+
+} // namespace
+
+MainWindow::MainWindow(QWidget *parent)
+    : MainWindow(std::make_unique<Platform::Linux::LinuxDeviceManager>(), parent)
+{
+}
+
+MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidget *parent)
+    : QMainWindow(parent), deviceManager(std::move(detector))
+{
+    buildUi();
+    buildMenus();
+    connectSignals();
+    refreshDevices();
+    updateActions();
+    setStatusMessage(tr("Pronto"), 0);
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::run(Operation operation)
+{
+    if (operationRunning)
+        return;
+    const QScopedValueRollback<bool> guard(operationRunning, true);
+    (this->*operation)();
+    updateActions();
+}
+
+bool MainWindow::event(QEvent *event)
+{
+    // Menu entries have no status tips; their empty ones would wipe the message in the status bar.
+    return event->type() == QEvent::StatusTip || QMainWindow::event(event);
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (operationRunning) {
+        event->ignore();
+        return;
+    }
+    if (!isUnlocked()) {
+        event->accept();
+        return;
+    }
+
+    const QScopedValueRollback<bool> guard(operationRunning, true);
+    const bool locked = vaultManager.lockVault();
+    refreshVaultFiles();
+    updateActions();
+    event->setAccepted(locked);
+    if (!locked)
+        showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
+}
+
+void MainWindow::buildUi()
+{
+    setObjectName(u"mainWindow"_s);
+    setWindowTitle(tr("Tessarin"));
+
+    auto *content = new QWidget;
+    content->setObjectName(u"centralWidget"_s);
+    content->setFixedSize(centralWidgetSize(availableScreenSize()));
+    setCentralWidget(content);
+
+    auto *devicesLabel = new QLabel(tr("Dispositivos USB"));
+    devicesLabel->setObjectName(u"devicesLabel"_s);
+    protectedFilesLabel = new QLabel;
+    protectedFilesLabel->setObjectName(u"protectedFilesLabel"_s);
+    protectedFilesLabel->setTextFormat(Qt::PlainText);
+    // A long folder name is cut off instead of widening the contents beyond the window.
+    protectedFilesLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+
+    auto *layout = new QVBoxLayout(content);
+    layout->addWidget(devicesLabel);
+    layout->addWidget(buildDeviceRow());
+    layout->addWidget(protectedFilesLabel);
+    buildFilesTable();
+    layout->addWidget(filesTable, 1);
+
+    buildStatusBar();
+    setFixedSize(sizeHint());
+}
+
+QWidget *MainWindow::buildDeviceRow()
+{
+    deviceList = new QListWidget;
+    deviceList->setObjectName(u"deviceList"_s);
+    deviceList->setAccessibleName(tr("Dispositivos USB"));
+    deviceList->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    const int rowHeight = 3 * deviceList->fontMetrics().height() + 24 + 2 * deviceList->frameWidth();
+    deviceList->setFixedHeight(rowHeight);
+
+    const QSize square(rowHeight, rowHeight);
+    auto *iconLabel = new QLabel;
+    iconLabel->setObjectName(u"iconLabel"_s);
+    iconLabel->setAccessibleName(tr("Ícone do Tessarin"));
+    iconLabel->setFixedSize(square);
+    iconLabel->setAlignment(Qt::AlignCenter);
+    iconLabel->setPixmap(QIcon(u":/icons/Tessarin.ico"_s).pixmap(square, devicePixelRatio()));
+
+    vaultToggleButton = new QToolButton;
+    vaultToggleButton->setObjectName(u"vaultToggleButton"_s);
+    vaultToggleButton->setCheckable(true);
+    vaultToggleButton->setAutoRaise(false);
+    vaultToggleButton->setFocusPolicy(Qt::NoFocus);
+    vaultToggleButton->setFixedSize(square);
+    vaultToggleButton->setIconSize(square);
+    vaultToggleButton->setStyleSheet(
+        u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
+        "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
+        "QToolButton:pressed:enabled { background: #e2e2e2; }"
+        "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
+
+    auto *row = new QWidget;
+    row->setObjectName(u"deviceRow"_s);
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(10);
+    layout->addWidget(iconLabel);
+    layout->addWidget(deviceList, 1);
+    layout->addWidget(vaultToggleButton);
+    return row;
+}
+
+void MainWindow::buildFilesTable()
+{
+    filesTable = new QTableWidget(0, VaultTable::ColumnCount);
+    filesTable->setObjectName(u"filesTable"_s);
+    filesTable->setAccessibleName(tr("Arquivos protegidos"));
+    filesTable->setHorizontalHeaderLabels(
+        {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
+    filesTable->setMinimumHeight(220);
+    filesTable->setContextMenuPolicy(Qt::CustomContextMenu);
+    filesTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    filesTable->setFocusPolicy(Qt::NoFocus);
+    filesTable->setSelectionBehavior(QAbstractItemView::SelectRows);
+    filesTable->setSelectionMode(QAbstractItemView::SingleSelection);
+    filesTable->setAlternatingRowColors(true);
+    filesTable->setShowGrid(false);
+    filesTable->setWordWrap(false);
+    filesTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    filesTable->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    filesTable->setStyleSheet(
+        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
+        "QTableWidget::item:focus { outline: none; }"
+        "QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_s);
+    filesTable->verticalHeader()->hide();
+
+    QHeaderView *header = filesTable->horizontalHeader();
+    header->setStretchLastSection(false);
+    header->setSectionsClickable(true);
+    header->setHighlightSections(false);
+    header->setSortIndicatorShown(true);
+    header->setSortIndicator(VaultTable::NameColumn, Qt::AscendingOrder);
+    header->setSectionResizeMode(QHeaderView::Fixed);
+    header->setSectionResizeMode(VaultTable::NameColumn, QHeaderView::Stretch);
+    filesTable->setColumnWidth(VaultTable::IconColumn, 28);
+    filesTable->setColumnWidth(VaultTable::SizeColumn, 110);
+    filesTable->setColumnWidth(VaultTable::TypeColumn, 70);
+    filesTable->setColumnWidth(VaultTable::DateColumn, 140);
+}
+
+void MainWindow::buildStatusBar()
+{
+    const QString boxStyle = u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_s;
+
+    auto *containerBox = new QWidget;
+    containerBox->setObjectName(u"containerBox"_s);
+    containerBox->setFixedWidth(statusBoxWidth);
+    auto *separator = new QFrame;
+    separator->setObjectName(u"statusSeparator"_s);
+    separator->setFixedWidth(separatorWidth);
+    separator->setStyleSheet(u"QFrame { background-color: #c8c8c8; }"_s);
+    containerLabel = makeStatusLabel(u"containerLabel"_s, statusBoxWidth - separatorWidth, boxStyle);
+    containerLabel->setText(tr("Container: nenhum"));
+    auto *boxLayout = new QHBoxLayout(containerBox);
+    boxLayout->setContentsMargins(0, 0, 0, 0);
+    boxLayout->setSpacing(0);
+    boxLayout->addWidget(separator);
+    boxLayout->addWidget(containerLabel, 1);
+
+    versionLabel = makeStatusLabel(u"versionLabel"_s, statusBoxWidth, boxStyle);
+    versionLabel->setText(tr("Versão %1").arg(QStringLiteral(TESSARIN_VERSION)));
+    dateLabel = makeStatusLabel(u"dateLabel"_s, 78, u"QLabel { font-size: 11px; }"_s);
+    dateLabel->setText(QDate::currentDate().toString(u"dd/MM/yyyy"));
+    vaultIndicatorLabel = makeStatusLabel(u"vaultIndicatorLabel"_s, 50, {});
+
+    statusBar()->setObjectName(u"statusBar"_s);
+    statusBar()->setSizeGripEnabled(false);
+    statusBar()->addPermanentWidget(containerBox);
+    statusBar()->addPermanentWidget(versionLabel);
+    statusBar()->addPermanentWidget(dateLabel);
+    statusBar()->addPermanentWidget(vaultIndicatorLabel);
+}
+
+void MainWindow::updateActions()
+{
+    const bool unlocked = isUnlocked();
+    const bool hasContainer = !containerPath.isEmpty();
+    const bool hasFile = unlocked && !selectedVaultPath().isEmpty();
+    const bool hasDirectory = unlocked && selectedItemIsDirectory();
+    const bool hasAnyDirectory = unlocked && !vaultManager.fileIndex().directories().isEmpty();
+
+    for (QAction *action : {refreshDevicesAction, chooseContainerAction, createVaultAction})
+        action->setEnabled(!unlocked);
+    for (QAction *action : {backupAction, changePasswordAction, unlockAction})
+        action->setEnabled(hasContainer && !unlocked);
+    for (QAction *action : {lockAction, createDirectoryAction, importAction, compactAction})
+        action->setEnabled(unlocked);
+    for (QAction *action : {renameDirectoryAction, deleteDirectoryAction})
+        action->setEnabled(hasDirectory);
+    for (QAction *action : {exportAction, openAction, renameFileAction, deleteFileAction})
+        action->setEnabled(hasFile);
+    moveFileAction->setEnabled(hasFile && hasAnyDirectory);
+
+    updateVaultToggleButton();
+    updateStatusBar();
+    updateProtectedFilesLabel();
+}
+
+void MainWindow::updateVaultToggleButton()
+{
+    const QSignalBlocker blocker(vaultToggleButton);
+    const bool unlocked = isUnlocked();
+    const bool enabled = (unlocked ? lockAction : unlockAction)->isEnabled();
+    vaultToggleButton->setEnabled(enabled);
+    vaultToggleButton->setChecked(unlocked);
+    vaultToggleButton->setIcon(padlockIcon(unlocked, enabled));
+
+    QString purpose = tr("Selecione um container para desbloquear o cofre.");
+    if (unlocked)
+        purpose = tr("Bloquear cofre");
+    else if (enabled)
+        purpose = tr("Desbloquear cofre");
+    vaultToggleButton->setToolTip(purpose);
+    vaultToggleButton->setAccessibleName(purpose);
+}
+
+void MainWindow::updateStatusBar()
+{
+    QString containerName = tr("nenhum");
+    if (!containerPath.isEmpty()) {
+        const QString fileName = QFileInfo(containerPath).fileName();
+        const bool isDefault = fileName == QLatin1String(Core::ContainerFormat::defaultFileName);
+        containerName = isDefault ? tr("Tessarin") : fileName;
+    }
+    const QString fullText = tr("Container: %1").arg(containerName);
+    // Before the window is first shown the label's style sheet, and so its font, is not yet in force.
+    containerLabel->ensurePolished();
+    containerLabel->setText(
+        containerLabel->fontMetrics().elidedText(fullText, Qt::ElideMiddle, containerLabel->width() - 8));
+    containerLabel->setToolTip(plainToolTip(fullText));
+
+    const bool unlocked = isUnlocked();
+    vaultIndicatorLabel->setText(tr("COFRE"));
+    vaultIndicatorLabel->setAccessibleName(unlocked ? tr("Cofre desbloqueado") : tr("Cofre bloqueado"));
+    vaultIndicatorLabel->setStyleSheet(
+        unlocked ? u"QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; "
+                   "padding-left: 4px; padding-right: 4px; }"_s
+                 : u"QLabel { background-color: #f06a6a; color: #000000; font-size: 11px; font-weight: 600; "
+                   "padding-left: 4px; padding-right: 4px; }"_s);
+}
+
+void MainWindow::setStatusMessage(const QString &text, int timeoutMs)
+{
+    statusBar()->showMessage(text, timeoutMs);
+}
+
+bool MainWindow::isUnlocked() const
+{
+    return vaultManager.state() == Core::VaultManager::Unlocked;
+}
+
+} // namespace Tessarin::UI

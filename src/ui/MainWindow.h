@@ -1,0 +1,182 @@
+// The one window: it owns the vault session and the drive detector, shows the vault's folders and files, and
+// words everything that is said to people. It assembles itself in MainWindow.cpp; each group of operations
+// below has a file of its own.
+//
+// While an operation runs, dialogs and the progress display let events through. run() is the guard that
+// keeps a second operation from starting meanwhile: every user action enters by it.
+#pragma once
+
+#include "core/VaultManager.h"
+#include "platform/DeviceManager.h"
+#include "ui/VaultTable.h"
+
+#include <QMainWindow>
+
+#include <memory>
+
+class QAction;
+class QFile;
+class QLabel;
+class QListWidget;
+class QListWidgetItem;
+class QMenu;
+class QTableWidget;
+class QTableWidgetItem;
+class QToolButton;
+
+namespace Tessarin::UI {
+
+class ProgressDialog;
+
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    explicit MainWindow(QWidget *parent = nullptr);
+    explicit MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+protected:
+    bool event(QEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    using Operation = void (MainWindow::*)();
+
+    static constexpr int statusTimeoutMs = 5000; ///< Of the messages that tell an outcome.
+
+    /// Runs a user's operation, unless one is running already; then nothing happens. Afterwards the window
+    /// shows the state that the operation left, whatever its outcome.
+    void run(Operation operation);
+
+    // Assembling (MainWindow.cpp) ---------------------------------------------------------------------------
+    void buildUi();
+    [[nodiscard]] QWidget *buildDeviceRow();
+    void buildFilesTable();
+    void buildStatusBar();
+    void updateActions();
+    void updateVaultToggleButton();
+    void updateStatusBar();
+    void setStatusMessage(const QString &text, int timeoutMs);
+    [[nodiscard]] bool isUnlocked() const;
+
+    // Menus and wiring (MainWindowMenus.cpp) ----------------------------------------------------------------
+    void buildMenus();
+    void buildFileMenu();
+    void buildUsbMenu();
+    void buildProtectedFilesMenu(QMenu *accessMenu);
+    void buildAboutMenu();
+    void connectSignals();
+    void toggleVault();
+    void showHelp();
+    void openWebPage();
+    void showAbout();
+
+    // Drives and containers (MainWindowDevices.cpp) ---------------------------------------------------------
+    void refreshDevices();
+    void addDeviceRow(const Platform::UsbDevice &device);
+    [[nodiscard]] QString selectedUsbRootPath() const;
+    [[nodiscard]] QString selectedUsbDisplayName() const;
+    [[nodiscard]] int mountedUsbDeviceCount() const;
+    void selectDefaultUsbAfterRefresh();
+    void selectDeviceForContainer(const QString &path);
+    void setCurrentDeviceRow(int row);
+    /// Pulls the choice of a drive back to the one that holds the chosen container.
+    void keepContainerDevice();
+    void useContainer(const QString &path);
+    void openDeviceItem(QListWidgetItem *item);
+    void chooseContainer();
+    void createVault();
+    /// UTF-8; empty when cancelled. The caller wipes it.
+    [[nodiscard]] QByteArray requestPassword(const QString &title);
+    /// UTF-8; empty when cancelled or refused. The caller wipes it.
+    [[nodiscard]] QByteArray requestNewVaultPassword();
+
+    // Vault access (MainWindowAccess.cpp) -------------------------------------------------------------------
+    void unlockVault();
+    void lockVault();
+    void changeVaultPassword();
+    void backupContainer();
+    [[nodiscard]] bool copyContainer(QFile &source, QFile &destination);
+    /// Why a lock failed and where decrypted copies lie now.
+    [[nodiscard]] QString lockFailureDetails() const;
+
+    // The table (MainWindowBrowser.cpp) ---------------------------------------------------------------------
+    void refreshVaultFiles();
+    void updateProtectedFilesLabel();
+    void followTableSelection();
+    [[nodiscard]] QString selectedVaultPath() const;
+    [[nodiscard]] QString selectedDirectoryPath() const;
+    [[nodiscard]] bool selectedItemIsDirectory() const;
+    [[nodiscard]] bool selectedItemIsParentDirectory() const;
+    void enterSelectedDirectory();
+    void navigateToParentDirectory();
+    void sortByColumn(int column);
+    void openTableItem(QTableWidgetItem *item);
+    void showTableMenu(const QPoint &position);
+
+    // Files and folders (MainWindowFiles.cpp) ---------------------------------------------------------------
+    void importFiles();
+    [[nodiscard]] bool confirmImportFitsStorage(const QStringList &sources) const;
+    [[nodiscard]] bool importOneFile(const QString &source, ProgressDialog &progress);
+    void exportSelectedFile();
+    void openSelectedFile();
+    void deleteSelectedFile();
+    void moveSelectedFile();
+    void renameSelectedFile();
+    void createDirectory();
+    void renameSelectedDirectory();
+    void deleteSelectedDirectory();
+    /// Shows the changed folder and says what happened.
+    void showNamespaceChange(const QString &message);
+    [[nodiscard]] bool confirmReplaceVaultFile(const QString &path) const;
+    [[nodiscard]] bool confirmDeleteVaultFile(const QString &path) const;
+    [[nodiscard]] bool confirmExportOutsideVault(const QString &path) const;
+    [[nodiscard]] bool vaultHasItem(const QString &path) const;
+
+    // Compaction (MainWindowCompaction.cpp) -----------------------------------------------------------------
+    [[nodiscard]] bool confirmCompactVault() const;
+    void compactVault();
+
+    Core::VaultManager vaultManager;
+    std::unique_ptr<Platform::DeviceManager> deviceManager;
+    QString containerPath;    ///< Empty: none chosen.
+    QString currentDirectory; ///< Vault path of the folder on show; empty is the root.
+    int sortColumn = VaultTable::NameColumn;
+    Qt::SortOrder sortOrder = Qt::AscendingOrder;
+    bool operationRunning = false;
+
+    QListWidget *deviceList = nullptr;
+    QToolButton *vaultToggleButton = nullptr;
+    QLabel *protectedFilesLabel = nullptr;
+    QTableWidget *filesTable = nullptr;
+    QLabel *containerLabel = nullptr;
+    QLabel *versionLabel = nullptr;
+    QLabel *dateLabel = nullptr;
+    QLabel *vaultIndicatorLabel = nullptr;
+
+    QAction *exitAction = nullptr;
+    QAction *refreshDevicesAction = nullptr;
+    QAction *chooseContainerAction = nullptr;
+    QAction *createVaultAction = nullptr;
+    QAction *backupAction = nullptr;
+    QAction *changePasswordAction = nullptr;
+    QAction *unlockAction = nullptr;
+    QAction *lockAction = nullptr;
+    QAction *createDirectoryAction = nullptr;
+    QAction *importAction = nullptr;
+    QAction *exportAction = nullptr;
+    QAction *openAction = nullptr;
+    QAction *moveFileAction = nullptr;
+    QAction *renameFileAction = nullptr;
+    QAction *renameDirectoryAction = nullptr;
+    QAction *deleteDirectoryAction = nullptr;
+    QAction *deleteFileAction = nullptr;
+    QAction *compactAction = nullptr;
+    QAction *helpAction = nullptr;
+    QAction *webPageAction = nullptr;
+    QAction *aboutAction = nullptr;
+};
+
+} // namespace Tessarin::UI

@@ -1,0 +1,27 @@
+// How large the window's contents are on a given screen.
+#pragma once
+
+#include <QSize>
+
+#include <algorithm>
+
+namespace Tessarin::UI {
+
+/// 60 % of the screen's width, between 900 and 1152 pixels, in the shape 16:9, and no higher than the screen.
+/// `available` is the screen without panels, in pixels; an empty size means that there is no screen.
+[[nodiscard]] inline QSize centralWidgetSize(const QSize &available)
+{
+    if (available.isEmpty())
+        return {960, 540};
+
+    QSize size(1152, 648);
+    if (6 * available.width() <= 11529) {
+        const int width = std::max(900, 6 * available.width() / 10);
+        size = {width, width * 9 / 16};
+    }
+    if (size.height() > available.height())
+        size = {available.height() * 16 / 9, available.height()};
+    return size;
+}
+
+} // namespace Tessarin::UI

@@ -9,7 +9,7 @@ namespace Tessarin::UI {
 /// The suffix in upper case, or "Arquivo" where there is none.
 [[nodiscard]] QString fileTypeLabel(const QString &vaultPath);
 
-/// In the locale's way, one decimal, powers of 1024 written as KB, MB, GB.
+/// In the locale's way, one decimal, traditional units: powers of 1024, written as MB or GB.
 [[nodiscard]] QString formatFileSize(qint64 bytes);
 
 /// Local time as dd/MM/yyyy HH:mm; empty for an invalid time.

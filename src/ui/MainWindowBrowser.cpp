@@ -2,10 +2,13 @@
 #include "ui/MainWindow.h"
 
 #include "core/VaultPath.h"
+#include "ui/Formatting.h"
 
 #include <QAction>
+#include <QFontMetrics>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLayout>
 #include <QMenu>
 #include <QSignalBlocker>
 #include <QTableWidget>
@@ -55,6 +58,7 @@ void MainWindow::updateProtectedFilesLabel()
         return;
     if (!isUnlocked()) {
         protectedFilesLabel->setText(tr("Nenhum cofre em uso (aberto)"));
+        protectedFilesLabel->setToolTip({});
         return;
     }
     const qsizetype fileCount = vaultManager.fileIndex().entries().size();
@@ -64,7 +68,22 @@ void MainWindow::updateProtectedFilesLabel()
     else if (fileCount == 1)
         countText = tr("1 arquivo no cofre.");
     const QString folder = currentDirectory.isEmpty() ? tr("Raiz") : currentDirectory;
-    protectedFilesLabel->setText(tr("Arquivos protegidos | Pasta: %1 | %2").arg(folder, countText));
+    const QString text = tr("Arquivos protegidos | Pasta: %1 | %2");
+    const QFontMetrics metrics = protectedFilesLabel->fontMetrics();
+    const QMargins margins = centralWidget()->layout()->contentsMargins();
+    const int room = centralWidget()->width() - margins.left() - margins.right() -
+                     metrics.horizontalAdvance(text.arg(QString(), countText));
+    const QString shownFolder = metrics.elidedText(folder, Qt::ElideMiddle, room);
+    protectedFilesLabel->setText(text.arg(shownFolder, countText));
+    protectedFilesLabel->setToolTip(shownFolder == folder ? QString() : plainToolTip(folder));
+}
+
+void MainWindow::followTableSelection()
+{
+    // A row can lose its highlight and stay the current one: operations must not work on what nobody sees.
+    if (filesTable->selectedItems().isEmpty())
+        filesTable->setCurrentCell(-1, -1);
+    updateActions();
 }
 
 QString MainWindow::selectedVaultPath() const
@@ -108,15 +127,17 @@ void MainWindow::navigateToParentDirectory()
 
 void MainWindow::sortByColumn(int column)
 {
-    if (column == VaultTable::IconColumn)
-        return;
-    if (column != sortColumn) {
+    const bool isSortable = column != VaultTable::IconColumn;
+    if (isSortable && column != sortColumn) {
         sortColumn = column;
         sortOrder = Qt::AscendingOrder;
-    } else {
+    } else if (isSortable) {
         sortOrder = sortOrder == Qt::AscendingOrder ? Qt::DescendingOrder : Qt::AscendingOrder;
     }
+    // The header has moved its indicator to the clicked column, the icons' one too.
     filesTable->horizontalHeader()->setSortIndicator(sortColumn, sortOrder);
+    if (!isSortable)
+        return;
     refreshVaultFiles();
     updateActions();
 }

@@ -13,6 +13,7 @@
 #include <QMessageBox>
 #include <QProgressDialog>
 #include <QScopedValueRollback>
+#include <QTest>
 #include <QTimer>
 
 #include <functional>
@@ -145,12 +146,13 @@ private:
     QWidget *answered = nullptr; ///< Whose answer runs just now, maybe with dialogs above it.
 };
 
-/// Runs the operation while the dialogs are answered; returns what went wrong, or an empty text.
-inline QString drive(const std::function<void()> &operation, const QList<DialogStep> &steps)
+/// Runs the operation while the dialogs are answered.
+inline void drive(const std::function<void()> &operation, const QList<DialogStep> &steps)
 {
     DialogDriver driver(steps);
     operation();
-    return driver.verdict();
+    const QString verdict = driver.verdict();
+    QVERIFY2(verdict.isEmpty(), qPrintable(verdict));
 }
 
 } // namespace Tessarin::Tests

@@ -47,10 +47,10 @@ ChangePasswordDialog::ChangePasswordDialog(QWidget *parent) : QDialog(parent)
     auto *buttons = new QDialogButtonBox;
     QPushButton *acceptButton = buttons->addButton(tr("Alterar"), QDialogButtonBox::AcceptRole);
     acceptButton->setObjectName(QStringLiteral("acceptButton"));
-    acceptButton->setDefault(true);
     QPushButton *cancelButton = buttons->addButton(tr("Cancelar"), QDialogButtonBox::RejectRole);
     cancelButton->setObjectName(QStringLiteral("cancelButton"));
     layout->addWidget(buttons);
+    acceptButton->setDefault(true);  // a default that outlives a loss of focus needs the dialog as its parent
 
     connect(buttons, &QDialogButtonBox::accepted, this, &ChangePasswordDialog::validateAndAccept);
     connect(buttons, &QDialogButtonBox::rejected, this, &ChangePasswordDialog::reject);

@@ -1,0 +1,435 @@
+"""The stations of the tour: the main job of the real program, done as a person does it, on a USB drive.
+
+Every station acts through keys and clicks, and is reached when the window says so or the drive holds the
+proof. Containers are checked by a second implementation of the format. Started by scripts/tour.
+"""
+import argparse
+import os
+import subprocess
+import sys
+import time
+import traceback
+from pathlib import Path
+from urllib.parse import unquote, urlparse
+
+from tour_desktop import Desktop, Missed, until
+
+PROJECT = Path(__file__).resolve().parent.parent
+sys.path.append(str(PROJECT / "tests/end_to_end"))
+import read_container  # noqa: E402
+
+PASSWORD = "cavalo-bateria-grampo"
+NEW_PASSWORD = "rio, pedra & 100% vento"
+HEADER_BYTES = 8388636
+
+OPEN_CONTAINERS, SAVE_CONTAINER = "Escolher container Tessarin", "Criar container Tessarin"
+
+# Pictures that the documents show: station, and the file it is cropped into.
+PUBLISHED = {
+    "choose_drive": ["resources/help/pt_BR/dispositivos.png"],
+    "browse": ["resources/help/pt_BR/janela.png", "docs/pictures/vault.png"],
+    "compact-box": ["resources/help/pt_BR/compactar.png"],
+    "unlock-dialog": ["docs/pictures/unlock.png"],
+    "context_menu": ["docs/pictures/menu.png"],
+}
+
+
+def require(condition, expected, seen):
+    if not condition:
+        raise Missed(expected, seen)
+
+
+class Tour:
+    def __init__(self, desktop, drive, output, update_pictures):
+        self.desktop, self.drive, self.output = desktop, drive, output
+        self.update_pictures = update_pictures
+        self.container = drive / "tessarin.trvx"
+        self.shots = 0
+        self.station = ""
+
+    # What every station does --------------------------------------------------------------------------------
+
+    def shot(self, detail=""):
+        name = self.station + (f"-{detail}" if detail else "")
+        self.shots += 1
+        self.desktop.picture(self.output / f"{self.shots:02}-{name}.png")
+        for target in PUBLISHED.get(name, []) if self.update_pictures else []:
+            picture = PROJECT / target
+            picture.parent.mkdir(parents=True, exist_ok=True)
+            self.desktop.picture(picture, self.desktop.area(self.desktop.find("frame", "Tessarin")))
+            subprocess.run(["convert", picture, "-bordercolor", "#c8c8c8", "-border", "1", "-colors", "192",
+                            "-define", "png:compression-level=9", f"PNG8:{picture}"], check=True)
+
+    def status(self, text):
+        self.desktop.find("status bar", text)
+
+    def label(self, text):
+        self.desktop.find("label", text)
+
+    def box(self, title, beginning, button, detail="box"):
+        """Waits for a message box, takes its picture and presses a button of it."""
+        self.desktop.find("alert", title)
+        self.desktop.find("label", where=lambda node: node.get_name().startswith(beginning))
+        self.shot(detail)
+        self.desktop.click(self.desktop.find("push button", button))
+
+    def ask(self, title, text, detail="dialog"):
+        """Answers an input dialog or a file dialog by typing."""
+        self.desktop.window(title)
+        self.desktop.key("ctrl+a")
+        self.desktop.type(text)
+        if detail:
+            self.shot(detail)
+        self.desktop.key("Return")
+
+    def rows(self):
+        try:
+            table = self.desktop.look("table")
+            return [table.get_accessible_at(row, 1).get_name() for row in range(table.get_n_rows())]
+        except self.desktop.gone:
+            return None
+
+    def shows(self, *names):
+        until(f"rows {list(names)}", lambda: self.rows() == list(names), lambda: f"rows {self.rows()}")
+
+    def cell(self, name):
+        return self.desktop.find("table cell", name)
+
+    def press(self, shortcut):
+        self.desktop.window("Tessarin", "frame")
+        self.desktop.key(shortcut)
+
+    def menu(self, *path):
+        self.desktop.window("Tessarin", "frame")
+        for text in path:
+            self.desktop.click(self.desktop.find("menu item", text, self.desktop.is_placed))
+
+    def file_menu(self, text):
+        self.menu("USB", "Acesso ao cofre", "Arquivos protegidos", text)
+
+    def write(self, folder, name, content):
+        path = self.desktop.home / folder / name
+        path.parent.mkdir(exist_ok=True)
+        path.write_bytes(content)
+        return content
+
+    def unlock(self, password, detail=None):
+        self.press("ctrl+l")
+        self.ask("Senha do cofre", password, detail)
+
+    def lock(self):
+        self.press("ctrl+shift+l")
+        self.status("Cofre bloqueado.")
+
+    def import_all(self, folder):
+        self.press("ctrl+i")
+        # Whole paths in quotes: anything else makes the file dialog's completion take part.
+        paths = " ".join(f'"{path}"' for path in sorted((self.desktop.home / folder).iterdir()))
+        self.ask("Importar arquivos para o cofre", paths)
+
+    def export(self, name):
+        target = self.desktop.home / f"exportado-{self.shots}"
+        self.desktop.click(self.cell(name))
+        self.press("ctrl+e")
+        self.box("Exportar arquivo", "Exportar ", "Continuar")
+        self.ask("Exportar arquivo", str(target))
+        self.status("Arquivo exportado com sucesso.")
+        return target.read_bytes()
+
+    def workspaces(self):
+        return list((self.desktop.temporary / "Tessarin").glob("*"))
+
+    def stored(self, password=PASSWORD):
+        """The container as the second implementation reads it."""
+        return read_container.Container(self.container, password)
+
+    # The stations, in their order ----------------------------------------------------------------------------
+
+    def choose_drive(self):
+        self.desktop.window("Tessarin", "frame")
+        self.status("Pronto")
+        self.label("Container: nenhum")
+        self.desktop.click(self.desktop.find("list item", where=lambda item: str(self.drive) in item.get_name()))
+        self.shot()
+
+    def create_vault(self):
+        self.press("ctrl+n")
+        self.desktop.window(SAVE_CONTAINER)
+        self.shot("file")
+        self.desktop.key("Return")
+        self.ask("Definir senha do cofre", "curta-demais")
+        self.ask("Confirmar senha do cofre", "outra-demais", detail=None)
+        self.box("Tessarin", "As senhas informadas não coincidem.", "OK", "differ")
+        self.press("ctrl+n")
+        self.ask(SAVE_CONTAINER, str(self.container), detail=None)
+        self.ask("Definir senha do cofre", PASSWORD, detail=None)
+        self.ask("Confirmar senha do cofre", PASSWORD)
+        self.status("Cofre criado com sucesso.")
+        self.label("Container: Tessarin")
+        size = self.container.stat().st_size
+        require(size == HEADER_BYTES, f"a container of {HEADER_BYTES} bytes", size)
+        self.shot()
+
+    def refuse_wrong_password(self):
+        self.unlock("senha-errada-mesmo")
+        self.box("Tessarin", "Não foi possível desbloquear o cofre.", "OK")
+
+    def unlock_vault(self):
+        self.station = "unlock"
+        self.unlock(PASSWORD, "dialog")
+        self.status("Cofre desbloqueado.")
+        self.label("Arquivos protegidos | Pasta: Raiz | O cofre está vazio.")
+        self.shot()
+
+    def create_folders(self):
+        for name in ("Documentos", "Fotos", "Vazia"):
+            self.press("ctrl+shift+n")
+            self.ask("Nova pasta", name, "dialog" if name == "Fotos" else None)
+            self.cell(name)
+        self.status("Pasta criada.")
+        self.press("ctrl+shift+n")
+        self.ask("Nova pasta", "documentos", detail=None)
+        self.box("Nova pasta", "Já existe um item com esse nome nesta pasta.", "OK")
+        self.shows("Documentos", "Fotos", "Vazia")
+
+    def import_several(self):
+        self.large = self.write("Diversos", "férias.mp3", os.urandom(17 << 20))
+        self.odd = self.write("Diversos", "100%1 açúcar.txt", "Receita de açúcar %1 %2\n".encode())
+        self.write("Diversos", "<b>a&b.jpg", os.urandom(300_000))
+        self.write("Diversos", "notas", b"")
+        self.import_all("Diversos")
+        self.status("4 arquivos importados com sucesso.")
+        self.shows("Documentos", "Fotos", "Vazia", "100%1 açúcar.txt", "<b>a&b.jpg", "férias.mp3", "notas")
+        self.label("Arquivos protegidos | Pasta: Raiz | 4 arquivos no cofre.")
+        self.shot()
+
+    def enter_folder_and_replace(self):
+        self.desktop.click(self.cell("Documentos"), times=2)
+        self.shows("..")
+        self.write("Escritorio", "relatório.odt", b"primeira versao")
+        self.import_all("Escritorio")
+        self.status("Arquivo importado com sucesso.")
+        self.report = self.write("Escritorio", "relatório.odt", b"segunda versao")
+        self.import_all("Escritorio")
+        self.box("Substituir arquivo", "Documentos/relatório.odt já existe no cofre.", "Sim")
+        self.status("Arquivo importado com sucesso.")
+        self.shows("..", "relatório.odt")
+
+    def export_file(self):
+        content = self.export("relatório.odt")
+        require(content == self.report, repr(self.report), repr(content))
+
+    def open_and_edit(self):
+        self.desktop.click(self.cell("relatório.odt"), times=2)
+        self.status("Arquivo aberto para edição.")
+        address = until("an opened file", lambda: self.desktop.opened.exists() and self.desktop.opened.read_text())
+        copy = Path(unquote(urlparse(address.strip()).path))
+        require(self.desktop.temporary in copy.parents and copy.read_bytes() == self.report,
+                "a decrypted copy below the temporary directory", copy)
+        self.report += b", corrigida"
+        copy.write_bytes(self.report)
+        self.shot()
+
+    def lock_by_padlock(self):
+        self.desktop.click(self.desktop.find("check box", "Bloquear cofre"))
+        self.status("Cofre bloqueado.")
+        self.label("Nenhum cofre em uso (aberto)")
+        require(not self.workspaces(), "no temporary copies", self.workspaces())
+        self.shot()
+        stored = self.stored()
+        files = {"<b>a&b.jpg", "100%1 açúcar.txt", "férias.mp3", "notas", "Documentos/relatório.odt"}
+        require(set(stored.files) == files, files, set(stored.files))
+        require(set(stored.directories) == {"Documentos", "Fotos", "Vazia"}, "three folders", stored.directories)
+        require(stored.read("férias.mp3") == self.large, "férias.mp3 as it was imported", "other bytes")
+
+    def edit_came_back(self):
+        self.unlock(PASSWORD)
+        self.status("Cofre desbloqueado.")
+        self.desktop.click(self.cell("Documentos"), times=2)
+        content = self.export("relatório.odt")
+        require(content == self.report, repr(self.report), repr(content))
+        self.desktop.click(self.cell(".."), times=2)
+        self.cell("férias.mp3")
+
+    def move_file(self):
+        self.desktop.click(self.cell("<b>a&b.jpg"))
+        self.file_menu("Mover para pasta...")
+        self.desktop.window("Mover arquivo")
+        self.desktop.click(self.desktop.find("combo box"))
+        self.desktop.key("F", "Return")
+        self.desktop.find("combo box", where=lambda box: "Fotos" in self.desktop.text_of(box))
+        self.shot("dialog")
+        self.desktop.click(self.desktop.find("push button", "Mover"))
+        self.status("Arquivo movido.")
+        self.shows("Documentos", "Fotos", "Vazia", "100%1 açúcar.txt", "férias.mp3", "notas")
+
+    def rename_file(self):
+        self.desktop.click(self.cell("100%1 açúcar.txt"))
+        self.file_menu("Renomear arquivo...")
+        self.ask("Renomear arquivo", "receita.txt")
+        self.status("Arquivo renomeado.")
+        self.shows("Documentos", "Fotos", "Vazia", "férias.mp3", "notas", "receita.txt")
+
+    def rename_folder(self):
+        self.desktop.click(self.cell("Fotos"))
+        self.file_menu("Renomear pasta...")
+        self.ask("Renomear pasta", "Viagem")
+        self.status("Pasta renomeada.")
+        self.shows("Documentos", "Vazia", "Viagem", "férias.mp3", "notas", "receita.txt")
+
+    def browse(self):
+        """The sort by size, and the window as the documents show it."""
+        self.desktop.click(self.desktop.find("table column header", "Tamanho"))
+        self.shows("Documentos", "Vazia", "Viagem", "notas", "receita.txt", "férias.mp3")
+        self.desktop.click(self.desktop.find("table column header", "Nome do arquivo"))
+        self.shows("Documentos", "Vazia", "Viagem", "férias.mp3", "notas", "receita.txt")
+        self.desktop.click(self.cell("receita.txt"))
+        self.shot()
+
+    def context_menu(self):
+        self.desktop.click(self.cell("receita.txt"), button=3)
+        until("a popup menu", lambda: self.desktop.popups())
+        self.shot()
+        self.desktop.key("Escape")
+
+    def delete_file(self):
+        before = self.container.stat().st_size
+        self.desktop.click(self.cell("férias.mp3"))
+        self.press("Delete")
+        self.box("Excluir arquivo", "Excluir férias.mp3 removerá o arquivo da lista do cofre.", "Sim")
+        self.status("Arquivo excluído do cofre.")
+        self.shows("Documentos", "Vazia", "Viagem", "notas", "receita.txt")
+        require(self.container.stat().st_size == before, f"still {before} bytes", self.container.stat().st_size)
+
+    def delete_folder(self):
+        self.desktop.click(self.cell("Viagem"))
+        self.file_menu("Excluir pasta vazia")
+        self.box("Excluir pasta", "Excluir a pasta vazia Viagem?", "Sim")
+        self.box("Excluir pasta", "A pasta não está vazia ou não pode ser excluída.", "OK", "refused")
+        self.desktop.click(self.cell("Vazia"))
+        self.file_menu("Excluir pasta vazia")
+        self.box("Excluir pasta", "Excluir a pasta vazia Vazia?", "Sim")
+        self.status("Pasta excluída.")
+        self.shows("Documentos", "Viagem", "notas", "receita.txt")
+
+    def compact(self):
+        before = self.container.stat().st_size
+        self.press("F6")
+        self.box("Compactar cofre", "A compactação reconstruirá o container", "Sim")
+        self.box("Compactar cofre", "Cofre compactado com sucesso.", "OK", "done")
+        self.status("Cofre compactado com sucesso.")
+        live = HEADER_BYTES + sum(block["encryptedSize"] for entry in self.stored().files.values()
+                                  for block in entry["blocks"])
+        size = self.container.stat().st_size
+        require(size == live < before, f"{live} bytes, fewer than {before}", size)
+        left = list(self.desktop.temporary.glob("Tessarin-compact-*"))
+        require(not left, "no working folder", left)
+
+    def backup(self):
+        self.lock()
+        target = self.desktop.home / "copia.trvx"
+        self.press("ctrl+b")
+        self.ask("Fazer backup do container", str(target))
+        self.box("Fazer backup", "Backup concluído com sucesso.", "OK")
+        self.status("Backup do container concluído.")
+        require(target.read_bytes() == self.container.read_bytes(), "a backup of the same bytes", "other bytes")
+
+    def change_password(self):
+        self.press("ctrl+p")
+        self.desktop.window("Alterar senha do cofre")
+        for text in (PASSWORD, NEW_PASSWORD, NEW_PASSWORD + "?"):
+            self.desktop.type(text)
+            self.desktop.key("Tab")
+        self.desktop.click(self.desktop.find("push button", "Alterar"))
+        self.box("Alterar senha", "A confirmação não coincide com a nova senha.", "OK", "differ")
+        self.desktop.window("Alterar senha do cofre")
+        self.desktop.click(self.desktop.find("password text", "Confirmar nova senha:"))
+        self.ask("Alterar senha do cofre", NEW_PASSWORD)
+        self.box("Tessarin", "Senha alterada com sucesso.", "OK")
+        self.unlock(NEW_PASSWORD)
+        self.status("Cofre desbloqueado.")
+        self.shows("Documentos", "Viagem", "notas", "receita.txt")
+        self.lock()
+        stored = self.stored(NEW_PASSWORD)
+        require(stored.read("receita.txt") == self.odd, repr(self.odd), "other bytes")
+
+    def open_foreign_container(self):
+        content = os.urandom((16 << 20) + 1)
+        path = self.drive / "de-outro-autor.trvx"
+        read_container.create(path, PASSWORD, {"Música/Ópera/ária.ogg": content, "leia-me": b"ok"})
+        self.press("ctrl+o")
+        self.ask(OPEN_CONTAINERS, str(path))
+        self.status("Container selecionado.")
+        self.label("Container: de-outro-autor.trvx")
+        self.unlock(PASSWORD)
+        self.status("Cofre desbloqueado.")
+        self.desktop.click(self.cell("Música"), times=2)
+        self.desktop.click(self.cell("Ópera"), times=2)
+        require(self.export("ária.ogg") == content, "ária.ogg as it was written", "other bytes")
+
+    def about(self):
+        self.menu("Sobre", "Sobre o Tessarin")
+        self.desktop.window("Sobre o Tessarin")
+        self.desktop.click(self.desktop.find("list item", where=lambda item: item.get_name().startswith("libsodium")))
+        self.shot()
+        self.desktop.click(self.desktop.find("push button", "Fechar"))
+
+    def help(self):
+        self.menu("Sobre", "Ajuda")
+        self.desktop.window("Ajuda do Tessarin")
+        self.shot()
+        for page in range(1, 10):
+            self.desktop.key("Next")
+            self.shot(f"page{page}")
+        self.desktop.click(self.desktop.find("push button", "Fechar"))
+
+    def quit(self):
+        self.press("ctrl+q")
+        code = until("the program's end", lambda: self.desktop.program.poll() is not None,
+                     self.desktop.describe) and self.desktop.program.returncode
+        require(code == 0, "exit code 0", code)
+        require(not self.workspaces(), "no temporary copies", self.workspaces())
+
+    STATIONS = [choose_drive, create_vault, refuse_wrong_password, unlock_vault, create_folders, import_several,
+                enter_folder_and_replace, export_file, open_and_edit, lock_by_padlock, edit_came_back, move_file,
+                rename_file, rename_folder, browse, context_menu, delete_file, delete_folder, compact, backup,
+                change_password, open_foreign_container, about, help, quit]
+
+    def run(self):
+        for number, station in enumerate(self.STATIONS, 1):
+            self.station = station.__name__
+            start = time.monotonic()
+            try:
+                station(self)
+            except Exception as error:  # whatever it is, the station was not reached
+                if not isinstance(error, Missed):
+                    traceback.print_exc()
+                self.desktop.picture(self.output / "failure.png")
+                print(f"FAILED at station {number}, {station.__name__}: {error}", file=sys.stderr)
+                return False
+            print(f"{number:2}  {station.__name__}  ({time.monotonic() - start:.1f} s)", flush=True)
+        return True
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--program", required=True)
+    parser.add_argument("--drive", type=Path, required=True)
+    parser.add_argument("--output", type=Path, required=True)
+    parser.add_argument("--update-pictures", action="store_true")
+    arguments = parser.parse_args()
+    arguments.output.mkdir(parents=True, exist_ok=True)
+    for picture in arguments.output.glob("*.png"):
+        picture.unlink()
+
+    desktop = Desktop()
+    try:
+        desktop.launch(arguments.program)
+        done = Tour(desktop, arguments.drive, arguments.output, arguments.update_pictures).run()
+    finally:
+        desktop.close()
+    sys.exit(0 if done else 1)
+
+
+if __name__ == "__main__":
+    main()

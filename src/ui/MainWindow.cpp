@@ -229,6 +229,8 @@ void MainWindow::buildFilesTable()
     filesTable->setAlternatingRowColors(true);
     filesTable->setShowGrid(false);
     filesTable->setWordWrap(false);
+    // The size the pages are painted in: scaled down, their labels cannot be read.
+    filesTable->setIconSize({22, 22});
     filesTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     filesTable->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     filesTable->setStyleSheet(

@@ -99,6 +99,7 @@ void writeRow(QTableWidget &table, int rowNumber, const Row &row)
     sizeItem->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
     auto *typeItem = new QTableWidgetItem(row.typeText);
     typeItem->setTextAlignment(Qt::AlignCenter);
+    typeItem->setToolTip(plainToolTip(row.typeText));
     auto *dateItem = new QTableWidgetItem(row.dateText);
     dateItem->setTextAlignment(Qt::AlignCenter);
     if (row.kind == VaultTableItemKind::File) {

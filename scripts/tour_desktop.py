@@ -105,7 +105,7 @@ class Desktop:
 
     def launch(self, program):
         name = Path(program).name.lower()
-        self.program = subprocess.Popen([program], env=self.environment, start_new_session=True)
+        self.program = subprocess.Popen([program], env=self.environment, cwd=self.home, start_new_session=True)
         self.processes.append(self.program)
         self.application = until(f"'{name}' on the accessibility bus", lambda: self._find_application(name))
 
@@ -181,6 +181,18 @@ class Desktop:
     def picture(self, path, area=None):
         crop = ["-crop", "{0}x{1}+{2}+{3}".format(*area), "+repage"] if area else []
         subprocess.run(["import", "-window", "root", *crop, "-strip", str(path)], env=self.environment, check=True)
+
+    def glimpse(self, title, path):
+        """A picture of a window that closes by itself, the program held still meanwhile; none if it was too quick."""
+        search = ["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"]
+        deadline = time.monotonic() + 2
+        while subprocess.run(search, env=self.environment, capture_output=True, check=False).returncode:
+            if time.monotonic() > deadline:
+                return
+        time.sleep(0.15)  # to be painted
+        os.kill(self.program.pid, signal.SIGSTOP)
+        self.picture(path)
+        os.kill(self.program.pid, signal.SIGCONT)
 
     # Hands ---------------------------------------------------------------------------------------------------
 

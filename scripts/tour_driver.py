@@ -21,15 +21,15 @@ import read_container  # noqa: E402
 PASSWORD = "cavalo-bateria-grampo"
 NEW_PASSWORD = "rio, pedra & 100% vento"
 HEADER_BYTES = 8388636
+REST = ("chave.pem", "contrato.pdf")  # files that stand in the root all the time
 
 OPEN_CONTAINERS, SAVE_CONTAINER = "Escolher container Tessarin", "Criar container Tessarin"
 
-# Pictures that the documents show: station, and the file it is cropped into.
+# The pictures in the documents: what they are cropped from.
 PUBLISHED = {
-    "choose_drive": ["resources/help/pt_BR/dispositivos.png"],
+    "unlock-dialog": ["resources/help/pt_BR/desbloquear.png", "docs/pictures/unlock.png"],
     "browse": ["resources/help/pt_BR/janela.png", "docs/pictures/vault.png"],
     "compact-box": ["resources/help/pt_BR/compactar.png"],
-    "unlock-dialog": ["docs/pictures/unlock.png"],
     "context_menu": ["docs/pictures/menu.png"],
 }
 
@@ -57,8 +57,8 @@ class Tour:
             picture = PROJECT / target
             picture.parent.mkdir(parents=True, exist_ok=True)
             self.desktop.picture(picture, self.desktop.area(self.desktop.find("frame", "Tessarin")))
-            subprocess.run(["convert", picture, "-bordercolor", "#c8c8c8", "-border", "1", "-colors", "192",
-                            "-define", "png:compression-level=9", f"PNG8:{picture}"], check=True)
+            subprocess.run(["convert", picture, "-bordercolor", "#c8c8c8", "-border", "1", "+dither",
+                            "-colors", "256", "-define", "png:compression-level=9", f"PNG8:{picture}"], check=True)
 
     def status(self, text):
         self.desktop.find("status bar", text)
@@ -182,7 +182,7 @@ class Tour:
         self.shot()
 
     def create_folders(self):
-        for name in ("Documentos", "Fotos", "Vazia"):
+        for name in ("Documentos", "Fotos", "Rascunhos"):
             self.press("ctrl+shift+n")
             self.ask("Nova pasta", name, "dialog" if name == "Fotos" else None)
             self.cell(name)
@@ -190,17 +190,21 @@ class Tour:
         self.press("ctrl+shift+n")
         self.ask("Nova pasta", "documentos", detail=None)
         self.box("Nova pasta", "Já existe um item com esse nome nesta pasta.", "OK")
-        self.shows("Documentos", "Fotos", "Vazia")
+        self.shows("Documentos", "Fotos", "Rascunhos")
 
     def import_several(self):
-        self.large = self.write("Diversos", "férias.mp3", os.urandom(17 << 20))
+        self.large = self.write("Diversos", "férias.mp3", os.urandom(64 << 20))
+        for name, size in {"chave.pem": 1704, "contrato.pdf": 84_000, "visto.png": 240_000}.items():
+            self.write("Diversos", name, os.urandom(size))
         self.odd = self.write("Diversos", "100%1 açúcar.txt", "Receita de açúcar %1 %2\n".encode())
         self.write("Diversos", "<b>a&b.jpg", os.urandom(300_000))
         self.write("Diversos", "notas", b"")
         self.import_all("Diversos")
-        self.status("4 arquivos importados com sucesso.")
-        self.shows("Documentos", "Fotos", "Vazia", "100%1 açúcar.txt", "<b>a&b.jpg", "férias.mp3", "notas")
-        self.label("Arquivos protegidos | Pasta: Raiz | 4 arquivos no cofre.")
+        self.desktop.glimpse("Importar arquivos", self.output / "import-progress.png")
+        self.status("7 arquivos importados com sucesso.")
+        self.shows("Documentos", "Fotos", "Rascunhos", "100%1 açúcar.txt", "<b>a&b.jpg", *REST, "férias.mp3", "notas",
+                   "visto.png")
+        self.label("Arquivos protegidos | Pasta: Raiz | 7 arquivos no cofre.")
         self.shot()
 
     def enter_folder_and_replace(self):
@@ -237,9 +241,10 @@ class Tour:
         require(not self.workspaces(), "no temporary copies", self.workspaces())
         self.shot()
         stored = self.stored()
-        files = {"<b>a&b.jpg", "100%1 açúcar.txt", "férias.mp3", "notas", "Documentos/relatório.odt"}
+        files = {"<b>a&b.jpg", "100%1 açúcar.txt", *REST, "férias.mp3", "notas", "visto.png",
+                 "Documentos/relatório.odt"}
         require(set(stored.files) == files, files, set(stored.files))
-        require(set(stored.directories) == {"Documentos", "Fotos", "Vazia"}, "three folders", stored.directories)
+        require(set(stored.directories) == {"Documentos", "Fotos", "Rascunhos"}, "three folders", stored.directories)
         require(stored.read("férias.mp3") == self.large, "férias.mp3 as it was imported", "other bytes")
 
     def edit_came_back(self):
@@ -261,33 +266,33 @@ class Tour:
         self.shot("dialog")
         self.desktop.click(self.desktop.find("push button", "Mover"))
         self.status("Arquivo movido.")
-        self.shows("Documentos", "Fotos", "Vazia", "100%1 açúcar.txt", "férias.mp3", "notas")
+        self.shows("Documentos", "Fotos", "Rascunhos", "100%1 açúcar.txt", *REST, "férias.mp3", "notas", "visto.png")
 
     def rename_file(self):
         self.desktop.click(self.cell("100%1 açúcar.txt"))
         self.file_menu("Renomear arquivo...")
         self.ask("Renomear arquivo", "receita.txt")
         self.status("Arquivo renomeado.")
-        self.shows("Documentos", "Fotos", "Vazia", "férias.mp3", "notas", "receita.txt")
+        self.shows("Documentos", "Fotos", "Rascunhos", *REST, "férias.mp3", "notas", "receita.txt", "visto.png")
 
     def rename_folder(self):
         self.desktop.click(self.cell("Fotos"))
         self.file_menu("Renomear pasta...")
         self.ask("Renomear pasta", "Viagem")
         self.status("Pasta renomeada.")
-        self.shows("Documentos", "Vazia", "Viagem", "férias.mp3", "notas", "receita.txt")
+        self.shows("Documentos", "Rascunhos", "Viagem", *REST, "férias.mp3", "notas", "receita.txt", "visto.png")
 
     def browse(self):
         """The sort by size, and the window as the documents show it."""
         self.desktop.click(self.desktop.find("table column header", "Tamanho"))
-        self.shows("Documentos", "Vazia", "Viagem", "notas", "receita.txt", "férias.mp3")
+        self.shows("Documentos", "Rascunhos", "Viagem", "notas", "receita.txt", *REST, "visto.png", "férias.mp3")
         self.desktop.click(self.desktop.find("table column header", "Nome do arquivo"))
-        self.shows("Documentos", "Vazia", "Viagem", "férias.mp3", "notas", "receita.txt")
+        self.shows("Documentos", "Rascunhos", "Viagem", *REST, "férias.mp3", "notas", "receita.txt", "visto.png")
         self.desktop.click(self.cell("receita.txt"))
         self.shot()
 
     def context_menu(self):
-        self.desktop.click(self.cell("receita.txt"), button=3)
+        self.desktop.click(self.cell("chave.pem"), button=3)
         until("a popup menu", lambda: self.desktop.popups())
         self.shot()
         self.desktop.key("Escape")
@@ -298,7 +303,7 @@ class Tour:
         self.press("Delete")
         self.box("Excluir arquivo", "Excluir férias.mp3 removerá o arquivo da lista do cofre.", "Sim")
         self.status("Arquivo excluído do cofre.")
-        self.shows("Documentos", "Vazia", "Viagem", "notas", "receita.txt")
+        self.shows("Documentos", "Rascunhos", "Viagem", *REST, "notas", "receita.txt", "visto.png")
         require(self.container.stat().st_size == before, f"still {before} bytes", self.container.stat().st_size)
 
     def delete_folder(self):
@@ -306,11 +311,11 @@ class Tour:
         self.file_menu("Excluir pasta vazia")
         self.box("Excluir pasta", "Excluir a pasta vazia Viagem?", "Sim")
         self.box("Excluir pasta", "A pasta não está vazia ou não pode ser excluída.", "OK", "refused")
-        self.desktop.click(self.cell("Vazia"))
+        self.desktop.click(self.cell("Rascunhos"))
         self.file_menu("Excluir pasta vazia")
-        self.box("Excluir pasta", "Excluir a pasta vazia Vazia?", "Sim")
+        self.box("Excluir pasta", "Excluir a pasta vazia Rascunhos?", "Sim")
         self.status("Pasta excluída.")
-        self.shows("Documentos", "Viagem", "notas", "receita.txt")
+        self.shows("Documentos", "Viagem", *REST, "notas", "receita.txt", "visto.png")
 
     def compact(self):
         before = self.container.stat().st_size
@@ -348,7 +353,7 @@ class Tour:
         self.box("Tessarin", "Senha alterada com sucesso.", "OK")
         self.unlock(NEW_PASSWORD)
         self.status("Cofre desbloqueado.")
-        self.shows("Documentos", "Viagem", "notas", "receita.txt")
+        self.shows("Documentos", "Viagem", *REST, "notas", "receita.txt", "visto.png")
         self.lock()
         stored = self.stored(NEW_PASSWORD)
         require(stored.read("receita.txt") == self.odd, repr(self.odd), "other bytes")
@@ -378,9 +383,6 @@ class Tour:
         self.menu("Sobre", "Ajuda")
         self.desktop.window("Ajuda do Tessarin")
         self.shot()
-        for page in range(1, 10):
-            self.desktop.key("Next")
-            self.shot(f"page{page}")
         self.desktop.click(self.desktop.find("push button", "Fechar"))
 
     def quit(self):

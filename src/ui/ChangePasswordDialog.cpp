@@ -50,7 +50,7 @@ ChangePasswordDialog::ChangePasswordDialog(QWidget *parent) : QDialog(parent)
     QPushButton *cancelButton = buttons->addButton(tr("Cancelar"), QDialogButtonBox::RejectRole);
     cancelButton->setObjectName(QStringLiteral("cancelButton"));
     layout->addWidget(buttons);
-    acceptButton->setDefault(true);  // a default that outlives a loss of focus needs the dialog as its parent
+    acceptButton->setDefault(true); // a default that outlives a loss of focus needs the dialog as its parent
 
     connect(buttons, &QDialogButtonBox::accepted, this, &ChangePasswordDialog::validateAndAccept);
     connect(buttons, &QDialogButtonBox::rejected, this, &ChangePasswordDialog::reject);

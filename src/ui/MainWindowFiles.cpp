@@ -36,9 +36,12 @@ void warnAboutDirectoryName(QWidget *parent, const QString &title)
 /// The typed name without white space around it; empty when cancelled.
 QString askForName(QWidget *parent, const QString &title, const QString &prompt, const QString &proposal)
 {
-    bool accepted = false;
-    const QString name = QInputDialog::getText(parent, title, prompt, QLineEdit::Normal, proposal, &accepted);
-    return accepted ? name.trimmed() : QString();
+    QInputDialog dialog(parent);
+    dialog.setWindowTitle(title);
+    dialog.setLabelText(prompt);
+    dialog.setTextValue(proposal);
+    dialog.resize(360, dialog.sizeHint().height()); // by itself it is too narrow for its title
+    return dialog.exec() == QDialog::Accepted ? dialog.textValue().trimmed() : QString();
 }
 
 } // namespace

@@ -40,8 +40,8 @@ def require(condition, expected, seen):
 
 
 class Tour:
-    def __init__(self, desktop, drive, output, update_pictures):
-        self.desktop, self.drive, self.output = desktop, drive, output
+    def __init__(self, desktop, program, drive, output, update_pictures):
+        self.desktop, self.program, self.drive, self.output = desktop, program, drive, output
         self.update_pictures = update_pictures
         self.container = drive / "tessarin.trvx"
         self.shots = 0
@@ -49,15 +49,23 @@ class Tour:
 
     # What every station does --------------------------------------------------------------------------------
 
-    def shot(self, detail=""):
-        name = self.station + (f"-{detail}" if detail else "")
+    def picture_name(self, detail):
+        return self.station + (f"-{detail}" if detail else "")
+
+    def picture_path(self, detail):
         self.shots += 1
-        self.desktop.picture(self.output / f"{self.shots:02}-{name}.png")
+        return self.output / f"{self.shots:02}-{self.picture_name(detail)}.png"
+
+    def shot(self, detail=""):
+        self.desktop.picture(self.picture_path(detail))
+        name = self.picture_name(detail)
         for target in PUBLISHED.get(name, []) if self.update_pictures else []:
             picture = PROJECT / target
             picture.parent.mkdir(parents=True, exist_ok=True)
             self.desktop.picture(picture, self.desktop.area(self.desktop.find("frame", "Tessarin")))
-            subprocess.run(["convert", picture, "-bordercolor", "#c8c8c8", "-border", "1", "+dither",
+            # The help page shows its pictures as they are: scaled by the page they would be hard to read.
+            scale = ["-filter", "Lanczos", "-resize", "638"] if "help" in target else []
+            subprocess.run(["convert", picture, *scale, "-bordercolor", "#c8c8c8", "-border", "1", "+dither",
                             "-colors", "256", "-define", "png:compression-level=9", f"PNG8:{picture}"], check=True)
 
     def status(self, text):
@@ -145,8 +153,11 @@ class Tour:
 
     # The stations, in their order ----------------------------------------------------------------------------
 
-    def choose_drive(self):
+    def start(self):
+        self.desktop.launch(self.program)
         self.desktop.window("Tessarin", "frame")
+
+    def choose_drive(self):
         self.status("Pronto")
         self.label("Container: nenhum")
         self.desktop.click(self.desktop.find("list item", where=lambda item: str(self.drive) in item.get_name()))
@@ -200,10 +211,10 @@ class Tour:
         self.write("Diversos", "<b>a&b.jpg", os.urandom(300_000))
         self.write("Diversos", "notas", b"")
         self.import_all("Diversos")
-        self.desktop.glimpse("Importar arquivos", self.output / "import-progress.png")
+        self.desktop.glimpse("Importar arquivos", self.picture_path("progress"))
         self.status("7 arquivos importados com sucesso.")
-        self.shows("Documentos", "Fotos", "Rascunhos", "100%1 açúcar.txt", "<b>a&b.jpg", *REST, "férias.mp3", "notas",
-                   "visto.png")
+        self.shows("Documentos", "Fotos", "Rascunhos", "100%1 açúcar.txt", "<b>a&b.jpg", *REST, "férias.mp3",
+                   "notas", "visto.png")
         self.label("Arquivos protegidos | Pasta: Raiz | 7 arquivos no cofre.")
         self.shot()
 
@@ -392,7 +403,7 @@ class Tour:
         require(code == 0, "exit code 0", code)
         require(not self.workspaces(), "no temporary copies", self.workspaces())
 
-    STATIONS = [choose_drive, create_vault, refuse_wrong_password, unlock_vault, create_folders, import_several,
+    STATIONS = [start, choose_drive, create_vault, refuse_wrong_password, unlock_vault, create_folders, import_several,
                 enter_folder_and_replace, export_file, open_and_edit, lock_by_padlock, edit_came_back, move_file,
                 rename_file, rename_folder, browse, context_menu, delete_file, delete_folder, compact, backup,
                 change_password, open_foreign_container, about, help, quit]
@@ -421,13 +432,12 @@ def main():
     parser.add_argument("--update-pictures", action="store_true")
     arguments = parser.parse_args()
     arguments.output.mkdir(parents=True, exist_ok=True)
-    for picture in arguments.output.glob("*.png"):
-        picture.unlink()
+    for picture in [*arguments.output.glob("[0-9][0-9]-*.png"), arguments.output / "failure.png"]:
+        picture.unlink(missing_ok=True)
 
     desktop = Desktop()
     try:
-        desktop.launch(arguments.program)
-        done = Tour(desktop, arguments.drive, arguments.output, arguments.update_pictures).run()
+        done = Tour(desktop, arguments.program, arguments.drive, arguments.output, arguments.update_pictures).run()
     finally:
         desktop.close()
     sys.exit(0 if done else 1)

@@ -5,6 +5,7 @@
 #include "platform/linux/LinuxDeviceManager.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
+#include "ui/WaitCursor.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
@@ -135,7 +136,11 @@ void MainWindow::closeEvent(QCloseEvent *event)
     }
 
     const QScopedValueRollback<bool> guard(operationRunning, true);
-    const bool locked = vaultManager.lockVault();
+    bool locked = false;
+    {
+        const WaitCursor waitCursor;
+        locked = vaultManager.lockVault();
+    }
     refreshVaultFiles();
     updateActions();
     event->setAccepted(locked);

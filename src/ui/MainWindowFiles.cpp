@@ -8,6 +8,7 @@
 #include "ui/MessageBoxes.h"
 #include "ui/MoveFileDialog.h"
 #include "ui/ProgressDialog.h"
+#include "ui/WaitCursor.h"
 
 #include <QDesktopServices>
 #include <QFileDialog>
@@ -140,7 +141,12 @@ void MainWindow::exportSelectedFile()
         QFileDialog::getSaveFileName(this, tr("Exportar arquivo"), Core::vaultBaseName(path));
     if (target.isEmpty())
         return;
-    if (vaultManager.exportFile(path, target)) {
+    bool exported = false;
+    {
+        const WaitCursor waitCursor;
+        exported = vaultManager.exportFile(path, target);
+    }
+    if (exported) {
         setStatusMessage(tr("Arquivo exportado com sucesso."), statusTimeoutMs);
         return;
     }
@@ -154,7 +160,12 @@ void MainWindow::openSelectedFile()
     if (path.isEmpty())
         return;
     QString tempPath;
-    if (!vaultManager.prepareFileForEditing(path, &tempPath)) {
+    bool prepared = false;
+    {
+        const WaitCursor waitCursor;
+        prepared = vaultManager.prepareFileForEditing(path, &tempPath);
+    }
+    if (!prepared) {
         showWarning(this, tr("Tessarin"), tr("Não foi possível preparar o arquivo para edição."));
         return;
     }
@@ -286,8 +297,6 @@ void MainWindow::renameSelectedDirectory()
     }
     if (Core::vaultPathsEqual(currentDirectory, directory))
         currentDirectory = newPath;
-    else if (Core::pathIsInsideDirectory(currentDirectory, directory))
-        currentDirectory = newPath + currentDirectory.mid(directory.size());
     showNamespaceChange(tr("Pasta renomeada."));
 }
 

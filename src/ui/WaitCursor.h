@@ -1,4 +1,5 @@
-// Shows the wait cursor while the engine derives a key, which takes about a second.
+// Shows the wait cursor while the engine works without a progress display: it derives a key, which takes
+// about a second, or decrypts or takes back a file, which takes as long as the file is large.
 #pragma once
 
 #include <QCoreApplication>

@@ -1,7 +1,7 @@
 // The list of drives, and the container that is chosen or created on one of them.
 #include "ui/MainWindow.h"
 
-#include "core/ContainerFormat.h"
+#include "core/ContainerManager.h"
 #include "core/Secret.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
@@ -29,11 +29,6 @@ constexpr int identityRole = Qt::UserRole + 1;
 QString containerFilter()
 {
     return MainWindow::tr("Tessarin Container (*.trvx);;Todos os arquivos (*.*)");
-}
-
-QString defaultContainerName()
-{
-    return QString::fromLatin1(Core::ContainerFormat::defaultFileName);
 }
 
 QString rootPathOf(const QListWidgetItem *item)
@@ -194,7 +189,7 @@ void MainWindow::openDeviceItem(QListWidgetItem *item)
         return;
     const QScopedValueRollback<bool> guard(operationRunning, true);
 
-    const QString path = QDir(root).filePath(defaultContainerName());
+    const QString path = Core::ContainerManager().containerPath(root);
     if (!QFileInfo(path).isFile()) {
         showInformation(
             this, tr("Tessarin"),
@@ -220,8 +215,9 @@ void MainWindow::chooseContainer()
 void MainWindow::createVault()
 {
     const QString root = selectedUsbRootPath();
-    const QString chosenPath = QFileDialog::getSaveFileName(
-        this, tr("Criar container Tessarin"), QDir(root).filePath(defaultContainerName()), containerFilter());
+    const QString chosenPath =
+        QFileDialog::getSaveFileName(this, tr("Criar container Tessarin"),
+                                     Core::ContainerManager().containerPath(root), containerFilter());
     if (chosenPath.isEmpty())
         return;
 

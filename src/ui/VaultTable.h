@@ -17,7 +17,14 @@ enum class VaultTableItemKind : int { File = 0, Directory = 1, ParentDirectory =
 
 namespace VaultTable {
 
-enum Column : int { IconColumn = 0, NameColumn = 1, SizeColumn = 2, TypeColumn = 3, DateColumn = 4, ColumnCount = 5 };
+enum Column : int {
+    IconColumn = 0,
+    NameColumn = 1,
+    SizeColumn = 2,
+    TypeColumn = 3,
+    DateColumn = 4,
+    ColumnCount = 5
+};
 
 inline constexpr int PathRole = Qt::UserRole;
 inline constexpr int KindRole = Qt::UserRole + 1;
@@ -31,8 +38,8 @@ inline constexpr int KindRole = Qt::UserRole + 1;
 [[nodiscard]] QList<Core::VaultDirectoryEntry> directoriesToShow(const Core::SecureFileIndex &index,
                                                                  const QString &directory, int column,
                                                                  Qt::SortOrder order);
-[[nodiscard]] QList<Core::VaultFileEntry> filesToShow(const Core::SecureFileIndex &index, const QString &directory,
-                                                      int column, Qt::SortOrder order);
+[[nodiscard]] QList<Core::VaultFileEntry>
+filesToShow(const Core::SecureFileIndex &index, const QString &directory, int column, Qt::SortOrder order);
 
 /// Fills an emptied table with the folder's rows: the way up, the folders, the files.
 void fill(QTableWidget &table, const Core::SecureFileIndex &index, const QString &directory, int column,

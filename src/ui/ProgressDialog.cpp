@@ -3,9 +3,11 @@
 
 #include <QCloseEvent>
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QLabel>
 #include <QPainter>
 #include <QTextLayout>
+#include <QThread>
 
 #include <cmath>
 
@@ -16,6 +18,7 @@ namespace {
 constexpr int dialogWidth = 460;
 constexpr int textWidth = 420;
 constexpr int barSteps = 1000;
+constexpr int focusTimeoutMs = 300;
 
 /// A label that breaks a word which is wider than the label: file names may have 255 letters and no space.
 class WrappingLabel final : public QLabel
@@ -72,12 +75,24 @@ private:
     }
 };
 
+/// A file dialog may have closed just now, and the window manager still be handing the keyboard back. A modal
+/// window that comes and goes meanwhile makes Qt miss it: the window would look active with dead shortcuts.
+void awaitFocus(const QWidget *parent)
+{
+    const QDeadlineTimer deadline(focusTimeoutMs);
+    while (parent != nullptr && !parent->isActiveWindow() && !deadline.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+        QThread::msleep(1);
+    }
+}
+
 } // namespace
 
 ProgressDialog::ProgressDialog(QWidget *parent, const QString &title, const QString &text,
                                Qt::WindowModality modality)
     : QProgressDialog(parent)
 {
+    awaitFocus(parent);
     setObjectName(QStringLiteral("progressDialog"));
     setWindowTitle(title);
     setWindowModality(modality);

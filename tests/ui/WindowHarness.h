@@ -1,43 +1,53 @@
 // The main window over made-up drives, with short ways to press what people press and to read what they read.
 #pragma once
 
-#include "support/DirectoryDevices.h"
+#include "platform/DeviceManager.h"
+#include "support/DialogDriver.h"
 #include "ui/MainWindow.h"
 
 #include <QAction>
-#include <QLabel>
 #include <QListWidget>
 #include <QStatusBar>
 #include <QTableWidget>
-#include <QTest>
 #include <QToolButton>
 
 namespace Tessarin::Tests {
+
+using Drives = std::shared_ptr<QList<Platform::UsbDevice>>;
+
+/// A directory that stands in for a drive; no directory is a drive that is not mounted.
+inline Platform::UsbDevice usbDrive(const QString &name, const QString &rootPath, const QString &devicePath)
+{
+    Platform::UsbDevice device;
+    device.devicePath = devicePath;
+    device.displayName = name;
+    device.rootPath = rootPath;
+    device.mounted = !rootPath.isEmpty();
+    return device;
+}
 
 class WindowHarness
 {
 public:
     explicit WindowHarness(const QList<Platform::UsbDevice> &plugged)
         : drives(std::make_shared<QList<Platform::UsbDevice>>(plugged)),
-          window(std::make_unique<DirectoryDevices>(drives)),
-          deviceList(*window.findChild<QListWidget *>(QStringLiteral("deviceList"))),
-          table(*window.findChild<QTableWidget *>(QStringLiteral("filesTable"))),
-          padlock(*window.findChild<QToolButton *>(QStringLiteral("vaultToggleButton")))
+          window(std::make_unique<Detector>(drives))
     {
         window.show();
     }
 
-    QAction *action(const QString &name)
-    {
-        return window.findChild<QAction *>(name + QStringLiteral("Action"));
-    }
+    QAction *action(const QString &name) { return window.findChild<QAction *>(name + u"Action"_qs); }
     void trigger(const QString &name) { action(name)->trigger(); }
 
-    QString label(const QString &name)
+    /// Runs an action, answers its dialogs, and looks at the status bar.
+    void act(const QString &name, const QList<DialogStep> &steps, const QString &status = {})
     {
-        return window.findChild<QLabel *>(name + QStringLiteral("Label"))->text();
+        drive([&] { trigger(name); }, steps);
+        if (!status.isEmpty())
+            QCOMPARE(window.statusBar()->currentMessage(), status);
     }
-    QString status() { return window.statusBar()->currentMessage(); }
+
+    QString label(const QString &name) { return window.findChild<QLabel *>(name + u"Label"_qs)->text(); }
 
     QStringList rows() const
     {
@@ -46,21 +56,34 @@ public:
             names += table.item(row, 1)->text();
         return names;
     }
-
-    /// Clicks the row of this name, once or twice.
-    void click(const QString &name, bool twice = false)
+    QPoint placeOf(const QString &name) const
     {
-        const QPoint place = table.visualItemRect(table.item(int(rows().indexOf(name)), 1)).center();
-        QTest::mouseClick(table.viewport(), Qt::LeftButton, {}, place);
-        if (twice)
-            QTest::mouseDClick(table.viewport(), Qt::LeftButton, {}, place);
+        return table.visualItemRect(table.item(int(rows().indexOf(name)), 1)).center();
+    }
+    void click(const QString &name, Qt::KeyboardModifiers keys = {})
+    {
+        QTest::mouseClick(table.viewport(), Qt::LeftButton, keys, placeOf(name));
+    }
+    void enter(const QString &name)
+    {
+        click(name);
+        QTest::mouseDClick(table.viewport(), Qt::LeftButton, {}, placeOf(name));
     }
 
-    DirectoryDevices::Drives drives;
+private:
+    struct Detector : Platform::DeviceManager
+    {
+        explicit Detector(Drives shared) : drives(std::move(shared)) {}
+        QList<Platform::UsbDevice> detectUsbDevices() const override { return *drives; }
+        Drives drives;
+    };
+
+public:
+    Drives drives; ///< Drives come and go with this list.
     UI::MainWindow window;
-    QListWidget &deviceList;
-    QTableWidget &table;
-    QToolButton &padlock;
+    QListWidget &deviceList = *window.findChild<QListWidget *>(u"deviceList"_qs);
+    QTableWidget &table = *window.findChild<QTableWidget *>(u"filesTable"_qs);
+    QToolButton &padlock = *window.findChild<QToolButton *>(u"vaultToggleButton"_qs);
 };
 
 } // namespace Tessarin::Tests

@@ -23,7 +23,6 @@ struct DialogStep
     QString title;
     QString text; ///< How one of its labels begins.
     std::function<void(QWidget &)> answer;
-    bool isProgress = false;
 };
 
 /// Clicks the button with this text.
@@ -38,13 +37,13 @@ inline DialogStep press(const QString &title, const QString &text, const QString
 }
 
 /// A warning or information box.
-inline DialogStep told(const QString &text, const QString &title = QStringLiteral("Tessarin"))
+inline DialogStep told(const QString &text, const QString &title = u"Tessarin"_qs)
 {
-    return press(title, text, QStringLiteral("OK"));
+    return press(title, text, u"OK"_qs);
 }
 
 /// Fills the dialog's line edits, from top to bottom, and accepts it.
-inline DialogStep type(const QString &title, const QString &button, const QStringList &inputs)
+inline DialogStep type(const QString &title, const QStringList &inputs, const QString &button = u"OK"_qs)
 {
     return {title, {}, [=](QWidget &dialog) {
                 const QList<QLineEdit *> edits = dialog.findChildren<QLineEdit *>();
@@ -53,18 +52,14 @@ inline DialogStep type(const QString &title, const QString &button, const QStrin
                 press({}, {}, button).answer(dialog);
             }};
 }
-inline DialogStep type(const QString &title, const QString &input)
-{
-    return type(title, QStringLiteral("OK"), {input});
-}
 
 /// A file dialog: absolute paths.
 inline DialogStep pick(const QString &title, const QStringList &paths)
 {
     return {title, {}, [paths](QWidget &dialog) {
                 const QString names =
-                    paths.size() == 1 ? paths.first() : u'"' + paths.join(QStringLiteral("\" \"")) + u'"';
-                dialog.findChild<QLineEdit *>(QStringLiteral("fileNameEdit"))->setText(names);
+                    paths.size() == 1 ? paths.first() : u'"' + paths.join(u"\" \""_qs) + u'"';
+                dialog.findChild<QLineEdit *>(u"fileNameEdit"_qs)->setText(names);
                 static_cast<QDialog &>(dialog).accept();
             }};
 }
@@ -88,11 +83,12 @@ private:
         QWidget *shown = QApplication::activePopupWidget();
         if (!shown)
             shown = QApplication::activeModalWidget();
-        const bool isProgress = qobject_cast<QProgressDialog *>(shown) != nullptr;
-        if (!shown || shown == answered || answering ||
-            (isProgress && (steps.isEmpty() || !steps.first().isProgress)))
+        if (!shown || shown == answered || answering)
             return;
-        if (steps.isEmpty() || steps.first().isProgress != isProgress || !matches(*shown, steps.first())) {
+        if (steps.isEmpty() || !matches(*shown, steps.first())) {
+            // Most progress displays come and go by themselves.
+            if (qobject_cast<QProgressDialog *>(shown))
+                return;
             faults += u"unexpected: "_qs + shown->windowTitle();
             steps.clear();
             shown->close();

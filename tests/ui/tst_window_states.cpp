@@ -40,7 +40,7 @@ private Q_SLOTS:
         const QString title = u"Senha do cofre"_s;
         drive([&] { w.padlock.click(); }, {press(title, u"Senha:"_s, u"Cancel"_s)});
         QVERIFY(!w.padlock.isChecked());
-        drive([&] { w.padlock.click(); }, {type(title, QString::fromUtf8(vault.password))});
+        drive([&] { w.padlock.click(); }, {type(title, {QString::fromUtf8(vault.password)})});
         verify(open, u"nothing selected"_s);
         verifyPadlock(u"Bloquear cofre"_s, dark, true);
         QCOMPARE(w.label(u"protectedFiles"_s), u"Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre."_s);
@@ -49,7 +49,7 @@ private Q_SLOTS:
         verify(onFile, u"a file, no folder to move it to"_s);
         w.click(u"carta.txt"_s, Qt::ControlModifier);
         verify(open, u"the file, chosen no longer"_s);
-        w.act(u"createDirectory"_s, {type(u"Nova pasta"_s, u"Docs"_s)});
+        w.act(u"createDirectory"_s, {type(u"Nova pasta"_s, {u"Docs"_s})});
         verify(open, u"nothing selected after a refresh"_s);
         w.click(u"carta.txt"_s);
         verify(onFile + u"moveFile"_s, u"a file and a folder for it"_s);

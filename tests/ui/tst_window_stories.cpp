@@ -25,8 +25,8 @@ private Q_SLOTS:
     void aVaultIsCreatedAtTheDrivesRootWithAGoodPassword()
     {
         const auto save = [](const QString &path) { return pick(u"Criar container Tessarin"_s, {path}); };
-        const auto define = [](const QString &text) { return type(u"Definir senha do cofre"_s, text); };
-        const auto confirm = [](const QString &text) { return type(u"Confirmar senha do cofre"_s, text); };
+        const auto define = [](const QString &text) { return type(u"Definir senha do cofre"_s, {text}); };
+        const auto confirm = [](const QString &text) { return type(u"Confirmar senha do cofre"_s, {text}); };
 
         QVERIFY(QDir(stick.path()).mkdir(u"sub"_s));
         for (const QString &name : {u"sub/cofre.trvx"_s, u"cofre.txt"_s})
@@ -41,7 +41,7 @@ private Q_SLOTS:
 
         w.act(u"createVault"_s, {save(container), define(password), confirm(password)},
               u"Cofre criado com sucesso."_s);
-        w.act(u"unlock"_s, {type(u"Senha do cofre"_s, u"uma senha errada"_s),
+        w.act(u"unlock"_s, {type(u"Senha do cofre"_s, {u"uma senha errada"_s}),
                             told(u"Não foi possível desbloquear o cofre."_s)});
         QVERIFY(!w.padlock.isChecked());
         unlock(u"Cofre desbloqueado."_s);
@@ -49,16 +49,14 @@ private Q_SLOTS:
 
     void foldersAreMadeAndEntered()
     {
-        const QString title = u"Nova pasta"_s;
-        for (const QString &name : {u"a/b"_s, u" .. "_s})
-            w.act(u"createDirectory"_s, {type(title, name), told(u"Use um nome de pasta simples"_s, title)});
-        w.act(u"createDirectory"_s, {type(title, u"  "_s)});
-        w.act(u"createDirectory"_s, {type(title, u"  Docs "_s)}, u"Pasta criada."_s);
-        w.act(u"createDirectory"_s, {type(title, u"DOCS"_s), told(u"Já existe um item"_s, title)});
-
+        const auto name = [](const QString &text) { return type(u"Nova pasta"_s, {text}); };
+        const auto refusal = [](const QString &text) { return told(text, u"Nova pasta"_s); };
+        w.act(u"createDirectory"_s, {name(u" .. "_s), refusal(u"Use um nome de pasta simples"_s)});
+        w.act(u"createDirectory"_s, {name(u"  "_s)});
+        w.act(u"createDirectory"_s, {name(u"  Docs "_s)}, u"Pasta criada."_s);
+        w.act(u"createDirectory"_s, {name(u"DOCS"_s), refusal(u"Já existe um item"_s)});
         w.enter(u"Docs"_s);
-        w.act(u"createDirectory"_s, {type(title, u"2024"_s)});
-        QCOMPARE(w.rows(), (QStringList{u".."_s, u"2024"_s}));
+        w.act(u"createDirectory"_s, {name(u"2024"_s)});
         w.enter(u".."_s);
         QCOMPARE(w.rows(), QStringList{u"Docs"_s});
     }
@@ -77,7 +75,7 @@ private Q_SLOTS:
             w.window.close();
             stayed = progress.isVisible() && w.window.isVisible();
         };
-        w.act(u"import"_s, {choose({path, other}), {u"Importar arquivos"_s, {}, meddle, true}},
+        w.act(u"import"_s, {choose({path, other}), {u"Importar arquivos"_s, {}, meddle}},
               u"2 arquivos importados com sucesso."_s);
         QVERIFY(stayed);
 
@@ -149,8 +147,8 @@ private Q_SLOTS:
     void filesAndFoldersAreRenamedMovedAndDeleted()
     {
         const QString clash = u"Já existe um item com esse nome nesta pasta."_s;
-        const auto file = [](const QString &text) { return type(u"Renomear arquivo"_s, text); };
-        const auto folder = [](const QString &text) { return type(u"Renomear pasta"_s, text); };
+        const auto file = [](const QString &text) { return type(u"Renomear arquivo"_s, {text}); };
+        const auto folder = [](const QString &text) { return type(u"Renomear pasta"_s, {text}); };
         const auto into = [](const QString &choice) {
             return DialogStep{u"Mover arquivo"_s, u"Mover carta.txt para:"_s, [choice](QWidget &dialog) {
                                   dialog.findChild<QComboBox *>()->setCurrentText(choice);
@@ -264,7 +262,7 @@ private Q_SLOTS:
     void thePasswordIsChanged()
     {
         const auto form = [](const QStringList &texts) {
-            return type(u"Alterar senha do cofre"_s, u"Alterar"_s, texts);
+            return type(u"Alterar senha do cofre"_s, texts, u"Alterar"_s);
         };
         const QString title = u"Alterar senha"_s;
         const QString next = u"doze letras!"_s;
@@ -342,7 +340,7 @@ private:
     }
     void unlock(const QString &status = {})
     {
-        w.act(u"unlock"_s, {type(u"Senha do cofre"_s, password)}, status);
+        w.act(u"unlock"_s, {type(u"Senha do cofre"_s, {password})}, status);
     }
     QString hostFile(const QString &name, const QByteArray &bytes)
     {

@@ -1,6 +1,7 @@
 // The container file: prologue, header area, blocks.
 #include "core/ContainerManager.h"
 
+#include "core/ContainerUpdate.h"
 #include "core/HostFile.h"
 #include "core/JsonText.h"
 
@@ -180,16 +181,19 @@ bool ContainerManager::writeDocument(const QString &path, const ContainerDocumen
 
 bool ContainerManager::updateDocumentHeader(const QString &path, const ContainerDocument &document) const
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !readMagic(file))
-        return false;
-    // Behind a line of another length the blocks begin elsewhere, and the area written here would reach
-    // into them.
-    if (readLengthLine(file).size() != lengthLineSize)
+    ContainerUpdate update(path);
+    return update.begin() && update.writeHeader(buildHeader(document)) == ContainerUpdate::Outcome::Done;
+}
+
+bool ContainerManager::parseHeader(const QByteArray &header, ContainerDocument *document) const
+{
+    const QJsonObject object = QJsonDocument::fromJson(header).object();
+    if (!isHeaderOfThisFormat(object))
         return false;
 
-    return writeHeaderArea(file, buildHeader(document)) && syncFile(file);
+    const QJsonObject cryptoObject = object.value(QLatin1String("crypto")).toObject();
+    *document = documentFromJson(object, cryptoMetadataFromJson(cryptoObject));
+    return true;
 }
 
 bool ContainerManager::readDocument(const QString &path, ContainerDocument *document) const
@@ -209,13 +213,8 @@ bool ContainerManager::readDocument(const QString &path, ContainerDocument *docu
         return false;
     area.truncate(headerLength);
 
-    const QJsonDocument json = QJsonDocument::fromJson(area);
-    if (!json.isObject() || !isHeaderOfThisFormat(json.object()))
+    if (!parseHeader(area, document))
         return false;
-
-    const QJsonObject header = json.object();
-    *document =
-        documentFromJson(header, cryptoMetadataFromJson(header.value(QLatin1String("crypto")).toObject()));
     document->payloadOffset = fileMagicSize + line.size() + headerAreaSize;
     return true;
 }

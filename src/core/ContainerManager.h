@@ -64,10 +64,13 @@ public:
                                      const PayloadWriter &payloadWriter) const;
     [[nodiscard]] bool writeDocument(const QString &path, const ContainerDocument &document) const;
 
-    /// Rewrites the header in place and waits for the drive. Not atomic. False, with nothing written, when
-    /// the file is no container, its block area does not begin where this program puts it, or the header
-    /// exceeds its area.
+    /// Rewrites the header in place, so that a power cut leaves it old or new (see ContainerUpdate). False
+    /// when the file is no container or in use, its block area does not begin where this program puts it,
+    /// or the header exceeds its area.
     [[nodiscard]] bool updateDocumentHeader(const QString &path, const ContainerDocument &document) const;
+
+    /// Reads a header by itself. Fills `document` only on success, and leaves its payloadOffset alone.
+    [[nodiscard]] bool parseHeader(const QByteArray &header, ContainerDocument *document) const;
 
     /// Fills `document` only on success.
     [[nodiscard]] bool readDocument(const QString &path, ContainerDocument *document) const;

@@ -6,7 +6,10 @@
 #include <QFileDevice>
 #include <QFileInfo>
 
+#include <cerrno>
+
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,6 +48,24 @@ bool isOpenAt(const QFileDevice &file, const QString &path)
 bool syncFile(QFileDevice &file)
 {
     return file.flush() && ::fsync(file.handle()) == 0;
+}
+
+bool lockFile(QFileDevice &file)
+{
+    return ::flock(file.handle(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+void startWriteback(QFileDevice &file, qint64 offset, qint64 size)
+{
+    // Waiting for what came before keeps at most these bytes on their way.
+    ::sync_file_range(file.handle(), 0, offset,
+                      SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+    ::sync_file_range(file.handle(), offset, size, SYNC_FILE_RANGE_WRITE);
+}
+
+void dropCachedPages(QFileDevice &file)
+{
+    ::posix_fadvise(file.handle(), 0, 0, POSIX_FADV_DONTNEED);
 }
 
 void syncDirectory(const QString &directoryPath)

@@ -17,6 +17,17 @@ namespace Tessarin::Core {
 /// Flushes an open file and waits until the drive has it (fsync). False means the data may be lost.
 [[nodiscard]] bool syncFile(QFileDevice &file);
 
+/// Takes the file's advisory lock (flock) without waiting. False when another program, or another handle of
+/// this one, holds it; a file system without locks counts as locked.
+[[nodiscard]] bool lockFile(QFileDevice &file);
+
+/// Sends written bytes on their way to the drive, and waits for those before them, so that a long write
+/// neither piles up in memory nor tells of progress that the drive has not made.
+void startWriteback(QFileDevice &file, qint64 offset, qint64 size);
+
+/// Lets the next read of a file that was synced come from the drive.
+void dropCachedPages(QFileDevice &file);
+
 /// Makes the names in a directory durable, where the file system can do that.
 void syncDirectory(const QString &directoryPath);
 

@@ -4,6 +4,7 @@
 
 #include "core/BlockReader.h"
 #include "core/HostFile.h"
+#include "core/VaultRecovery.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -51,6 +52,11 @@ bool blocksLieWithin(const SecureFileIndex &index, qint64 containerSize)
     return true;
 }
 
+qint64 freeBytes(const QString &folderPath)
+{
+    return QStorageInfo(folderPath).bytesAvailable();
+}
+
 bool copyInChunks(QFile &source, QFile &target, const ProgressCallback &progress)
 {
     const QString label = QCoreApplication::translate("VaultManager", "Substituindo container no USB");
@@ -60,11 +66,70 @@ bool copyInChunks(QFile &source, QFile &target, const ProgressCallback &progress
         const QByteArray chunk = source.read(copyChunkSize);
         if (chunk.isEmpty() || target.write(chunk) != chunk.size())
             return false;
+        startWriteback(target, doneBytes, chunk.size());
         doneBytes += chunk.size();
         if (progress)
             progress(doneBytes, totalBytes, label);
     }
     return doneBytes == totalBytes;
+}
+
+/// Copies a file and waits until it and its name have reached the drive; a failed copy does not stay.
+bool copyDurably(const QString &sourcePath, const QString &targetPath, const ProgressCallback &progress)
+{
+    QFile source(sourcePath);
+    QFile target(targetPath);
+    if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered) ||
+        !target.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered)) {
+        return false;
+    }
+    if (!copyInChunks(source, target, progress) || !syncFile(target)) {
+        target.remove();
+        return false;
+    }
+    syncDirectory(QFileInfo(targetPath).absolutePath());
+    return true;
+}
+
+/// Compares two files with what the drives hold, not with what memory still does.
+bool holdSameBytes(const QString &firstPath, const QString &secondPath)
+{
+    QFile first(firstPath);
+    QFile second(secondPath);
+    if (!first.open(QIODevice::ReadOnly | QIODevice::Unbuffered) ||
+        !second.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || first.size() != second.size()) {
+        return false;
+    }
+    dropCachedPages(first);
+    dropCachedPages(second);
+    while (!first.atEnd()) {
+        const QByteArray chunk = first.read(copyChunkSize);
+        if (chunk.isEmpty() || chunk != second.read(copyChunkSize))
+            return false;
+    }
+    return true;
+}
+
+/// Where the drive has room for both, puts a checked copy of the new container beside the old one, so that
+/// at every instant a complete container lies on the drive. Empty where it has not.
+QString putTwinBeside(const QString &newContainerPath, const QString &targetPath,
+                      const ProgressCallback &progress)
+{
+    const QFileInfo target(targetPath);
+    if (freeBytes(target.absolutePath()) <
+        QFileInfo(newContainerPath).size() + ContainerFormat::headerAreaSize)
+        return {};
+    QString twinPath;
+    for (int number = 1; twinPath.isEmpty() || QFileInfo::exists(twinPath); ++number) {
+        twinPath = target.dir().filePath(
+            QStringLiteral("%1-compactado-%2.trvx").arg(target.completeBaseName(), QString::number(number)));
+    }
+    if (!copyDurably(newContainerPath, twinPath, progress))
+        return {};
+    if (holdSameBytes(newContainerPath, twinPath))
+        return twinPath;
+    QFile::remove(twinPath);
+    return {};
 }
 
 } // namespace
@@ -83,7 +148,8 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
         return false;
 
     CompactedContainer compacted;
-    if (!containers.readDocument(sessionContainerPath, &compacted.document))
+    ContainerUpdate oldContainer(sessionContainerPath);
+    if (!beginChange(oldContainer, compacted.document))
         return false;
     QTemporaryDir folder(QDir::tempPath() + QLatin1String("/Tessarin-compact-XXXXXX"));
     folder.setAutoRemove(false);
@@ -92,33 +158,39 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     auto removeFolder = qScopeGuard([&folder] { QDir(folder.path()).removeRecursively(); });
 
     compacted.path = folder.filePath(QLatin1String(ContainerFormat::defaultFileName));
-    if (QStorageInfo(folder.path()).bytesAvailable() < containerBytes(sessionIndex) ||
-        !buildCompacted(compacted, progress) || !verifyCompacted(compacted)) {
+    if (freeBytes(folder.path()) < containerBytes(sessionIndex) ||
+        !buildCompacted(oldContainer.file(), compacted, progress) || !verifyCompacted(compacted)) {
         return false;
     }
 
     // Through a link, the file itself is replaced and not the link.
     const QString targetPath = QFileInfo(sessionContainerPath).canonicalFilePath();
-    if (!QFile::remove(targetPath))
+    const QString twinPath = putTwinBeside(compacted.path, targetPath, progress);
+    auto removeTwin = qScopeGuard([&twinPath] { QFile::remove(twinPath); });
+    // Another file may have been put in its place meanwhile; that one is not ours to delete.
+    if (!isOpenAt(oldContainer.file(), targetPath) || !QFile::remove(targetPath))
         return false;
-    if (!putInPlace(compacted.path, targetPath, progress)) {
-        removeFolder.dismiss();
+    if (!copyDurably(compacted.path, targetPath, progress)) {
+        QString kept = twinPath;
+        if (twinPath.isEmpty()) {
+            kept = compacted.path;
+            removeFolder.dismiss();
+        }
+        removeTwin.dismiss();
         if (preservedPath != nullptr)
-            *preservedPath = compacted.path;
+            *preservedPath = kept;
         return false;
     }
 
     sessionIndex = compacted.index;
+    sessionSeal = sealOf(compacted.document);
     return true;
 }
 
 /// Writes the new container into its working folder. The index is sealed last, with the new offsets in it.
-bool VaultManager::buildCompacted(CompactedContainer &compacted, const ProgressCallback &progress) const
+bool VaultManager::buildCompacted(QFile &oldContainer, CompactedContainer &compacted,
+                                  const ProgressCallback &progress) const
 {
-    QFile oldContainer(sessionContainerPath);
-    if (!oldContainer.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return false;
-
     for (const VaultDirectoryEntry &directory : sessionIndex.directories())
         compacted.index.addDirectory(directory);
     ContainerDocument &document = compacted.document;
@@ -161,25 +233,6 @@ bool VaultManager::verifyCompacted(const CompactedContainer &compacted) const
     return containers.readDocument(compacted.path, &document) && decryptIndex(document, &index) &&
            index.toJson() == compacted.index.toJson() &&
            blocksLieWithin(index, QFileInfo(compacted.path).size());
-}
-
-/// Copies the new container to the drive and waits for it; a failed copy does not stay there.
-bool VaultManager::putInPlace(const QString &newContainerPath, const QString &targetPath,
-                              const ProgressCallback &progress) const
-{
-    QFile source(newContainerPath);
-    QFile target(targetPath);
-    if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered) ||
-        !target.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        return false;
-    }
-    if (!copyInChunks(source, target, progress) || !syncFile(target)) {
-        target.remove();
-        return false;
-    }
-
-    syncDirectory(QFileInfo(targetPath).absolutePath());
-    return true;
 }
 
 } // namespace Tessarin::Core

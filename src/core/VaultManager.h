@@ -2,7 +2,8 @@
 //
 // The life of a vault:
 //   createVault     a container with a fresh master key and an empty index; it stays locked
-//   unlockVault     password -> master key -> index, all in memory; the temporary workspace stands ready
+//   unlockVault     password -> master key -> index, all in memory; a change that a power cut broke off is
+//                   undone; the temporary workspace stands ready
 //   importFile      encrypted blocks appended to the container, then the index that lists them
 //   exportFile      blocks found by the index, decrypted and checked, written outside
 //   prepareFileForEditing   a decrypted copy in the workspace, remembered
@@ -16,6 +17,7 @@
 #pragma once
 
 #include "core/ContainerManager.h"
+#include "core/ContainerUpdate.h"
 #include "core/CryptoManager.h"
 #include "core/FileSyncManager.h"
 #include "core/SecureFileIndex.h"
@@ -27,6 +29,7 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 
 class QFile;
 class QIODevice;
@@ -85,6 +88,12 @@ public:
                                   const ProgressCallback &progress);
     [[nodiscard]] bool importFile(const QString &sourcePath, const QString &vaultPath);
 
+    /// Between these two calls imports wait for the drive together, about every two seconds, instead of one
+    /// by one. Ending is false when the last of them may not have reached the drive; the index then lists
+    /// those that have.
+    void beginImportSeries();
+    [[nodiscard]] bool endImportSeries();
+
     /// Writes the plaintext of a file to an open device. The path is used as it is, ignoring letter case.
     [[nodiscard]] bool writeVaultFileToDevice(const QString &vaultPath, QIODevice *device) const;
 
@@ -142,16 +151,37 @@ private:
     [[nodiscard]] QByteArray encryptIndex(const ContainerDocument &document,
                                           const SecureFileIndex &index) const;
     [[nodiscard]] bool decryptIndex(const ContainerDocument &document, SecureFileIndex *index) const;
+    [[nodiscard]] bool decryptIndex(const ContainerDocument &document, const QByteArray &key,
+                                    SecureFileIndex *index) const;
     /// A view of the master key's first 32 bytes; valid while the session is unlocked.
     [[nodiscard]] QByteArray dataKey() const;
     void sealWithNewKey(ContainerDocument &document) const;
-    [[nodiscard]] bool writeIndex(ContainerDocument &document, const SecureFileIndex &index) const;
+
+    // Changes of the container: begin, perhaps append, write the index.
+    [[nodiscard]] bool beginChange(ContainerUpdate &update, ContainerDocument &document) const;
+    [[nodiscard]] ContainerUpdate::Outcome writeIndex(ContainerUpdate &update, ContainerDocument &document,
+                                                      const SecureFileIndex &index,
+                                                      ContainerUpdate::Care care);
+    [[nodiscard]] bool storeIndex(const SecureFileIndex &index, ContainerUpdate::Care care);
+
+    // Opening and recovery (VaultRecovery.cpp)
+    struct OpenedVault;
+    [[nodiscard]] bool openVault(const QString &path, const QByteArray &password, OpenedVault &opened) const;
+    [[nodiscard]] bool openWithRecord(QFile &container, const UndoRecord &record, const QByteArray &password,
+                                      OpenedVault &opened, ContainerUpdate *update) const;
+    [[nodiscard]] bool openHeader(const QByteArray &header, const QByteArray &password,
+                                  OpenedVault &opened) const;
+    [[nodiscard]] bool openDocument(const QByteArray &password, OpenedVault &opened) const;
+    [[nodiscard]] bool isWholeHeader(QFile &container, const QByteArray &header, const QByteArray &key,
+                                     const UndoRecord &record) const;
+    [[nodiscard]] bool newBlocksOpen(QFile &container, const OpenedVault &opened,
+                                     const UndoRecord &record) const;
 
     // Storage
     [[nodiscard]] SecureFileIndex indexForImport(const QString &vaultPath) const;
     [[nodiscard]] bool appendBlocks(QFile &source, QFile &container, VaultFileEntry &entry,
                                     const ProgressCallback &progress) const;
-    [[nodiscard]] bool restoreHeader(const QFile &container, const ContainerDocument &formerDocument) const;
+    void adoptIndexInForce(ContainerUpdate &update);
     void forgetCopies(const QString &vaultPath, const QString &exceptTempPath);
 
     // Namespace
@@ -161,18 +191,19 @@ private:
 
     // Compaction
     struct CompactedContainer;
-    [[nodiscard]] bool buildCompacted(CompactedContainer &compacted, const ProgressCallback &progress) const;
+    [[nodiscard]] bool buildCompacted(QFile &oldContainer, CompactedContainer &compacted,
+                                      const ProgressCallback &progress) const;
     [[nodiscard]] bool copyLiveBlocks(QFile &oldContainer, QIODevice &output, CompactedContainer &compacted,
                                       const ProgressCallback &progress) const;
     [[nodiscard]] bool verifyCompacted(const CompactedContainer &compacted) const;
-    [[nodiscard]] bool putInPlace(const QString &newContainerPath, const QString &targetPath,
-                                  const ProgressCallback &progress) const;
 
     State sessionState = Locked;
     QString sessionContainerPath;
     QByteArray masterKey;               ///< 64 bytes while unlocked, empty while locked.
     QMap<QString, QByteArray> payloads; ///< Of the legacy format; always empty.
     SecureFileIndex sessionIndex;
+    QByteArray sessionSeal; ///< Tells the index that this session read or wrote last from any other.
+    std::unique_ptr<ContainerUpdate> importSeries;
     ContainerManager containers;
     CryptoManager crypto;
     TempWorkspaceManager workspace;

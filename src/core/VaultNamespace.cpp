@@ -117,7 +117,7 @@ bool VaultManager::deleteFile(const QString &filePath)
         return false;
 
     SecureFileIndex remaining = sessionIndex;
-    if (!remaining.remove(file->vaultPath) || !saveIndex(remaining))
+    if (!remaining.remove(file->vaultPath) || !storeIndex(remaining, ContainerUpdate::Care::FreesSpace))
         return false;
 
     // An edit of the deleted file must not bring it back on lock.
@@ -173,7 +173,8 @@ bool VaultManager::deleteDirectory(const QString &directoryPath)
     }
 
     SecureFileIndex remaining = sessionIndex;
-    return remaining.removeDirectory(directory->path) && saveIndex(remaining);
+    return remaining.removeDirectory(directory->path) &&
+           storeIndex(remaining, ContainerUpdate::Care::FreesSpace);
 }
 
 bool VaultManager::hasOpenCopy(const QString &vaultPath) const

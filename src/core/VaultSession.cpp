@@ -2,6 +2,7 @@
 #include "core/VaultManager.h"
 
 #include "core/Secret.h"
+#include "core/VaultRecovery.h"
 
 namespace Tessarin::Core {
 
@@ -16,12 +17,6 @@ constexpr qint32 mostKdfIterations = 2'000'000;
 bool isLongEnough(const QByteArray &password)
 {
     return QString::fromUtf8(password).size() >= VaultManager::minimumPasswordLength;
-}
-
-/// A view of the bytes that serve as the key of the cipher; `key` must outlive it.
-QByteArray cipherKey(const QByteArray &key)
-{
-    return QByteArray::fromRawData(key.constData(), qMin(key.size(), CryptoManager::keySizeBytes));
 }
 
 } // namespace
@@ -76,18 +71,13 @@ bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &p
     if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
         return false;
 
-    ContainerDocument document;
-    if (!containers.readDocument(containerPath, &document))
+    OpenedVault opened;
+    if (!openVault(containerPath, password, opened))
         return false;
 
-    masterKey = decryptMasterKey(document, password);
-    if (masterKey.isEmpty())
-        return false;
-    if (!decryptIndex(document, &sessionIndex)) {
-        wipe(masterKey);
-        return false;
-    }
-
+    masterKey = std::move(opened.masterKey);
+    sessionIndex = opened.index;
+    sessionSeal = sealOf(opened.document);
     sessionContainerPath = containerPath;
     payloads.clear();
     sessionState = Unlocked;
@@ -113,42 +103,76 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     if (sessionState != Locked || currentPassword.isEmpty() || !isLongEnough(newPassword))
         return false;
 
+    OpenedVault opened;
+    if (!openVault(containerPath, currentPassword, opened))
+        return false;
+    // Read again under the lock: the key that was opened must still be the one that is wrapped there.
+    ContainerUpdate update(containerPath);
     ContainerDocument document;
-    if (!containers.readDocument(containerPath, &document))
+    if (!update.begin() || !containers.parseHeader(update.header(), &document)
+        || document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey) {
         return false;
-    QByteArray key = decryptMasterKey(document, currentPassword);
-    const WipedAtScopeEnd wipeKey(key);
-    if (key.isEmpty())
-        return false;
+    }
 
     sealWithNewKey(document);
-    document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, key);
+    document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, opened.masterKey);
     return !document.crypto.encryptedMasterKey.isEmpty() &&
-           containers.updateDocumentHeader(containerPath, document);
+           update.writeHeader(containers.buildHeader(document), ContainerUpdate::Care::ForgetsFormer) ==
+               ContainerUpdate::Outcome::Done;
 }
 
 bool VaultManager::saveIndex(const SecureFileIndex &index)
 {
+    return storeIndex(index, ContainerUpdate::Care::Usual);
+}
+
+bool VaultManager::storeIndex(const SecureFileIndex &index, ContainerUpdate::Care care)
+{
     if (sessionState != Unlocked || sessionContainerPath.isEmpty())
         return false;
 
+    ContainerUpdate update(sessionContainerPath);
     ContainerDocument document;
-    if (!containers.readDocument(sessionContainerPath, &document) || !writeIndex(document, index))
+    if (!beginChange(update, document) ||
+        writeIndex(update, document, index, care) != ContainerUpdate::Outcome::Done) {
         return false;
-
+    }
     sessionIndex = index;
     return true;
 }
 
-/// Seals the index under a nonce of its own and rewrites the container's header.
-bool VaultManager::writeIndex(ContainerDocument &document, const SecureFileIndex &index) const
+/// Locks the container and reads its header. False when its index is not the one that this session knows:
+/// another program has saved, or another file lies there, and what it holds must not be lost.
+bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &document) const
+{
+    if (!update.begin())
+        return false;
+    if (containers.parseHeader(update.header(), &document) && sealOf(document) == sessionSeal)
+        return true;
+
+    // A save of this session may have broken off half way.
+    const std::optional<UndoRecord> record = update.brokenOffChange();
+    return record && containers.parseHeader(record->formerHeader, &document) &&
+           sealOf(document) == sessionSeal && update.restore(*record);
+}
+
+/// Seals the index under a nonce of its own and puts the header in force.
+ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, ContainerDocument &document,
+                                                  const SecureFileIndex &index, ContainerUpdate::Care care)
 {
     document.encryptedPayload.clear();
     document.crypto.authTag.clear();
     document.crypto.payloadNonce = crypto.generateNonce(static_cast<int>(document.crypto.nonce.size()));
     document.encryptedIndex = encryptIndex(document, index);
-    return !document.encryptedIndex.isEmpty() &&
-           containers.updateDocumentHeader(sessionContainerPath, document);
+    if (document.encryptedIndex.isEmpty())
+        return ContainerUpdate::Outcome::Undone;
+
+    const QByteArray header = containers.buildHeader(document);
+    const ContainerUpdate::Outcome outcome =
+        update.isInSeries() ? update.writeHeaderInSeries(header) : update.writeHeader(header, care);
+    if (outcome == ContainerUpdate::Outcome::Done)
+        sessionSeal = sealOf(document);
+    return outcome;
 }
 
 /// Sets what a fresh wrapping of the master key needs, but for the wrapped key itself.
@@ -218,11 +242,17 @@ QByteArray VaultManager::encryptIndex(const ContainerDocument &document, const S
 
 bool VaultManager::decryptIndex(const ContainerDocument &document, SecureFileIndex *index) const
 {
+    return decryptIndex(document, masterKey, index);
+}
+
+bool VaultManager::decryptIndex(const ContainerDocument &document, const QByteArray &key,
+                                SecureFileIndex *index) const
+{
     if (index == nullptr || document.encryptedIndex.isEmpty())
         return false;
 
-    const QByteArray json = crypto.decrypt(document.encryptedIndex, dataKey(), document.crypto.payloadNonce,
-                                           associatedData(document, "index"));
+    const QByteArray json = crypto.decrypt(document.encryptedIndex, cipherKey(key),
+                                           document.crypto.payloadNonce, associatedData(document, "index"));
     SecureFileIndex fresh;
     if (json.isEmpty() || !fresh.fromJson(json))
         return false;

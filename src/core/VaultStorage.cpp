@@ -4,10 +4,11 @@
 #include "core/BlockReader.h"
 #include "core/HostFile.h"
 #include "core/Secret.h"
+#include "core/Sha256.h"
 #include "core/VaultNamespace.h"
 #include "core/VaultPath.h"
+#include "core/VaultRecovery.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
 #include <QScopeGuard>
@@ -27,13 +28,6 @@ VaultFileEntry newEntry(const QString &vaultPath, const QFileInfo &source)
     return entry;
 }
 
-/// Takes appended bytes away again. Nothing refers to them, so a failure here costs only space.
-void cutBack(QFile &container, qint64 formerSize)
-{
-    if (container.resize(formerSize))
-        static_cast<void>(syncFile(container));
-}
-
 } // namespace
 
 bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPath,
@@ -50,27 +44,31 @@ bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPat
         return false;
     }
 
-    ContainerDocument formerDocument;
-    QFile container(sessionContainerPath);
-    if (!containers.readDocument(sessionContainerPath, &formerDocument) ||
-        formerDocument.payloadOffset != ContainerFormat::blockAreaOffset ||
-        !container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
+    ContainerUpdate ownChange(sessionContainerPath);
+    ContainerUpdate &change = importSeries ? *importSeries : ownChange;
+    ContainerDocument document;
+    if (importSeries ? !containers.parseHeader(change.header(), &document) : !beginChange(change, document))
         return false;
-    }
+    // It is sealed anew below; until then the memory is the blocks'.
+    document.encryptedIndex.clear();
 
-    const qint64 formerSize = container.size();
+    const qint64 formerSize = change.file().size();
     VaultFileEntry entry = newEntry(path, sourceInfo);
-    if (!container.seek(formerSize) || !appendBlocks(source, container, entry, progress) ||
-        !syncFile(container)) {
-        cutBack(container, formerSize);
+    SecureFileIndex index = indexForImport(path);
+    if (!change.file().seek(formerSize) || !appendBlocks(source, change.file(), entry, progress) ||
+        !index.addOrReplace(entry)) {
+        change.cutBack(formerSize);
         return false;
     }
 
-    SecureFileIndex index = indexForImport(path);
-    ContainerDocument document = formerDocument;
-    if (!index.addOrReplace(entry) || !writeIndex(document, index)) {
-        if (restoreHeader(container, formerDocument))
-            cutBack(container, formerSize);
+    const bool isSeries = change.isInSeries();
+    const ContainerUpdate::Outcome outcome =
+        writeIndex(change, document, index, ContainerUpdate::Care::Usual);
+    if (outcome == ContainerUpdate::Outcome::Undone && !isSeries)
+        change.cutBack(formerSize);
+    if (outcome != ContainerUpdate::Outcome::Done) {
+        if (isSeries)
+            adoptIndexInForce(change);
         return false;
     }
 
@@ -101,7 +99,7 @@ bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry 
     const QByteArray blockData = associatedData({}, "file-block");
     const qint64 totalBytes = entry.sizeBytes;
     qint64 doneBytes = 0;
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256 hash;
     QByteArray buffer(ContainerFormat::blockPlainSize, Qt::Uninitialized);
     const auto wipeUsedBytes = qScopeGuard([&] {
         sodium_memzero(buffer.data(), static_cast<size_t>(qMin(doneBytes, ContainerFormat::blockPlainSize)));
@@ -113,7 +111,7 @@ bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry 
             return false;
 
         const QByteArray chunk = QByteArray::fromRawData(buffer.constData(), chunkSize);
-        hash.addData(chunk);
+        hash.add(chunk);
         VaultFileBlock block;
         block.nonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
         const QByteArray ciphertext = crypto.encrypt(chunk, dataKey(), block.nonce, blockData);
@@ -123,6 +121,7 @@ bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry 
         if (ciphertext.isEmpty() || container.write(ciphertext) != ciphertext.size())
             return false;
 
+        startWriteback(container, block.offset, block.encryptedSize);
         entry.blocks.append(block);
         doneBytes += chunkSize;
         if (progress)
@@ -132,19 +131,33 @@ bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry 
     return true;
 }
 
-/// Makes the header on the drive the former one again, after a write that failed somewhere. False when that
-/// cannot be made sure of: then the header may refer to what was appended.
-bool VaultManager::restoreHeader(const QFile &container, const ContainerDocument &formerDocument) const
+void VaultManager::beginImportSeries()
 {
-    if (!isOpenAt(container, sessionContainerPath))
-        return false;
+    if (sessionState != Unlocked)
+        return;
+    auto series = std::make_unique<ContainerUpdate>(sessionContainerPath);
+    ContainerDocument document;
+    if (beginChange(*series, document) && series->beginSeries())
+        importSeries = std::move(series);
+}
 
-    ContainerDocument onDrive;
-    if (containers.readDocument(sessionContainerPath, &onDrive) &&
-        containers.buildHeader(onDrive) == containers.buildHeader(formerDocument)) {
+bool VaultManager::endImportSeries()
+{
+    if (!importSeries)
         return true;
-    }
-    return containers.updateDocumentHeader(sessionContainerPath, formerDocument);
+    const std::unique_ptr<ContainerUpdate> series = std::move(importSeries);
+    if (series->endSeries() == ContainerUpdate::Outcome::Done)
+        return true;
+    adoptIndexInForce(*series);
+    return false;
+}
+
+/// After a series that failed: the session knows what the header on the drive lists.
+void VaultManager::adoptIndexInForce(ContainerUpdate &update)
+{
+    ContainerDocument document;
+    if (containers.parseHeader(update.header(), &document) && decryptIndex(document, &sessionIndex))
+        sessionSeal = sealOf(document);
 }
 
 bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *device) const

@@ -1,0 +1,92 @@
+// One change of a container on the drive, made so that it can be cut off at any instant: the new header goes
+// in place only when all it lists and a record of the former header have reached the drive. The container is
+// locked against other programs from begin() until the object goes.
+//
+// docs/architecture.md states the rules that are cited here by name.
+#pragma once
+
+#include "core/UndoRecord.h"
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QString>
+
+namespace Tessarin::Core {
+
+class ContainerUpdate
+{
+public:
+    enum class Outcome {
+        Done,    ///< The new header is in force.
+        Undone,  ///< It failed, and the former header is in force: what was appended may be cut off.
+        Unknown, ///< It failed, and the header may be either: nothing may be cut off. The record decides
+                 ///< later.
+    };
+
+    enum class Care {
+        Usual,         ///< Refused when the drive has no room for the record.
+        FreesSpace,    ///< Goes ahead without a record then: people must be able to delete on a full drive.
+        ForgetsFormer, ///< The same, and waits until no trace of the former header is left on the drive.
+    };
+
+    explicit ContainerUpdate(const QString &path);
+
+    /// Opens and locks the container. False when it is in use by another program, cannot be written, or is
+    /// not laid out as this program does it: a fixed rewrite would reach into its blocks.
+    [[nodiscard]] bool begin();
+
+    /// The header that is in force, as JSON; empty when its length cannot be read.
+    [[nodiscard]] QByteArray header();
+    [[nodiscard]] static QByteArray headerOf(QIODevice &container);
+
+    /// The open container, for appending blocks.
+    [[nodiscard]] QFile &file();
+
+    /// Puts a header in force, with everything that was appended. Two waits for the drive, or three.
+    [[nodiscard]] Outcome writeHeader(const QByteArray &newHeader, Care care = Care::Usual);
+
+    /// Takes appended bytes away again; the file ends at `formerSize` bytes.
+    void cutBack(qint64 formerSize);
+
+    // A series of headers, each in force at once for readers but safe on the drive only every two seconds.
+
+    /// Keeps a record of the header in force. False when it does not fit beside the header: then each header
+    /// is written by itself.
+    [[nodiscard]] bool beginSeries();
+    [[nodiscard]] bool isInSeries() const;
+    [[nodiscard]] Outcome writeHeaderInSeries(const QByteArray &newHeader);
+    /// Waits for the drive and clears the record. Undone means: back to the header last known to be safe.
+    [[nodiscard]] Outcome endSeries();
+
+    // Recovery
+
+    /// The record of a change that broke off, if there is one.
+    [[nodiscard]] std::optional<UndoRecord> brokenOffChange();
+    /// Puts the record's header back in force and clears the record.
+    [[nodiscard]] bool restore(const UndoRecord &record);
+    /// Clears a record that has nothing to undo.
+    [[nodiscard]] bool discard(const UndoRecord &record);
+
+private:
+    /// Where the record of the present change lies.
+    struct Place
+    {
+        qint64 offset = 0;
+        qint64 size = 0;
+        bool isInTail = false;
+    };
+
+    [[nodiscard]] bool writeRecord(const QByteArray &record, const Place &place);
+    [[nodiscard]] bool clearRecord(const Place &place, const QByteArray &area);
+    [[nodiscard]] bool writeDifferences(const QByteArray &from, const QByteArray &to, const Place &record);
+    [[nodiscard]] Outcome putBack(const QByteArray &attempted, const QByteArray &former, const Place &record);
+    [[nodiscard]] bool renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader);
+
+    QFile container;
+    Place seriesRecord;
+    QByteArray safeHeader; ///< Of a series: the header that the record holds.
+    QElapsedTimer sinceRenewal;
+};
+
+} // namespace Tessarin::Core

@@ -1,0 +1,182 @@
+// The record's bytes: the former header in three pieces, then a trailer of fixed size by which it is found.
+#include "core/UndoRecord.h"
+
+#include "core/Sha256.h"
+
+#include <QIODevice>
+#include <QtEndian>
+
+#include <array>
+
+namespace Tessarin::Core {
+
+using namespace ContainerFormat;
+
+namespace {
+
+constexpr char recordMagic[] = "TRVXUNDO";
+constexpr qsizetype magicSize = 8;
+
+/// Trailer: magic, kind, four lengths, two hashes of headers, the hash of all that stands before it.
+constexpr int lengthCount = 4;
+constexpr qsizetype kindAt = magicSize;
+constexpr qsizetype lengthsAt = kindAt + 8;
+constexpr qsizetype hashesAt = lengthsAt + lengthCount * 8;
+constexpr qsizetype checksumAt = hashesAt + 2 * Sha256::sizeBytes;
+constexpr qsizetype trailerSize = checksumAt + Sha256::sizeBytes;
+
+/// A page of the kernel's cache reaches the drive as one: the record shares none with the header, and ends
+/// before the sector that holds the first block.
+constexpr qint64 pageSize = 4096;
+constexpr qint64 tailEnd = headerAreaSize;
+static_assert(tailEnd % pageSize == 0 && tailEnd < blockAreaOffset);
+
+constexpr QByteArrayView indexKey("\"encryptedIndex\":\"");
+
+enum Kind : quint64 { WholeIndex = 1, IndexStaysInPlace = 2 };
+
+/// A header cut at the Base64 text of its encrypted index.
+struct HeaderPieces
+{
+    QByteArrayView before;
+    QByteArrayView indexText;
+    QByteArrayView after;
+};
+
+HeaderPieces cut(QByteArrayView header)
+{
+    const qsizetype key = header.indexOf(indexKey);
+    const qsizetype start = key + indexKey.size();
+    const qsizetype end = key < 0 ? -1 : header.indexOf('"', start);
+    // Text that does not come back the same from its bytes is kept as it stands.
+    if (end < 0 || QByteArray::fromBase64(header.sliced(start, end - start).toByteArray()).toBase64() !=
+                       header.sliced(start, end - start))
+        return {header, {}, {}};
+    return {header.first(start), header.sliced(start, end - start), header.sliced(end)};
+}
+
+void appendNumber(QByteArray &bytes, quint64 number)
+{
+    std::array<char, sizeof number> big{};
+    qToBigEndian(number, big.data());
+    bytes.append(big.data(), big.size());
+}
+
+QByteArray recordBytes(const HeaderPieces &former, Kind kind, QByteArrayView formerHeader,
+                       const QByteArray &newHash)
+{
+    const QByteArray index =
+        kind == IndexStaysInPlace ? QByteArray() : QByteArray::fromBase64(former.indexText.toByteArray());
+    QByteArray record = former.before.toByteArray() + index + former.after.toByteArray();
+    record += recordMagic;
+    appendNumber(record, kind);
+    for (const qsizetype length :
+         {former.before.size(), index.size(), former.indexText.size(), former.after.size()})
+        appendNumber(record, static_cast<quint64>(length));
+    record += Sha256::of(formerHeader);
+    record += newHash;
+    record += Sha256::of(record);
+    return record;
+}
+
+struct Trailer
+{
+    quint64 kind = 0;
+    std::array<qint64, lengthCount> lengths{}; ///< Before, index bytes, index text, after.
+    QByteArray formerHash;
+    QByteArray newHash;
+    QByteArray checksum;
+
+    [[nodiscard]] qint64 recordSize() const { return lengths[0] + lengths[1] + lengths[3] + trailerSize; }
+};
+
+std::optional<Trailer> parseTrailer(const QByteArray &bytes)
+{
+    if (bytes.size() != trailerSize || !bytes.startsWith(recordMagic))
+        return {};
+
+    Trailer trailer;
+    trailer.kind = qFromBigEndian<quint64>(bytes.constData() + kindAt);
+    for (size_t i = 0; i < trailer.lengths.size(); ++i) {
+        trailer.lengths[i] = qFromBigEndian<qint64>(bytes.constData() + lengthsAt + i * 8);
+        if (trailer.lengths[i] < 0 || trailer.lengths[i] > headerAreaSize)
+            return {};
+    }
+    trailer.formerHash = bytes.mid(hashesAt, Sha256::sizeBytes);
+    trailer.newHash = bytes.mid(hashesAt + Sha256::sizeBytes, Sha256::sizeBytes);
+    trailer.checksum = bytes.mid(checksumAt);
+    return trailer;
+}
+
+QByteArray readAt(QIODevice &container, qint64 offset, qint64 size)
+{
+    return container.seek(offset) ? container.read(size) : QByteArray();
+}
+
+std::optional<UndoRecord> findRecordEndingAt(QIODevice &container, qint64 end)
+{
+    const std::optional<Trailer> trailer =
+        end < trailerSize ? std::nullopt : parseTrailer(readAt(container, end - trailerSize, trailerSize));
+    if (!trailer || trailer->recordSize() > end)
+        return {};
+
+    UndoRecord record;
+    record.size = trailer->recordSize();
+    record.offset = end - record.size;
+    const QByteArray bytes = readAt(container, record.offset, record.size);
+    if (bytes.size() != record.size ||
+        Sha256::of(QByteArrayView(bytes).chopped(Sha256::sizeBytes)) != trailer->checksum)
+        return {};
+
+    const auto [beforeSize, indexSize, textSize, afterSize] = trailer->lengths;
+    const QByteArray indexText = trailer->kind == IndexStaysInPlace
+                                     ? readAt(container, headerAreaOffset + beforeSize, textSize)
+                                     : bytes.mid(beforeSize, indexSize).toBase64();
+    record.formerHeader = bytes.first(beforeSize) + indexText + bytes.mid(beforeSize + indexSize, afterSize);
+    record.formerHeaderHash = trailer->formerHash;
+    record.newHeaderHash = trailer->newHash;
+    if (Sha256::of(record.formerHeader) != record.formerHeaderHash)
+        return {};
+    return record;
+}
+
+} // namespace
+
+bool UndoRecord::knows(QByteArrayView header) const
+{
+    const QByteArray hash = Sha256::of(header);
+    return hash == formerHeaderHash || hash == newHeaderHash;
+}
+
+QByteArray undoRecordFor(const QByteArray &formerHeader, const QByteArray &newHeader)
+{
+    const HeaderPieces former = cut(formerHeader);
+    const bool indexStays =
+        newHeader.size() == formerHeader.size() && !former.indexText.isEmpty() &&
+        QByteArrayView(newHeader).sliced(former.before.size(), former.indexText.size()) == former.indexText;
+    return recordBytes(former, indexStays ? IndexStaysInPlace : WholeIndex, formerHeader,
+                       Sha256::of(newHeader));
+}
+
+QByteArray undoRecordForSeries(const QByteArray &formerHeader)
+{
+    return recordBytes(cut(formerHeader), WholeIndex, formerHeader, QByteArray(Sha256::sizeBytes, '\0'));
+}
+
+qint64 tailRecordOffset(qint64 recordSize, qint64 headerLength)
+{
+    const qint64 offset = tailEnd - recordSize;
+    const qint64 firstPageAfterHeader =
+        (headerAreaOffset + headerLength + pageSize - 1) / pageSize * pageSize;
+    return offset >= firstPageAfterHeader ? offset : -1;
+}
+
+std::optional<UndoRecord> findUndoRecord(QIODevice &container)
+{
+    if (std::optional<UndoRecord> record = findRecordEndingAt(container, tailEnd))
+        return record;
+    return container.size() > blockAreaOffset ? findRecordEndingAt(container, container.size())
+                                              : std::nullopt;
+}
+
+} // namespace Tessarin::Core

@@ -1,0 +1,34 @@
+// What opening a vault and keeping it in step with the drive share; used by the session's own files only.
+#pragma once
+
+#include "core/ContainerManager.h"
+#include "core/Secret.h"
+#include "core/VaultManager.h"
+
+namespace Tessarin::Core {
+
+/// A vault that its password has opened.
+struct VaultManager::OpenedVault
+{
+    ContainerDocument document;
+    QByteArray masterKey;
+    SecureFileIndex index;
+
+    OpenedVault() = default;
+    ~OpenedVault() { wipe(masterKey); }
+    Q_DISABLE_COPY_MOVE(OpenedVault)
+};
+
+/// A view of the bytes that serve as the key of the cipher; `key` must outlive it.
+[[nodiscard]] inline QByteArray cipherKey(const QByteArray &key)
+{
+    return QByteArray::fromRawData(key.constData(), qMin(key.size(), CryptoManager::keySizeBytes));
+}
+
+/// Tells one sealed index from every other: its nonce, which is never used twice, and its tag.
+[[nodiscard]] inline QByteArray sealOf(const ContainerDocument &document)
+{
+    return document.crypto.payloadNonce + document.encryptedIndex.right(CryptoManager::tagSizeBytes);
+}
+
+} // namespace Tessarin::Core

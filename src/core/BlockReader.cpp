@@ -18,15 +18,16 @@ bool hasPossibleSizes(const VaultFileBlock &block)
 
 } // namespace
 
-QByteArray readStoredBlock(QIODevice &container, const VaultFileBlock &block)
+bool readStoredBlock(QIODevice &container, const VaultFileBlock &block, QByteArray &stored)
 {
     if (!hasPossibleSizes(block) || !container.seek(block.offset))
-        return {};
+        return false;
 
-    QByteArray stored(block.encryptedSize, Qt::Uninitialized);
-    if (container.read(stored.data(), stored.size()) != stored.size())
-        return {};
-    return stored;
+    // A new buffer instead of resize(), which would copy the old bytes into it.
+    if (stored.capacity() < block.encryptedSize)
+        stored = QByteArray(block.encryptedSize, Qt::Uninitialized);
+    stored.resize(block.encryptedSize);
+    return container.read(stored.data(), stored.size()) == stored.size();
 }
 
 } // namespace Tessarin::Core

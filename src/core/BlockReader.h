@@ -9,8 +9,9 @@ class QIODevice;
 
 namespace Tessarin::Core {
 
-/// The block's ciphertext with its tag; empty when its sizes cannot be right or it does not lie whole in the
-/// container. Never takes more memory than one block of 16 MiB.
-[[nodiscard]] QByteArray readStoredBlock(QIODevice &container, const VaultFileBlock &block);
+/// Fills `stored`, whose memory is used again, with the block's ciphertext and tag. False when the block's
+/// sizes cannot be right or it does not lie whole in the container. Never takes more than one block of 16
+/// MiB.
+[[nodiscard]] bool readStoredBlock(QIODevice &container, const VaultFileBlock &block, QByteArray &stored);
 
 } // namespace Tessarin::Core

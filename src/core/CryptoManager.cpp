@@ -21,19 +21,19 @@ namespace {
 constexpr unsigned long long argonPasses = 3;
 constexpr size_t argonMemoryBytes = 256UL * 1024 * 1024;
 
-const unsigned char *bytesOf(const QByteArray &array)
+const unsigned char *bytesOf(QByteArrayView bytes)
 {
-    return reinterpret_cast<const unsigned char *>(array.constData());
+    return reinterpret_cast<const unsigned char *>(bytes.data());
 }
 
-unsigned char *bytesOf(QByteArray &array)
+unsigned char *bytesOf(char *memory)
 {
-    return reinterpret_cast<unsigned char *>(array.data());
+    return reinterpret_cast<unsigned char *>(memory);
 }
 
-unsigned long long lengthOf(const QByteArray &array)
+unsigned long long lengthOf(QByteArrayView bytes)
 {
-    return static_cast<unsigned long long>(array.size());
+    return static_cast<unsigned long long>(bytes.size());
 }
 
 QByteArray argon2id(const QByteArray &password, const KeyDerivationParams &params)
@@ -42,7 +42,7 @@ QByteArray argon2id(const QByteArray &password, const KeyDerivationParams &param
         return {};
 
     QByteArray key(params.keyLength, Qt::Uninitialized);
-    if (crypto_pwhash(bytesOf(key), lengthOf(key), password.constData(), lengthOf(password),
+    if (crypto_pwhash(bytesOf(key.data()), lengthOf(key), password.constData(), lengthOf(password),
                       bytesOf(params.salt), argonPasses, argonMemoryBytes,
                       crypto_pwhash_ALG_ARGON2ID13) != 0) {
         wipe(key);
@@ -112,36 +112,39 @@ QByteArray CryptoManager::generateNonce(int length) const
 QByteArray CryptoManager::encrypt(const QByteArray &plaintext, const QByteArray &key, const QByteArray &nonce,
                                   const QByteArray &associatedData) const
 {
-    if (key.size() != keySizeBytes || nonce.size() != nonceSizeBytes)
-        return {};
-
     QByteArray ciphertext(plaintext.size() + tagSizeBytes, Qt::Uninitialized);
-    unsigned long long written = 0;
-    if (crypto_aead_xchacha20poly1305_ietf_encrypt(
-            bytesOf(ciphertext), &written, bytesOf(plaintext), lengthOf(plaintext), bytesOf(associatedData),
-            lengthOf(associatedData), nullptr, bytesOf(nonce), bytesOf(key)) != 0) {
-        return {};
-    }
-    ciphertext.truncate(static_cast<qsizetype>(written));
-    return ciphertext;
+    return encryptInto(ciphertext.data(), plaintext, key, nonce, associatedData) ? ciphertext : QByteArray();
 }
 
 QByteArray CryptoManager::decrypt(const QByteArray &ciphertextWithTag, const QByteArray &key,
                                   const QByteArray &nonce, const QByteArray &associatedData) const
 {
+    QByteArray plaintext(qMax(ciphertextWithTag.size() - tagSizeBytes, qsizetype(0)), Qt::Uninitialized);
+    return decryptInto(plaintext.data(), ciphertextWithTag, key, nonce, associatedData) ? plaintext
+                                                                                        : QByteArray();
+}
+
+bool CryptoManager::encryptInto(char *output, QByteArrayView plaintext, const QByteArray &key,
+                                const QByteArray &nonce, const QByteArray &associatedData) const
+{
+    if (key.size() != keySizeBytes || nonce.size() != nonceSizeBytes)
+        return false;
+
+    return crypto_aead_xchacha20poly1305_ietf_encrypt(
+               bytesOf(output), nullptr, bytesOf(plaintext), lengthOf(plaintext), bytesOf(associatedData),
+               lengthOf(associatedData), nullptr, bytesOf(nonce), bytesOf(key)) == 0;
+}
+
+bool CryptoManager::decryptInto(char *output, QByteArrayView ciphertextWithTag, const QByteArray &key,
+                                const QByteArray &nonce, const QByteArray &associatedData) const
+{
     if (key.size() != keySizeBytes || nonce.size() != nonceSizeBytes ||
         ciphertextWithTag.size() < tagSizeBytes)
-        return {};
+        return false;
 
-    QByteArray plaintext(ciphertextWithTag.size() - tagSizeBytes, Qt::Uninitialized);
-    unsigned long long written = 0;
-    if (crypto_aead_xchacha20poly1305_ietf_decrypt(
-            bytesOf(plaintext), &written, nullptr, bytesOf(ciphertextWithTag), lengthOf(ciphertextWithTag),
-            bytesOf(associatedData), lengthOf(associatedData), bytesOf(nonce), bytesOf(key)) != 0) {
-        return {};
-    }
-    plaintext.truncate(static_cast<qsizetype>(written));
-    return plaintext;
+    return crypto_aead_xchacha20poly1305_ietf_decrypt(
+               bytesOf(output), nullptr, nullptr, bytesOf(ciphertextWithTag), lengthOf(ciphertextWithTag),
+               bytesOf(associatedData), lengthOf(associatedData), bytesOf(nonce), bytesOf(key)) == 0;
 }
 
 QByteArray CryptoManager::hmacSha256(const QByteArray &data, const QByteArray &key) const
@@ -150,7 +153,7 @@ QByteArray CryptoManager::hmacSha256(const QByteArray &data, const QByteArray &k
         return {};
 
     QByteArray mac(crypto_auth_hmacsha256_BYTES, Qt::Uninitialized);
-    crypto_auth_hmacsha256(bytesOf(mac), bytesOf(data), lengthOf(data), bytesOf(key));
+    crypto_auth_hmacsha256(bytesOf(mac.data()), bytesOf(data), lengthOf(data), bytesOf(key));
     return mac;
 }
 

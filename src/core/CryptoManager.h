@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 #include <QtGlobal>
 
@@ -41,6 +42,14 @@ public:
     /// take "empty" for failure wherever a plaintext cannot be.
     [[nodiscard]] QByteArray decrypt(const QByteArray &ciphertextWithTag, const QByteArray &key,
                                      const QByteArray &nonce, const QByteArray &associatedData) const;
+
+    /// The same two without an allocation, for blocks: `output` has room for the plaintext and its tag, or
+    /// for the plaintext. False on wrong sizes, and when the tag does not fit; then `output` holds nothing of
+    /// use.
+    [[nodiscard]] bool encryptInto(char *output, QByteArrayView plaintext, const QByteArray &key,
+                                   const QByteArray &nonce, const QByteArray &associatedData) const;
+    [[nodiscard]] bool decryptInto(char *output, QByteArrayView ciphertextWithTag, const QByteArray &key,
+                                   const QByteArray &nonce, const QByteArray &associatedData) const;
 
     /// HMAC-SHA256 (RFC 2104, RFC 6234) under the first 32 bytes of `key`; empty when the key is shorter.
     [[nodiscard]] QByteArray hmacSha256(const QByteArray &data, const QByteArray &key) const;

@@ -211,11 +211,13 @@ bool VaultManager::copyLiveBlocks(QFile &oldContainer, QIODevice &output, Compac
 {
     const qint64 totalBytes = plaintextBytes(sessionIndex);
     qint64 doneBytes = 0;
+    QByteArray stored;
     for (VaultFileEntry file : sessionIndex.entries()) {
         for (VaultFileBlock &block : file.blocks) {
-            const QByteArray stored = readStoredBlock(oldContainer, block);
+            if (!readStoredBlock(oldContainer, block, stored))
+                return false;
             block.offset = output.pos();
-            if (stored.isEmpty() || output.write(stored) != stored.size())
+            if (output.write(stored) != stored.size())
                 return false;
             doneBytes += block.plainSize;
             if (progress)

@@ -20,6 +20,7 @@
 #include "core/ContainerUpdate.h"
 #include "core/CryptoManager.h"
 #include "core/FileSyncManager.h"
+#include "core/Secret.h"
 #include "core/SecureFileIndex.h"
 #include "core/TempWorkspaceManager.h"
 
@@ -142,16 +143,16 @@ private:
     // Session
     [[nodiscard]] QByteArray associatedData(const ContainerDocument &document,
                                             const QByteArray &purpose) const;
-    [[nodiscard]] QByteArray deriveSessionKey(const QByteArray &password,
-                                              const ContainerCryptoMetadata &metadata) const;
+    [[nodiscard]] SecretBytes deriveSessionKey(const QByteArray &password,
+                                               const ContainerCryptoMetadata &metadata) const;
     [[nodiscard]] QByteArray encryptMasterKey(const ContainerDocument &document, const QByteArray &password,
-                                              const QByteArray &key) const;
-    [[nodiscard]] QByteArray decryptMasterKey(const ContainerDocument &document,
-                                              const QByteArray &password) const;
+                                              const SecretBytes &key) const;
+    [[nodiscard]] SecretBytes decryptMasterKey(const ContainerDocument &document,
+                                               const QByteArray &password) const;
     [[nodiscard]] QByteArray encryptIndex(const ContainerDocument &document,
                                           const SecureFileIndex &index) const;
     [[nodiscard]] bool decryptIndex(const ContainerDocument &document, SecureFileIndex *index) const;
-    [[nodiscard]] bool decryptIndex(const ContainerDocument &document, const QByteArray &key,
+    [[nodiscard]] bool decryptIndex(const ContainerDocument &document, const SecretBytes &key,
                                     SecureFileIndex *index) const;
     /// A view of the master key's first 32 bytes; valid while the session is unlocked.
     [[nodiscard]] QByteArray dataKey() const;
@@ -172,9 +173,9 @@ private:
     [[nodiscard]] bool openHeader(const QByteArray &header, const QByteArray &password,
                                   OpenedVault &opened) const;
     [[nodiscard]] bool openDocument(const QByteArray &password, OpenedVault &opened) const;
-    [[nodiscard]] bool isWholeHeader(QFile &container, const QByteArray &header, const QByteArray &key,
+    [[nodiscard]] bool isWholeHeader(QFile &container, const QByteArray &header, const SecretBytes &key,
                                      const UndoRecord &record) const;
-    [[nodiscard]] bool newBlocksOpen(QFile &container, const OpenedVault &opened,
+    [[nodiscard]] bool newBlocksOpen(QFile &container, const SecureFileIndex &index, const SecretBytes &key,
                                      const UndoRecord &record) const;
 
     // Storage
@@ -199,7 +200,7 @@ private:
 
     State sessionState = Locked;
     QString sessionContainerPath;
-    QByteArray masterKey;               ///< 64 bytes while unlocked, empty while locked.
+    SecretBytes masterKey;              ///< 64 bytes while unlocked, empty while locked.
     QMap<QString, QByteArray> payloads; ///< Of the legacy format; always empty.
     SecureFileIndex sessionIndex;
     QByteArray sessionSeal; ///< Tells the index that this session read or wrote last from any other.

@@ -54,7 +54,8 @@ bool VaultManager::openWithRecord(QFile &container, const UndoRecord &record, co
 {
     const QByteArray header = ContainerUpdate::headerOf(container);
     const bool isKnown = record.knows(header);
-    if (openHeader(header, password, opened) && (isKnown || newBlocksOpen(container, opened, record))) {
+    if (openHeader(header, password, opened) &&
+        (isKnown || newBlocksOpen(container, opened.index, opened.masterKey, record))) {
         if (update != nullptr)
             static_cast<void>(update->discard(record));
         return true;
@@ -78,40 +79,41 @@ bool VaultManager::openHeader(const QByteArray &header, const QByteArray &passwo
 /// Opens the key and the index of `opened.document`.
 bool VaultManager::openDocument(const QByteArray &password, OpenedVault &opened) const
 {
-    wipe(opened.masterKey);
     opened.masterKey = decryptMasterKey(opened.document, password);
     return !opened.masterKey.isEmpty() && decryptIndex(opened.document, opened.masterKey, &opened.index);
 }
 
-bool VaultManager::isWholeHeader(QFile &container, const QByteArray &header, const QByteArray &key,
+bool VaultManager::isWholeHeader(QFile &container, const QByteArray &header, const SecretBytes &key,
                                  const UndoRecord &record) const
 {
-    OpenedVault whole;
-    whole.masterKey = QByteArray(key.constData(), key.size());
-    return containers.parseHeader(header, &whole.document) &&
-           decryptIndex(whole.document, whole.masterKey, &whole.index) &&
-           newBlocksOpen(container, whole, record);
+    ContainerDocument document;
+    SecureFileIndex index;
+    return containers.parseHeader(header, &document) && decryptIndex(document, key, &index) &&
+           newBlocksOpen(container, index, key, record);
 }
 
 /// True when every block that the record's index does not list can be read and decrypted.
-bool VaultManager::newBlocksOpen(QFile &container, const OpenedVault &opened, const UndoRecord &record) const
+bool VaultManager::newBlocksOpen(QFile &container, const SecureFileIndex &index, const SecretBytes &key,
+                                 const UndoRecord &record) const
 {
     ContainerDocument formerDocument;
     SecureFileIndex formerIndex;
     if (containers.parseHeader(record.formerHeader, &formerDocument))
-        static_cast<void>(decryptIndex(formerDocument, opened.masterKey, &formerIndex));
+        static_cast<void>(decryptIndex(formerDocument, key, &formerIndex));
     const QSet<BlockKey> formerBlocks = blockKeys(formerIndex);
 
     const QByteArray blockData = associatedData({}, "file-block");
+    QByteArray stored;
     const auto opens = [&](const VaultFileBlock &block) {
         if (formerBlocks.contains({block.offset, block.nonce}))
             return true;
-        const QByteArray stored = readStoredBlock(container, block);
-        QByteArray plain = crypto.decrypt(stored, cipherKey(opened.masterKey), block.nonce, blockData);
+        if (!readStoredBlock(container, block, stored))
+            return false;
+        QByteArray plain = crypto.decrypt(stored, cipherKey(key), block.nonce, blockData);
         const WipedAtScopeEnd wipePlain(plain);
         return !plain.isEmpty();
     };
-    const QList<VaultFileEntry> &files = opened.index.entries();
+    const QList<VaultFileEntry> &files = index.entries();
     return std::all_of(files.cbegin(), files.cend(), [&](const VaultFileEntry &file) {
         return std::all_of(file.blocks.cbegin(), file.blocks.cend(), opens);
     });

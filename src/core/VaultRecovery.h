@@ -11,18 +11,14 @@ namespace Tessarin::Core {
 struct VaultManager::OpenedVault
 {
     ContainerDocument document;
-    QByteArray masterKey;
+    SecretBytes masterKey;
     SecureFileIndex index;
-
-    OpenedVault() = default;
-    ~OpenedVault() { wipe(masterKey); }
-    Q_DISABLE_COPY_MOVE(OpenedVault)
 };
 
 /// A view of the bytes that serve as the key of the cipher; `key` must outlive it.
-[[nodiscard]] inline QByteArray cipherKey(const QByteArray &key)
+[[nodiscard]] inline QByteArray cipherKey(const SecretBytes &key)
 {
-    return QByteArray::fromRawData(key.constData(), qMin(key.size(), CryptoManager::keySizeBytes));
+    return key.view(CryptoManager::keySizeBytes);
 }
 
 /// Tells one sealed index from every other: its nonce, which is never used twice, and its tag.

@@ -4,6 +4,8 @@
 #include "core/Secret.h"
 #include "core/VaultRecovery.h"
 
+#include <QScopeGuard>
+
 namespace Tessarin::Core {
 
 namespace {
@@ -23,10 +25,7 @@ bool isLongEnough(const QByteArray &password)
 
 VaultManager::VaultManager() = default;
 
-VaultManager::~VaultManager()
-{
-    wipe(masterKey);
-}
+VaultManager::~VaultManager() = default;
 
 VaultManager::State VaultManager::state() const
 {
@@ -53,10 +52,10 @@ bool VaultManager::createVault(const QString &containerPath, const QByteArray &p
     sessionContainerPath = containerPath;
     payloads.clear();
     sessionIndex.clear();
-    masterKey = crypto.generateSalt(masterKeySizeBytes);
+    masterKey = SecretBytes(crypto.generateSalt(masterKeySizeBytes));
     document.crypto.encryptedMasterKey = encryptMasterKey(document, password, masterKey);
     document.encryptedIndex = encryptIndex(document, sessionIndex);
-    wipe(masterKey);
+    masterKey.clear();
     sessionState = Locked;
     if (document.crypto.encryptedMasterKey.isEmpty() || document.encryptedIndex.isEmpty())
         return false;
@@ -91,7 +90,8 @@ bool VaultManager::lockVault()
 
     openCopies.clear();
     const bool cleaned = workspace.cleanup();
-    wipe(masterKey);
+    masterKey.clear();
+    wipeUnusedStack();
     payloads.clear();
     sessionState = Locked;
     return cleaned;
@@ -109,8 +109,8 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     // Read again under the lock: the key that was opened must still be the one that is wrapped there.
     ContainerUpdate update(containerPath);
     ContainerDocument document;
-    if (!update.begin() || !containers.parseHeader(update.header(), &document)
-        || document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey) {
+    if (!update.begin() || !containers.parseHeader(update.header(), &document) ||
+        document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey) {
         return false;
     }
 
@@ -199,39 +199,40 @@ QByteArray VaultManager::associatedData(const ContainerDocument &document, const
     return parts.join('|');
 }
 
-QByteArray VaultManager::deriveSessionKey(const QByteArray &password,
-                                          const ContainerCryptoMetadata &metadata) const
+SecretBytes VaultManager::deriveSessionKey(const QByteArray &password,
+                                           const ContainerCryptoMetadata &metadata) const
 {
     if (metadata.kdfIterations > mostKdfIterations)
         return {};
 
-    return crypto.deriveKey(password,
-                            {metadata.kdf, metadata.salt, metadata.kdfIterations, passwordKeySizeBytes});
+    return SecretBytes(crypto.deriveKey(
+        password, {metadata.kdf, metadata.salt, metadata.kdfIterations, passwordKeySizeBytes}));
 }
 
 QByteArray VaultManager::encryptMasterKey(const ContainerDocument &document, const QByteArray &password,
-                                          const QByteArray &key) const
+                                          const SecretBytes &key) const
 {
-    QByteArray passwordKey = deriveSessionKey(password, document.crypto);
-    const WipedAtScopeEnd wipePasswordKey(passwordKey);
+    const auto wipeStack = qScopeGuard(wipeUnusedStack);
+    const SecretBytes passwordKey = deriveSessionKey(password, document.crypto);
     if (passwordKey.isEmpty() || key.isEmpty())
         return {};
 
-    return crypto.encrypt(key, cipherKey(passwordKey), document.crypto.nonce,
+    return crypto.encrypt(key.view(), cipherKey(passwordKey), document.crypto.nonce,
                           associatedData(document, "master-key"));
 }
 
-QByteArray VaultManager::decryptMasterKey(const ContainerDocument &document, const QByteArray &password) const
+SecretBytes VaultManager::decryptMasterKey(const ContainerDocument &document,
+                                           const QByteArray &password) const
 {
     if (document.crypto.encryptedMasterKey.isEmpty())
         return {};
-    QByteArray passwordKey = deriveSessionKey(password, document.crypto);
-    const WipedAtScopeEnd wipePasswordKey(passwordKey);
+    const auto wipeStack = qScopeGuard(wipeUnusedStack);
+    const SecretBytes passwordKey = deriveSessionKey(password, document.crypto);
     if (passwordKey.isEmpty())
         return {};
 
-    return crypto.decrypt(document.crypto.encryptedMasterKey, cipherKey(passwordKey), document.crypto.nonce,
-                          associatedData(document, "master-key"));
+    return SecretBytes(crypto.decrypt(document.crypto.encryptedMasterKey, cipherKey(passwordKey),
+                                      document.crypto.nonce, associatedData(document, "master-key")));
 }
 
 QByteArray VaultManager::encryptIndex(const ContainerDocument &document, const SecureFileIndex &index) const
@@ -245,7 +246,7 @@ bool VaultManager::decryptIndex(const ContainerDocument &document, SecureFileInd
     return decryptIndex(document, masterKey, index);
 }
 
-bool VaultManager::decryptIndex(const ContainerDocument &document, const QByteArray &key,
+bool VaultManager::decryptIndex(const ContainerDocument &document, const SecretBytes &key,
                                 SecureFileIndex *index) const
 {
     if (index == nullptr || document.encryptedIndex.isEmpty())

@@ -11,7 +11,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QScopeGuard>
 #include <QUuid>
 
 namespace Tessarin::Core {
@@ -27,6 +26,30 @@ VaultFileEntry newEntry(const QString &vaultPath, const QFileInfo &source)
     entry.lastModifiedUtc = source.lastModified().toUTC();
     return entry;
 }
+
+/// The memory of one block, plain and stored, used again for every block of a file. The pages are touched
+/// only as far as they are used, and what was plain is wiped once at the end.
+class BlockBuffers
+{
+public:
+    BlockBuffers() = default;
+    ~BlockBuffers() { sodium_memzero(plainBytes.data(), static_cast<size_t>(mostPlainUsed)); }
+    Q_DISABLE_COPY_MOVE(BlockBuffers)
+
+    char *plain() { return plainBytes.data(); }
+    char *stored() { return storedBytes.data(); }
+
+    QByteArrayView usedPlain(qsizetype size)
+    {
+        mostPlainUsed = qMax(mostPlainUsed, size);
+        return {plainBytes.constData(), size};
+    }
+
+private:
+    QByteArray plainBytes{ContainerFormat::blockPlainSize, Qt::Uninitialized};
+    QByteArray storedBytes{ContainerFormat::blockPlainSize + CryptoManager::tagSizeBytes, Qt::Uninitialized};
+    qsizetype mostPlainUsed = 0;
+};
 
 } // namespace
 
@@ -100,26 +123,24 @@ bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry 
     const qint64 totalBytes = entry.sizeBytes;
     qint64 doneBytes = 0;
     Sha256 hash;
-    QByteArray buffer(ContainerFormat::blockPlainSize, Qt::Uninitialized);
-    const auto wipeUsedBytes = qScopeGuard([&] {
-        sodium_memzero(buffer.data(), static_cast<size_t>(qMin(doneBytes, ContainerFormat::blockPlainSize)));
-    });
+    BlockBuffers buffers;
 
     while (!source.atEnd()) {
-        const qint64 chunkSize = source.read(buffer.data(), buffer.size());
+        const qint64 chunkSize = source.read(buffers.plain(), ContainerFormat::blockPlainSize);
         if (chunkSize < 1)
             return false;
 
-        const QByteArray chunk = QByteArray::fromRawData(buffer.constData(), chunkSize);
+        const QByteArrayView chunk = buffers.usedPlain(chunkSize);
         hash.add(chunk);
         VaultFileBlock block;
-        block.nonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
-        const QByteArray ciphertext = crypto.encrypt(chunk, dataKey(), block.nonce, blockData);
         block.offset = container.pos();
         block.plainSize = chunkSize;
-        block.encryptedSize = ciphertext.size();
-        if (ciphertext.isEmpty() || container.write(ciphertext) != ciphertext.size())
+        block.encryptedSize = chunkSize + CryptoManager::tagSizeBytes;
+        block.nonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
+        if (!crypto.encryptInto(buffers.stored(), chunk, dataKey(), block.nonce, blockData) ||
+            container.write(buffers.stored(), block.encryptedSize) != block.encryptedSize) {
             return false;
+        }
 
         startWriteback(container, block.offset, block.encryptedSize);
         entry.blocks.append(block);
@@ -170,14 +191,14 @@ bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *d
         return false;
 
     const QByteArray blockData = associatedData({}, "file-block");
+    BlockBuffers buffers;
+    QByteArray stored;
     for (const VaultFileBlock &block : entry->blocks) {
-        const QByteArray stored = readStoredBlock(container, block);
-        if (stored.isEmpty())
+        if (!readStoredBlock(container, block, stored) ||
+            !crypto.decryptInto(buffers.plain(), stored, dataKey(), block.nonce, blockData) ||
+            device->write(buffers.usedPlain(block.plainSize).data(), block.plainSize) != block.plainSize) {
             return false;
-        QByteArray plain = crypto.decrypt(stored, dataKey(), block.nonce, blockData);
-        const WipedAtScopeEnd wipePlain(plain);
-        if (plain.size() != block.plainSize || device->write(plain) != plain.size())
-            return false;
+        }
     }
     return true;
 }

@@ -1,0 +1,104 @@
+// Searches the process's own memory for the keys of a vault: there while it is unlocked, gone when it is
+// locked.
+#include "support/VaultFixture.h"
+
+#include <QTest>
+
+#include <cstring>
+
+#include <sodium.h>
+
+using namespace Tessarin::Core;
+using namespace Tessarin::Tests;
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+/// A key that the search itself does not find: every bit turned round.
+QByteArray masked(QByteArray bytes)
+{
+    for (char &byte : bytes)
+        byte = static_cast<char>(~byte);
+    return bytes;
+}
+
+/// The vault's keys, masked: the password key and the master key.
+QList<QByteArray> maskedKeys(const VaultFixture &f)
+{
+    const CryptoManager crypto{};
+    const ContainerCryptoMetadata metadata = f.document().crypto;
+    QByteArray passwordKey =
+        crypto.deriveKey(f.password, {metadata.kdf, metadata.salt, metadata.kdfIterations, 64});
+    QByteArray aad =
+        "TRAVEX|master-key|3|XChaCha20-Poly1305|Argon2id|0|" + metadata.salt + '|' + metadata.nonce;
+    QByteArray cipherKey = passwordKey.first(32);
+    QByteArray masterKey = crypto.decrypt(metadata.encryptedMasterKey, cipherKey, metadata.nonce, aad);
+    const QList<QByteArray> keys{masked(passwordKey), masked(masterKey)};
+    for (QByteArray *secret : {&passwordKey, &cipherKey, &masterKey})
+        wipe(*secret);
+    wipeUnusedStack();
+    return keys;
+}
+
+/// How many 16-byte runs of the keys lie in writable memory, at any offset of 8.
+int runsInMemory(const QList<QByteArray> &keys)
+{
+    QFile maps(u"/proc/self/maps"_s);
+    QFile memory(u"/proc/self/mem"_s);
+    if (!maps.open(QIODevice::ReadOnly) || !memory.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return -1;
+
+    QList<std::pair<qint64, qint64>> regions;
+    for (const QByteArray &line : maps.readAll().split('\n')) {
+        const QByteArrayList range = line.left(line.indexOf(' ')).split('-');
+        if (line.contains(" rw") && range.size() == 2)
+            regions.append({range.at(0).toLongLong(nullptr, 16), range.at(1).toLongLong(nullptr, 16)});
+    }
+    int found = 0;
+    for (const auto &[start, end] : regions) {
+        QByteArray bytes(end - start, '\0');
+        memory.seek(start);
+        if (memory.read(bytes.data(), bytes.size()) < 1)
+            continue;
+        for (const QByteArray &key : keys) {
+            for (qsizetype at = 0; at + 16 <= key.size(); at += 8) {
+                QByteArray run = masked(key.mid(at, 16));
+                for (const void *hit = bytes.constData(); hit != nullptr;) {
+                    const char *from = static_cast<const char *>(hit);
+                    const qsizetype left = bytes.constData() + bytes.size() - from;
+                    hit = ::memmem(from, static_cast<size_t>(left), run.constData(), 16);
+                    found += hit != nullptr;
+                    hit = hit == nullptr ? nullptr : static_cast<const char *>(hit) + 1;
+                }
+                wipe(run);
+            }
+        }
+        sodium_memzero(bytes.data(), static_cast<size_t>(bytes.size()));
+    }
+    return found;
+}
+
+} // namespace
+
+class SecretsTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void keysAreInMemoryOnlyWhileTheVaultIsOpen()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "conteúdo"));
+        const QList<QByteArray> keys = maskedKeys(f);
+        QVERIFY(runsInMemory({keys.at(1)}) > 0);
+        QCOMPARE(runsInMemory({keys.at(0)}), 0);
+        QVERIFY(f.vault.lockVault());
+        QCOMPARE(runsInMemory(keys), 0);
+        QVERIFY(!f.vault.unlockVault(f.container, "uma senha errada"));
+        QVERIFY(f.vault.changePassword(f.container, f.password, "outra senha longa"));
+        QCOMPARE(runsInMemory(keys), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(SecretsTest)
+#include "tst_secrets.moc"

@@ -167,7 +167,7 @@ bool ContainerManager::writeDocument(const QString &path, const ContainerDocumen
         return false;
     if (payloadWriter && !payloadWriter(file))
         return false;
-    if (!writeHeaderArea(file, buildHeader(document)) || !file.commit())
+    if (!writeHeaderArea(file, buildHeader(document)) || !syncFile(file) || !file.commit())
         return false;
 
     syncDirectory(QFileInfo(path).absolutePath());

@@ -78,16 +78,4 @@ void syncDirectory(const QString &directoryPath)
     ::close(directory);
 }
 
-bool makePrivatePath(const QString &directoryPath)
-{
-    const QFileInfo info(directoryPath);
-    if (info.isDir())
-        return true;
-    if (!makePrivatePath(info.absolutePath()))
-        return false;
-
-    const QByteArray name = QFile::encodeName(directoryPath);
-    return ::mkdir(name.constData(), S_IRWXU) == 0 && ::chmod(name.constData(), S_IRWXU) == 0;
-}
-
 } // namespace Tessarin::Core

@@ -31,7 +31,4 @@ void dropCachedPages(QFileDevice &file);
 /// Makes the names in a directory durable, where the file system can do that.
 void syncDirectory(const QString &directoryPath);
 
-/// Creates a directory and its missing parents, the new ones with mode 0700 whatever the umask.
-[[nodiscard]] bool makePrivatePath(const QString &directoryPath);
-
 } // namespace Tessarin::Core

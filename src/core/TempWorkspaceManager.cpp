@@ -10,29 +10,111 @@
 #include <QStandardPaths>
 #include <QUuid>
 
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Tessarin::Core {
 
 namespace {
 
 constexpr QLatin1String lockFileName(".tessarin-workspace.lock");
+constexpr QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+
+bool isUsableName(const QByteArray &name)
+{
+    return !name.isEmpty() && !name.contains('\0') && name != "." && name != "..";
+}
 
 /// The folder that the workspaces of all users share. Like the temporary directory above it, everyone may
 /// add to it and nobody may remove what is another's.
 bool makeCommonFolder(const QString &path)
 {
-    if (QFileInfo(path).isDir())
-        return true;
-    if (!QDir().mkpath(QFileInfo(path).absolutePath()))
-        return false;
-
     const QByteArray name = QFile::encodeName(path);
-    return ::mkdir(name.constData(), S_IRWXU) == 0 &&
+    struct stat status = {};
+    if (::lstat(name.constData(), &status) == 0)
+        return S_ISDIR(status.st_mode);
+
+    return QDir().mkpath(QFileInfo(path).absolutePath()) && ::mkdir(name.constData(), S_IRWXU) == 0 &&
            ::chmod(name.constData(), S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO) == 0;
 }
 
 } // namespace
+
+/// An open directory that is its owner's alone.
+class TempWorkspaceManager::Directory
+{
+public:
+    Directory() = default;
+    ~Directory() { close(); }
+    Directory(Directory &&other) noexcept : descriptor(std::exchange(other.descriptor, -1)) {}
+    Directory &operator=(Directory &&other) noexcept
+    {
+        std::swap(descriptor, other.descriptor);
+        return *this;
+    }
+    Q_DISABLE_COPY(Directory)
+
+    [[nodiscard]] bool isOpen() const { return descriptor >= 0; }
+
+    /// Opens a directory by its path, without following a link at its end. Not open when it is not private.
+    static Directory at(const QByteArray &path)
+    {
+        return opened(::open(path.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    }
+
+    [[nodiscard]] Directory subdirectory(const QByteArray &name, bool mayCreate) const
+    {
+        if (!isUsableName(name))
+            return {};
+        if (mayCreate && ::mkdirat(descriptor, name.constData(), S_IRWXU) == 0)
+            ::fchmodat(descriptor, name.constData(), S_IRWXU, 0);
+        return opened(
+            ::openat(descriptor, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    }
+
+    /// The directory of a vault path's parent below this one, and the name in it.
+    [[nodiscard]] std::pair<Directory, QByteArray> parentOf(const QString &vaultPath, bool mayCreate) const
+    {
+        QByteArrayList names = QFile::encodeName(vaultPath).split('/');
+        const QByteArray last = names.takeLast();
+        Directory parent = opened(::openat(descriptor, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        for (const QByteArray &name : std::as_const(names)) {
+            if (parent.isOpen())
+                parent = parent.subdirectory(name, mayCreate);
+        }
+        return {std::move(parent), isUsableName(last) ? last : QByteArray()};
+    }
+
+    [[nodiscard]] int openFile(const QByteArray &name, int flags) const
+    {
+        return ::openat(descriptor, name.constData(), flags | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    }
+
+private:
+    static Directory opened(int newDescriptor)
+    {
+        Directory directory;
+        directory.descriptor = newDescriptor;
+        struct stat status = {};
+        const bool isPrivate = newDescriptor >= 0 && ::fstat(newDescriptor, &status) == 0 &&
+                               status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+        if (!isPrivate)
+            directory.close();
+        return directory;
+    }
+
+    void close()
+    {
+        if (isOpen())
+            ::close(std::exchange(descriptor, -1));
+    }
+
+    int descriptor = -1;
+};
 
 TempWorkspaceManager::TempWorkspaceManager()
     : directory(
@@ -54,14 +136,15 @@ QString TempWorkspaceManager::pathForVaultFile(const QString &vaultPath) const
     return QDir(directory).filePath(vaultPath);
 }
 
-bool TempWorkspaceManager::isReservedPath(const QString &vaultPath) const
-{
-    return vaultPath == lockFileName || vaultPath.startsWith(lockFileName + QLatin1Char('/'));
-}
-
 bool TempWorkspaceManager::prepare()
 {
-    if (!makeCommonFolder(QFileInfo(directory).absolutePath()) || !makePrivatePath(directory))
+    const QByteArray path = QFile::encodeName(directory);
+    if (!makeCommonFolder(QFileInfo(directory).absolutePath()))
+        return false;
+    if (::mkdir(path.constData(), S_IRWXU) != 0 && errno != EEXIST)
+        return false;
+    auto newHandle = std::make_unique<Directory>(Directory::at(path));
+    if (!newHandle->isOpen())
         return false;
 
     auto newLock = std::make_unique<QLockFile>(pathForVaultFile(lockFileName));
@@ -69,17 +152,44 @@ bool TempWorkspaceManager::prepare()
     if (!newLock->tryLock(0))
         return false;
 
+    QFile::setPermissions(pathForVaultFile(lockFileName), ownerOnly);
+    handle = std::move(newHandle);
     lock = std::move(newLock);
     return true;
 }
 
+bool TempWorkspaceManager::openCopy(const QString &vaultPath, QFile &copy)
+{
+    if (!handle || vaultPath == lockFileName)
+        return false;
+    const auto [parent, name] = handle->parentOf(vaultPath, true);
+    if (!parent.isOpen() || name.isEmpty())
+        return false;
+
+    const int descriptor = parent.openFile(name, O_WRONLY | O_CREAT | O_TRUNC);
+    copy.setFileName(pathForVaultFile(vaultPath));
+    return descriptor >= 0 &&
+           copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle) &&
+           ::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0 && isOpenAt(copy, pathForVaultFile(vaultPath));
+}
+
+bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const
+{
+    if (!handle)
+        return false;
+    const auto [parent, name] = handle->parentOf(vaultPath, false);
+    const int descriptor =
+        !parent.isOpen() || name.isEmpty() ? -1 : parent.openFile(name, O_RDONLY | O_NONBLOCK);
+    QFile copy;
+    return descriptor >= 0 && copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
+           isOpenAt(copy, pathForVaultFile(vaultPath));
+}
+
 bool TempWorkspaceManager::cleanup()
 {
-    if (!QFileInfo::exists(directory))
-        return true;
-
     lock.reset();
-    return QDir(directory).removeRecursively();
+    handle.reset();
+    return !QFileInfo::exists(directory) || QDir(directory).removeRecursively();
 }
 
 } // namespace Tessarin::Core

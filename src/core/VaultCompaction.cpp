@@ -20,21 +20,23 @@ namespace {
 
 constexpr qint64 copyChunkSize = 8 * 1024 * 1024;
 
+/// Sums in which no size that a forged index names can overflow.
 qint64 plaintextBytes(const SecureFileIndex &index)
 {
-    qint64 total = 0;
+    quint64 total = 0;
     for (const VaultFileEntry &file : index.entries())
-        total += file.sizeBytes;
-    return total;
+        total += static_cast<quint64>(file.sizeBytes);
+    return static_cast<qint64>(total);
 }
 
 /// Bytes of a container that holds just the index's blocks.
 qint64 containerBytes(const SecureFileIndex &index)
 {
+    constexpr qint64 largestBlock = ContainerFormat::blockPlainSize + CryptoManager::tagSizeBytes;
     qint64 total = ContainerFormat::blockAreaOffset;
     for (const VaultFileEntry &file : index.entries()) {
         for (const VaultFileBlock &block : file.blocks)
-            total += qMax(block.encryptedSize, qint64(0));
+            total += qBound(qint64(0), block.encryptedSize, largestBlock);
     }
     return total;
 }
@@ -168,23 +170,23 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     const QString twinPath = putTwinBeside(compacted.path, targetPath, progress);
     auto removeTwin = qScopeGuard([&twinPath] { QFile::remove(twinPath); });
     // Another file may have been put in its place meanwhile; that one is not ours to delete.
+    const QFileDevice::Permissions permissions = QFile::permissions(targetPath);
     if (!isOpenAt(oldContainer.file(), targetPath) || !QFile::remove(targetPath))
         return false;
-    if (!copyDurably(compacted.path, targetPath, progress)) {
-        QString kept = twinPath;
-        if (twinPath.isEmpty()) {
-            kept = compacted.path;
-            removeFolder.dismiss();
-        }
-        removeTwin.dismiss();
-        if (preservedPath != nullptr)
-            *preservedPath = kept;
-        return false;
-    }
 
+    // The old container is gone: from here on the new one's offsets count, wherever it ends up.
     sessionIndex = compacted.index;
     sessionSeal = sealOf(compacted.document);
-    return true;
+    if (copyDurably(compacted.path, targetPath, progress)) {
+        QFile::setPermissions(targetPath, permissions);
+        return true;
+    }
+    removeTwin.dismiss();
+    if (twinPath.isEmpty())
+        removeFolder.dismiss();
+    if (preservedPath != nullptr)
+        *preservedPath = twinPath.isEmpty() ? compacted.path : twinPath;
+    return false;
 }
 
 /// Writes the new container into its working folder. The index is sealed last, with the new offsets in it.

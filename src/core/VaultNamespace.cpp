@@ -21,6 +21,14 @@ QString movedPath(const QString &path, const QString &directory, const QString &
     return newDirectory + path.mid(directory.size());
 }
 
+/// False when two entries have met at one path. Names that only an index written elsewhere can hold come to
+/// that, and files that lie below a path which has no directory entry.
+bool keepsEveryEntry(const SecureFileIndex &former, const SecureFileIndex &changed)
+{
+    return changed.entries().size() == former.entries().size() &&
+           changed.directories().size() >= former.directories().size();
+}
+
 /// The index after a directory, with all below it, took another path.
 SecureFileIndex withDirectoryMoved(const SecureFileIndex &index, const QString &from, const QString &to)
 {
@@ -104,7 +112,7 @@ bool VaultManager::relocateFile(const QString &filePath, const QString &newFileP
             file.vaultPath = newFilePath;
         relocated.addOrReplace(file);
     }
-    return saveIndex(relocated);
+    return keepsEveryEntry(sessionIndex, relocated) && saveIndex(relocated);
 }
 
 bool VaultManager::deleteFile(const QString &filePath)
@@ -150,7 +158,8 @@ bool VaultManager::renameDirectory(const QString &directoryPath, const QString &
     if (hasOpenCopy(from) || hasOpenCopyInside(from))
         return false;
 
-    return saveIndex(withDirectoryMoved(sessionIndex, from, to));
+    const SecureFileIndex moved = withDirectoryMoved(sessionIndex, from, to);
+    return keepsEveryEntry(sessionIndex, moved) && saveIndex(moved);
 }
 
 bool VaultManager::deleteDirectory(const QString &directoryPath)

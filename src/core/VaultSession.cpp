@@ -202,7 +202,7 @@ QByteArray VaultManager::associatedData(const ContainerDocument &document, const
 SecretBytes VaultManager::deriveSessionKey(const QByteArray &password,
                                            const ContainerCryptoMetadata &metadata) const
 {
-    if (metadata.kdfIterations > mostKdfIterations)
+    if (metadata.kdf != QLatin1String(ContainerFormat::kdfName) && metadata.kdfIterations > mostKdfIterations)
         return {};
 
     return SecretBytes(crypto.deriveKey(

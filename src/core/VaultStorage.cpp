@@ -149,7 +149,8 @@ bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry 
             progress(doneBytes, totalBytes, entry.vaultPath);
     }
     entry.sha256 = hash.result();
-    return true;
+    // A source that was cut short meanwhile is not what the user chose.
+    return doneBytes >= totalBytes;
 }
 
 void VaultManager::beginImportSeries()
@@ -208,6 +209,8 @@ bool VaultManager::exportFile(const QString &vaultPath, const QString &targetPat
     const QString path = normalizedVaultPath(vaultPath);
     // Opening the container under another of its names would cut it to nothing.
     if (sessionState != Unlocked || path.isEmpty() || isSameFile(targetPath, sessionContainerPath))
+        return false;
+    if (!indexContainsFilePath(sessionIndex, path))
         return false;
 
     QFile target(targetPath);

@@ -137,25 +137,39 @@ private Q_SLOTS:
         QVERIFY(!vault->compactVault({}, nullptr) && QFile::exists(container) && workingFolders().isEmpty());
     }
 
+    void aDriveThatFillsUpDuringTheCopyBackLeavesThePreservedContainer_data()
+    {
+        QTest::addColumn<bool>("hasTwin");
+        QTest::newRow("no room for a second container") << false;
+        QTest::newRow("a second container beside the old one") << true;
+    }
     void aDriveThatFillsUpDuringTheCopyBackLeavesThePreservedContainer()
     {
-        QVERIFY(put(u"a"_s, noise(12 * mebibyte, 3)));
-        const auto fillDriveOnceCopying = [&](qint64, qint64, const QString &label) {
-            if (label == u"Substituindo container no USB"_s && !QFile::exists(root + u"/filler"_s)) {
-                QFile filler(root + u"/filler"_s);
-                QVERIFY(filler.open(QIODevice::WriteOnly));
+        QFETCH(bool, hasTwin);
+        QVERIFY(put(u"morto"_s, "m") && put(u"a"_s, noise(12 * mebibyte, 3)) &&
+                vault->deleteFile(u"morto"_s));
+        const auto fillDrive = [&](qint64, qint64, const QString &label) {
+            QFile filler(root + u"/filler"_s);
+            const bool isTime = hasTwin
+                                    ? !QFile::exists(container) || QFileInfo(container).size() < 16 * mebibyte
+                                    : label == u"Substituindo container no USB"_s;
+            if (isTime && !filler.exists() && filler.open(QIODevice::WriteOnly))
                 filler.write(QByteArray(200 * mebibyte, 'f'));
-            }
         };
         QString preserved;
-        QVERIFY(!vault->compactVault(fillDriveOnceCopying, &preserved));
+        QVERIFY(!vault->compactVault(fillDrive, &preserved));
         QVERIFY(!QFile::exists(container) && QFile::exists(preserved));
-        QVERIFY(QFile::remove(root + u"/filler"_s) && QFile::copy(preserved, container));
-        QVERIFY(QDir(QFileInfo(preserved).path()).removeRecursively() && workingFolders().isEmpty());
-        VaultManager other;
-        QVERIFY(other.unlockVault(container, password) && other.lockVault());
+        QCOMPARE(preserved.startsWith(root), hasTwin);
+        QCOMPARE(workingFolders().size(), hasTwin ? 0 : 1);
+
+        // Put back by hand, it goes on where it was, in this session too.
+        QVERIFY(QFile::remove(root + u"/filler"_s) && QFile::copy(preserved, container) &&
+                QFile::remove(preserved));
+        QVERIFY(vault->createDirectory(u"depois"_s) && get(u"a"_s) == noise(12 * mebibyte, 3));
         QVERIFY(vault->lockVault() && vault->unlockVault(container, password));
         QVERIFY(get(u"a"_s) == noise(12 * mebibyte, 3));
+        for (const QString &folder : workingFolders())
+            QVERIFY(QDir(QDir::temp().filePath(folder)).removeRecursively());
     }
 
     void anImportThatFillsTheDriveIsUndone()

@@ -84,6 +84,14 @@ private Q_SLOTS:
         QCOMPARE(f->get(u"c/d/x.txt"_s), "x");
     }
 
+    void entriesThatWouldMeetAreKeptApart()
+    {
+        QVERIFY(f->put(u"d/x.txt"_s, "dx") && f->vault.renameFile(u"Notas.txt"_s, u"c/x.txt"_s));
+        QVERIFY(!f->vault.renameDirectory(u"d"_s, u"c"_s));
+        QCOMPARE(f->get(u"d/x.txt"_s), "dx");
+        QCOMPARE(f->get(u"c/x.txt"_s), "n");
+    }
+
     void onlyEmptyFoldersAndExistingFilesAreDeleted()
     {
         VaultManager &vault = f->vault;

@@ -1,5 +1,4 @@
 // Creating, unlocking, locking, the password, saving the index, and the temporary copies of opened files.
-#include "core/HostFile.h"
 #include "support/VaultFixture.h"
 
 #include <QDirIterator>
@@ -216,11 +215,51 @@ private Q_SLOTS:
         QVERIFY(f.vault.lockVault());
     }
 
+    void anotherProgramsWorkIsLeftAlone()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "a"));
+        VaultManager other;
+        QVERIFY(other.unlockVault(f.container, f.password));
+        QVERIFY(other.createDirectory(u"dela"_s));
+        const QByteArray saved = readFile(f.container);
+        QVERIFY(!f.put(u"b"_s, "b") && !f.vault.deleteFile(u"a"_s) && !f.vault.compactVault({}, nullptr));
+        QVERIFY(readFile(f.container) == saved);
+
+        // A password changed meanwhile is no conflict, and stays changed.
+        QVERIFY(other.lockVault() && other.changePassword(f.container, f.password, "outra senha longa"));
+        VaultManager third;
+        QVERIFY(third.unlockVault(f.container, "outra senha longa"));
+        QVERIFY(VaultManager().changePassword(f.container, "outra senha longa", f.password));
+        QVERIFY(third.createDirectory(u"terceira"_s) && third.lockVault());
+        QVERIFY(other.unlockVault(f.container, f.password) && other.lockVault());
+
+        QVERIFY(other.createVault(f.container, f.password));
+        const QByteArray replaced = readFile(f.container);
+        QVERIFY(!f.vault.createDirectory(u"n"_s) && !f.vault.compactVault({}, nullptr));
+        QVERIFY(readFile(f.container) == replaced);
+    }
+
+    void aForeignWorkspaceIsRefused()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock() && f.put(u"d/a"_s, "segredo") && f.vault.lockVault());
+        const QString victim = f.folder.filePath(u"victim"_s);
+        QVERIFY(QDir().mkdir(victim) && QFile::link(victim, f.vault.workspacePath()));
+        QString copy;
+        QVERIFY(!f.unlock() && !f.vault.prepareFileForEditing(u"d/a"_s, &copy));
+        QVERIFY(QFile::remove(f.vault.workspacePath()) && f.vault.lockVault());
+        QVERIFY(f.unlock() && QFile::link(victim, f.vault.workspacePath() + u"/d"_s));
+        QVERIFY(!f.vault.prepareFileForEditing(u"d/a"_s, &copy));
+        QVERIFY(QDir(victim).isEmpty() && f.vault.lockVault() && QFile::exists(victim));
+    }
+
     void aWorkspaceThatIsTakenLeavesTheVaultOpen()
     {
         VaultFixture f;
         QVERIFY(f.createAndUnlock() && f.vault.lockVault());
-        QVERIFY(makePrivatePath(f.vault.workspacePath()));
+        QVERIFY(QDir().mkdir(f.vault.workspacePath(),
+                             QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
         QLockFile other(f.vault.workspacePath() + u"/.tessarin-workspace.lock"_s);
         QVERIFY(other.tryLock(0));
         QVERIFY(!f.unlock());

@@ -55,7 +55,6 @@ void MainWindow::unlockVault()
         const WaitCursor waitCursor;
         unlocked = vaultManager.unlockVault(containerPath, password);
     }
-    currentDirectory.clear();
     refreshVaultFiles();
     updateActions();
     if (unlocked) {

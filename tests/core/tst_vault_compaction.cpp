@@ -47,6 +47,7 @@ private:
     const QString container = root + u"/tessarin.trvx"_s;
     const QString source = root + u"/source"_s;
     const QByteArray password = "uma senha bem longa";
+    QTemporaryDir temporary;
     std::unique_ptr<VaultManager> vault;
 
     bool put(const QString &vaultPath, const QByteArray &bytes)
@@ -67,7 +68,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY2(!root.isEmpty(), "no practice drive is mounted");
-        QVERIFY(workingFolders().isEmpty());
+        // Its own, so that the folders counted here are no other test's.
+        QVERIFY(temporary.isValid() && qputenv("TMPDIR", QFile::encodeName(temporary.path())));
     }
 
     void init()

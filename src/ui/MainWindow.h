@@ -119,7 +119,8 @@ private:
     // Files and folders (MainWindowFiles.cpp) ---------------------------------------------------------------
     void importFiles();
     [[nodiscard]] bool confirmImportFitsStorage(const QStringList &sources) const;
-    [[nodiscard]] bool importOneFile(const QString &source, ProgressDialog &progress);
+    /// The vault path that the file is stored under; empty when it is not.
+    [[nodiscard]] QString importOneFile(const QString &source, ProgressDialog &progress);
     void exportSelectedFile();
     void openSelectedFile();
     void deleteSelectedFile();

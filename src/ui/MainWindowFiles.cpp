@@ -34,6 +34,12 @@ void warnAboutDirectoryName(QWidget *parent, const QString &title)
         MainWindow::tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo."));
 }
 
+void warnAboutFailedImport(QWidget *parent, const QString &name)
+{
+    showWarning(parent, MainWindow::tr("Tessarin"),
+                MainWindow::tr("Não foi possível importar %1.").arg(name));
+}
+
 /// The typed name without white space around it; empty when cancelled.
 QString askForName(QWidget *parent, const QString &title, const QString &prompt, const QString &proposal)
 {
@@ -53,22 +59,32 @@ void MainWindow::importFiles()
     if (sources.isEmpty() || !confirmImportFitsStorage(sources))
         return;
 
-    qsizetype importedCount = 0;
+    QStringList imported;
     {
         ProgressDialog progress(this, tr("Importar arquivos"),
                                 tr("Importando arquivos para o cofre...\n\n%1").arg(importSpeedNote()),
                                 Qt::ApplicationModal);
+        vaultManager.beginImportSeries();
         for (const QString &source : sources) {
-            if (importOneFile(source, progress))
-                ++importedCount;
+            const QString target = importOneFile(source, progress);
+            if (!target.isEmpty())
+                imported.append(target);
         }
+        // A drive that fails at the end takes back what had not reached it.
+        static_cast<void>(vaultManager.endImportSeries());
         progress.finish();
     }
+    imported.removeIf([this](const QString &target) {
+        const bool isLost = !Core::indexContainsFilePath(vaultManager.fileIndex(), target);
+        if (isLost)
+            warnAboutFailedImport(this, Core::vaultBaseName(target));
+        return isLost;
+    });
     refreshVaultFiles();
     refreshDevices();
     updateActions();
-    setStatusMessage(importedCount == 1 ? tr("Arquivo importado com sucesso.")
-                                        : tr("%1 arquivos importados com sucesso.").arg(importedCount),
+    setStatusMessage(imported.size() == 1 ? tr("Arquivo importado com sucesso.")
+                                          : tr("%1 arquivos importados com sucesso.").arg(imported.size()),
                      statusTimeoutMs);
 }
 
@@ -111,7 +127,7 @@ bool MainWindow::confirmImportFitsStorage(const QStringList &sources) const
                              .arg(formatFileSize(totalBytes), formatFileSize(remainingBytes)));
 }
 
-bool MainWindow::importOneFile(const QString &source, ProgressDialog &progress)
+QString MainWindow::importOneFile(const QString &source, ProgressDialog &progress)
 {
     const QString sourceName = QFileInfo(source).fileName();
     const QString target = Core::joinVaultPath(currentDirectory, sourceName);
@@ -119,7 +135,7 @@ bool MainWindow::importOneFile(const QString &source, ProgressDialog &progress)
     progress.report(0, 0, tr("Importando %1...\n\n%2").arg(Core::vaultBaseName(target), speedNote));
 
     if (Core::indexContainsFilePath(vaultManager.fileIndex(), target) && !confirmReplaceVaultFile(target))
-        return false;
+        return {};
 
     const auto showProgress = [&](qint64 doneBytes, qint64 totalBytes, const QString &label) {
         progress.report(doneBytes, totalBytes,
@@ -127,9 +143,9 @@ bool MainWindow::importOneFile(const QString &source, ProgressDialog &progress)
                             .arg(label, formatFileSize(doneBytes), formatFileSize(totalBytes), speedNote));
     };
     if (vaultManager.importFile(source, target, showProgress))
-        return true;
-    showWarning(this, tr("Tessarin"), tr("Não foi possível importar %1.").arg(sourceName));
-    return false;
+        return target;
+    warnAboutFailedImport(this, sourceName);
+    return {};
 }
 
 void MainWindow::exportSelectedFile()

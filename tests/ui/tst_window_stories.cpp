@@ -117,10 +117,12 @@ private Q_SLOTS:
         w.click(u"Foto.JPG"_s);
         w.act(u"export"_s, {press(title, u"Exportar Foto.JPG criará uma cópia"_s, u"Cancelar"_s)});
         QCOMPARE(exported(u"Foto.JPG"_s), photo);
+        // Onto the container itself, of all things.
         w.act(u"export"_s,
-              {press(title, {}, u"Continuar"_s), pick(title, {host.filePath(u"não/há/saida.jpg"_s)}),
+              {press(title, {}, u"Continuar"_s), pick(title, {container}), press(title, {}, u"Yes"_s),
                told(u"Não foi possível exportar o arquivo."_s)},
               u"Falha ao exportar o arquivo."_s);
+        QCOMPARE(exported(u"Foto.JPG"_s), photo);
     }
 
     void namesStayAsTheyAre()

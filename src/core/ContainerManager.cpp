@@ -1,6 +1,7 @@
 // The container file: prologue, header area, blocks.
 #include "core/ContainerManager.h"
 
+#include "core/Base64.h"
 #include "core/ContainerUpdate.h"
 #include "core/HostFile.h"
 #include "core/JsonText.h"
@@ -57,7 +58,7 @@ QByteArray readLengthLine(QIODevice &device)
 
 QByteArray bytesFromJson(const QJsonObject &object, QLatin1String key)
 {
-    return QByteArray::fromBase64(object.value(key).toString().toLatin1());
+    return decodeBase64(object.value(key).toString().toLatin1());
 }
 
 bool isHeaderOfThisFormat(const QJsonObject &header)

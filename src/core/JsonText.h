@@ -11,6 +11,9 @@ namespace Tessarin::Core {
 class JsonText
 {
 public:
+    /// Makes room for a text of about this many bytes.
+    explicit JsonText(qsizetype expectedSize = 0) { json.reserve(expectedSize); }
+
     void beginObject();
     void endObject();
     void beginArray();

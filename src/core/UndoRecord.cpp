@@ -1,6 +1,7 @@
 // The record's bytes: the former header in three pieces, then a trailer of fixed size by which it is found.
 #include "core/UndoRecord.h"
 
+#include "core/Base64.h"
 #include "core/Sha256.h"
 
 #include <QIODevice>
@@ -41,6 +42,7 @@ struct HeaderPieces
     QByteArrayView before;
     QByteArrayView indexText;
     QByteArrayView after;
+    QByteArray index; ///< What the text stands for.
 };
 
 HeaderPieces cut(QByteArrayView header)
@@ -48,11 +50,14 @@ HeaderPieces cut(QByteArrayView header)
     const qsizetype key = header.indexOf(indexKey);
     const qsizetype start = key + indexKey.size();
     const qsizetype end = key < 0 ? -1 : header.indexOf('"', start);
+    if (end < 0)
+        return {header, {}, {}, {}};
+    const QByteArrayView text = header.sliced(start, end - start);
+    const QByteArray index = decodeBase64(text);
     // Text that does not come back the same from its bytes is kept as it stands.
-    if (end < 0 || QByteArray::fromBase64(header.sliced(start, end - start).toByteArray()).toBase64() !=
-                       header.sliced(start, end - start))
-        return {header, {}, {}};
-    return {header.first(start), header.sliced(start, end - start), header.sliced(end)};
+    if (index.toBase64() != text)
+        return {header, {}, {}, {}};
+    return {header.first(start), text, header.sliced(end), index};
 }
 
 void appendNumber(QByteArray &bytes, quint64 number)
@@ -65,9 +70,12 @@ void appendNumber(QByteArray &bytes, quint64 number)
 QByteArray recordBytes(const HeaderPieces &former, Kind kind, QByteArrayView formerHeader,
                        const QByteArray &newHash)
 {
-    const QByteArray index =
-        kind == IndexStaysInPlace ? QByteArray() : QByteArray::fromBase64(former.indexText.toByteArray());
-    QByteArray record = former.before.toByteArray() + index + former.after.toByteArray();
+    const QByteArray index = kind == IndexStaysInPlace ? QByteArray() : former.index;
+    QByteArray record;
+    record.reserve(former.before.size() + index.size() + former.after.size() + trailerSize);
+    record += former.before;
+    record += index;
+    record += former.after;
     record += recordMagic;
     appendNumber(record, kind);
     for (const qsizetype length :

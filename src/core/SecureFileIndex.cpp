@@ -214,6 +214,18 @@ bool SecureFileIndex::addDirectory(const VaultDirectoryEntry &entry)
     return true;
 }
 
+bool SecureFileIndex::setVaultPath(const QString &vaultPath, const QString &newVaultPath)
+{
+    const auto position = fileLookup.byPath.constFind(vaultPath);
+    if (position == fileLookup.byPath.cend() || newVaultPath.isEmpty() || contains(newVaultPath))
+        return false;
+
+    fileEntries[*position].vaultPath = newVaultPath;
+    if (!fileLookup.rename(vaultPath, newVaultPath))
+        rebuildFileLookup();
+    return true;
+}
+
 bool SecureFileIndex::remove(const QString &vaultPath)
 {
     const auto position = fileLookup.byPath.constFind(vaultPath);
@@ -221,7 +233,8 @@ bool SecureFileIndex::remove(const QString &vaultPath)
         return false;
 
     fileEntries.removeAt(*position);
-    rebuildFileLookup();
+    if (!fileLookup.remove(vaultPath))
+        rebuildFileLookup();
     return true;
 }
 
@@ -232,7 +245,8 @@ bool SecureFileIndex::removeDirectory(const QString &path)
         return false;
 
     directoryEntries.removeAt(*position);
-    rebuildDirectoryLookup();
+    if (!directoryLookup.remove(path))
+        rebuildDirectoryLookup();
     return true;
 }
 
@@ -284,6 +298,31 @@ void SecureFileIndex::PathLookup::add(const QString &path, qsizetype position)
     const QString key = vaultPathKey(path);
     if (!firstByKey.contains(key))
         firstByKey.insert(key, position);
+}
+
+bool SecureFileIndex::PathLookup::remove(const QString &path)
+{
+    if (byPath.size() != firstByKey.size())
+        return false;
+
+    const qsizetype gap = byPath.take(path);
+    firstByKey.remove(vaultPathKey(path));
+    for (QHash<QString, qsizetype> *positions : {&byPath, &firstByKey}) {
+        for (qsizetype &position : *positions)
+            position -= position > gap;
+    }
+    return true;
+}
+
+bool SecureFileIndex::PathLookup::rename(const QString &from, const QString &to)
+{
+    if (byPath.size() != firstByKey.size())
+        return false;
+
+    const qsizetype position = byPath.take(from);
+    firstByKey.remove(vaultPathKey(from));
+    add(to, position);
+    return byPath.size() == firstByKey.size();
 }
 
 void SecureFileIndex::rebuildFileLookup()

@@ -55,6 +55,10 @@ public:
     bool addOrReplace(const VaultFileEntry &entry);
     bool addDirectory(const VaultDirectoryEntry &entry);
 
+    /// Gives the file of exactly this path another one; it keeps its place. False when there is no such file,
+    /// or one of exactly the new path.
+    bool setVaultPath(const QString &vaultPath, const QString &newVaultPath);
+
     /// Erases the entry of exactly this path; false when there is none. A directory's files stay.
     bool remove(const QString &vaultPath);
     bool removeDirectory(const QString &path);
@@ -74,7 +78,13 @@ private:
     {
         QHash<QString, qsizetype> byPath;
         QHash<QString, qsizetype> firstByKey;
+
         void add(const QString &path, qsizetype position);
+        /// Forgets the entry and closes the gap. False when paths that differ only in case make it more than
+        /// that: then the look-up has to be built anew.
+        [[nodiscard]] bool remove(const QString &path);
+        /// The same for an entry that takes another path where it stands.
+        [[nodiscard]] bool rename(const QString &from, const QString &to);
     };
 
     void rebuildFileLookup();

@@ -99,20 +99,12 @@ bool VaultManager::relocateFile(const QString &filePath, const QString &newFileP
 {
     if (newFilePath.isEmpty() || vaultPathsEqual(filePath, newFilePath))
         return false;
-    if (!indexContainsFilePath(sessionIndex, filePath) || itemExists(sessionIndex, newFilePath))
-        return false;
-    if (hasOpenCopy(filePath))
+    const VaultFileEntry *file = sessionIndex.findFile(filePath);
+    if (file == nullptr || itemExists(sessionIndex, newFilePath) || hasOpenCopy(filePath))
         return false;
 
-    SecureFileIndex relocated;
-    for (const VaultDirectoryEntry &directory : sessionIndex.directories())
-        relocated.addDirectory(directory);
-    for (VaultFileEntry file : sessionIndex.entries()) {
-        if (vaultPathsEqual(file.vaultPath, filePath))
-            file.vaultPath = newFilePath;
-        relocated.addOrReplace(file);
-    }
-    return keepsEveryEntry(sessionIndex, relocated) && saveIndex(relocated);
+    SecureFileIndex relocated = sessionIndex;
+    return relocated.setVaultPath(file->vaultPath, newFilePath) && saveIndex(relocated);
 }
 
 bool VaultManager::deleteFile(const QString &filePath)

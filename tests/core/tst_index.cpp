@@ -103,15 +103,19 @@ private Q_SLOTS:
         QCOMPARE(index.findFile(u"DOCS/A.TXT"_s)->vaultPath, u"Docs/a.txt"_s);
         QVERIFY(indexContainsFilePath(index, u"STRAßE"_s) && !indexContainsFilePath(index, u"strasse"_s));
 
+        QVERIFY(!index.setVaultPath(u"z"_s, u"docs/a.txt"_s) && index.setVaultPath(u"z"_s, u"y"_s));
+        QVERIFY(index.findFile(u"Y"_s) && !index.findFile(u"z"_s) && index.setVaultPath(u"y"_s, u"z"_s));
         QVERIFY(!index.remove(u"Z"_s) && index.remove(u"Docs/a.txt"_s));
         QCOMPARE(paths(index), QStringList({u"docs/a.txt"_s, u"Straße"_s, u"z"_s}));
         QCOMPARE(index.findFile(u"Docs/a.txt"_s)->vaultPath, u"docs/a.txt"_s);
         QCOMPARE(index.findFile(u"Z"_s)->vaultPath, u"z"_s);
 
+        QVERIFY(index.remove(u"Straße"_s) && index.findFile(u"Z"_s)->vaultPath == u"z"_s);
+
         index.addDirectory({u"docs"_s, {}, {}});
         QVERIFY(indexContainsDirectoryPath(index, u"Docs"_s) && !index.containsDirectory(u"Docs"_s));
         QVERIFY(index.removeDirectory(u"docs"_s) && !index.removeDirectory(u"docs"_s));
-        QCOMPARE(index.entries().size(), 3);
+        QCOMPARE(index.entries().size(), 2);
     }
 
     void pathsAreNormalizedOrRefused()

@@ -8,6 +8,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <utility>
+
 namespace Tessarin::Core {
 
 namespace {
@@ -152,14 +154,24 @@ VaultDirectoryEntry readDirectory(const QJsonObject &object)
 
 } // namespace
 
-const QList<VaultFileEntry> &SecureFileIndex::entries() const
+const QList<VaultFileEntry> &SecureFileIndex::entries() const &
 {
     return fileEntries;
 }
 
-const QList<VaultDirectoryEntry> &SecureFileIndex::directories() const
+QList<VaultFileEntry> SecureFileIndex::entries() &&
+{
+    return std::move(fileEntries);
+}
+
+const QList<VaultDirectoryEntry> &SecureFileIndex::directories() const &
 {
     return directoryEntries;
+}
+
+QList<VaultDirectoryEntry> SecureFileIndex::directories() &&
+{
+    return std::move(directoryEntries);
 }
 
 bool SecureFileIndex::contains(const QString &vaultPath) const

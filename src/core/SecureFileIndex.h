@@ -39,8 +39,12 @@ struct VaultDirectoryEntry
 class SecureFileIndex
 {
 public:
-    [[nodiscard]] const QList<VaultFileEntry> &entries() const;
-    [[nodiscard]] const QList<VaultDirectoryEntry> &directories() const;
+    /// In the order in which they were added. Of a temporary index the lists are copies, so that a loop over
+    /// them does not outlive what it walks.
+    [[nodiscard]] const QList<VaultFileEntry> &entries() const &;
+    [[nodiscard]] QList<VaultFileEntry> entries() &&;
+    [[nodiscard]] const QList<VaultDirectoryEntry> &directories() const &;
+    [[nodiscard]] QList<VaultDirectoryEntry> directories() &&;
 
     /// Exact, case-sensitive look-ups of the whole path.
     [[nodiscard]] bool contains(const QString &vaultPath) const;

@@ -51,8 +51,13 @@ int runsInMemory(const QList<QByteArray> &keys)
     QList<std::pair<qint64, qint64>> regions;
     for (const QByteArray &line : maps.readAll().split('\n')) {
         const QByteArrayList range = line.left(line.indexOf(' ')).split('-');
-        if (line.contains(" rw") && range.size() == 2)
-            regions.append({range.at(0).toLongLong(nullptr, 16), range.at(1).toLongLong(nullptr, 16)});
+        if (!line.contains(" rw") || range.size() != 2)
+            continue;
+        const qint64 start = range.at(0).toLongLong(nullptr, 16);
+        const qint64 end = range.at(1).toLongLong(nullptr, 16);
+        // What a sanitizer maps for itself is larger than any memory there is.
+        if (end - start < (1LL << 34))
+            regions.append({start, end});
     }
     int found = 0;
     for (const auto &[start, end] : regions) {

@@ -1,0 +1,67 @@
+// Records what this process does to the files of one folder, as a drive would see it, and plays power cuts
+// and failing drives: what may be left when the power goes at any event, and calls that fail at will.
+// DriveTape.cpp replaces the C library's calls for the whole executable, which must export its symbols.
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QString>
+
+#include <sys/types.h>
+
+namespace Tessarin::Tests {
+
+using DriveFiles = QMap<QString, QByteArray>; ///< Name and contents.
+
+class DriveTape
+{
+public:
+    struct Event
+    {
+        enum Kind { Write, Resize, Sync, FailedSync, Create, Remove, SyncNames };
+        Kind kind;
+        ino_t file = 0;
+        qint64 position = 0; ///< Of a write; the new size of a resize.
+        QByteArray bytes;    ///< Written; or the name created or removed.
+    };
+
+    /// What is left of events that no sync has made certain.
+    enum Loss { Everything, Nothing, EndOfLastWrite, AnySectors };
+
+    /// Starts recording; only one tape can run at a time.
+    explicit DriveTape(const QString &folderPath);
+    ~DriveTape();
+    Q_DISABLE_COPY_MOVE(DriveTape)
+
+    /// Makes the call with this number (from 1) fail, or that one and all after it. ENOSPC lets half of a
+    /// write through first, as a full drive does.
+    void failAt(int call, int error, bool forEver);
+    void stop();
+
+    [[nodiscard]] int callCount() const { return calls; }
+    [[nodiscard]] const QList<Event> &events() const { return recorded; }
+    [[nodiscard]] qsizetype count(Event::Kind kind) const;
+    [[nodiscard]] qint64 writtenBytes() const;
+
+    /// A drive whose power went after `eventCount` events.
+    [[nodiscard]] DriveFiles cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const;
+
+    // For the replaced calls.
+    [[nodiscard]] bool watches(int descriptor, Event *event) const;
+    [[nodiscard]] bool watches(const char *path, Event *event) const;
+    [[nodiscard]] bool fails(bool isWrite, size_t *size);
+    void record(const Event &event) { recorded.append(event); }
+
+private:
+    QByteArray folder;
+    QMap<QByteArray, ino_t> startNames;
+    QMap<ino_t, QByteArray> startContents;
+    QList<Event> recorded;
+    int calls = 0;
+    int failingCall = 0;
+    int failingError = 0;
+    bool failsForEver = false;
+};
+
+} // namespace Tessarin::Tests

@@ -157,9 +157,13 @@ ContainerUpdate::Outcome ContainerUpdate::endSeries()
     if (place.size == 0)
         return Outcome::Done;
     const QByteArray area = readArea(container);
+    const QByteArray current = headerIn(area);
+    // What cannot be read cannot be put right; the record stays for whoever opens the container next.
+    if (current.isEmpty())
+        return syncFile(container) ? Outcome::Done : Outcome::Unknown;
     if (!syncFile(container))
         return putBack(area, areaFor(safeHeader), place);
-    static_cast<void>(writeDifferences(area, areaFor(headerIn(area)), {}));
+    static_cast<void>(writeDifferences(area, areaFor(current), {}));
     return Outcome::Done;
 }
 

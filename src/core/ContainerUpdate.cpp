@@ -25,13 +25,15 @@ QByteArray areaFor(const QByteArray &header)
     return area;
 }
 
-/// The header in such an area; empty when the length line does not fit it.
+/// The header in such an area; null when the area is not whole, empty when its length makes no sense.
 QByteArray headerIn(const QByteArray &area)
 {
+    if (area.size() != blockAreaOffset)
+        return {};
     bool isNumber = false;
     const qint64 length = area.mid(fileMagicSize, lengthDigits).trimmed().toLongLong(&isNumber);
-    if (!isNumber || length < 1 || length > headerAreaSize || area.size() != blockAreaOffset)
-        return {};
+    if (!isNumber || length < 1 || length > headerAreaSize)
+        return "";
     return area.mid(headerAreaOffset, length);
 }
 
@@ -117,6 +119,11 @@ bool ContainerUpdate::beginSeries()
 {
     const QByteArray current = header();
     return !current.isEmpty() && renewSeries(current, current.size());
+}
+
+QByteArray ContainerUpdate::lastSafeHeader() const
+{
+    return safeHeader;
 }
 
 bool ContainerUpdate::isInSeries() const

@@ -36,7 +36,8 @@ public:
     /// not laid out as this program does it: a fixed rewrite would reach into its blocks.
     [[nodiscard]] bool begin();
 
-    /// The header that is in force, as JSON; empty when its length cannot be read.
+    /// The header that is in force, as JSON; null when it cannot be read, empty when its length makes no
+    /// sense.
     [[nodiscard]] QByteArray header();
     [[nodiscard]] static QByteArray headerOf(QIODevice &container);
 
@@ -55,6 +56,8 @@ public:
     /// is written by itself.
     [[nodiscard]] bool beginSeries();
     [[nodiscard]] bool isInSeries() const;
+    /// Of a series that has begun: the header to which a failure goes back.
+    [[nodiscard]] QByteArray lastSafeHeader() const;
     [[nodiscard]] Outcome writeHeaderInSeries(const QByteArray &newHeader);
     /// Waits for the drive and clears the record. Undone means: back to the header last known to be safe.
     [[nodiscard]] Outcome endSeries();

@@ -168,7 +168,10 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     // Through a link, the file itself is replaced and not the link.
     const QString targetPath = QFileInfo(sessionContainerPath).canonicalFilePath();
     const QString twinPath = putTwinBeside(compacted.path, targetPath, progress);
-    auto removeTwin = qScopeGuard([&twinPath] { QFile::remove(twinPath); });
+    auto removeTwin = qScopeGuard([&twinPath] {
+        if (!twinPath.isEmpty())
+            QFile::remove(twinPath);
+    });
     // Another file may have been put in its place meanwhile; that one is not ours to delete.
     const QFileDevice::Permissions permissions = QFile::permissions(targetPath);
     if (!isOpenAt(oldContainer.file(), targetPath) || !QFile::remove(targetPath))

@@ -27,6 +27,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QMap>
+#include <QSet>
 #include <QString>
 
 #include <functional>
@@ -203,7 +204,8 @@ private:
     SecretBytes masterKey;              ///< 64 bytes while unlocked, empty while locked.
     QMap<QString, QByteArray> payloads; ///< Of the legacy format; always empty.
     SecureFileIndex sessionIndex;
-    QByteArray sessionSeal; ///< Tells the index that this session read or wrote last from any other.
+    QByteArray sessionSeal;    ///< Tells the index that this session read or wrote last from any other.
+    QSet<QByteArray> ownSeals; ///< Of every index that this session tried to write.
     std::unique_ptr<ContainerUpdate> importSeries;
     ContainerManager containers;
     CryptoManager crypto;

@@ -53,6 +53,9 @@ bool VaultManager::openWithRecord(QFile &container, const UndoRecord &record, co
                                   OpenedVault &opened, ContainerUpdate *update) const
 {
     const QByteArray header = ContainerUpdate::headerOf(container);
+    // One that cannot be read just now may be whole.
+    if (header.isNull())
+        return false;
     const bool isKnown = record.knows(header);
     if (openHeader(header, password, opened) &&
         (isKnown || newBlocksOpen(container, opened.index, opened.masterKey, record))) {

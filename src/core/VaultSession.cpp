@@ -147,13 +147,17 @@ bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &docum
 {
     if (!update.begin())
         return false;
-    if (containers.parseHeader(update.header(), &document) && sealOf(document) == sessionSeal)
-        return true;
+    const QByteArray header = update.header();
+    const bool isHeader = containers.parseHeader(header, &document);
+    if (header.isNull() || (isHeader && sealOf(document) == sessionSeal))
+        return isHeader;
 
-    // A save of this session may have broken off half way.
+    // A save of this session may have broken off half way; another's that came to its end stays.
+    const bool isOwn = isHeader && ownSeals.contains(sealOf(document));
     const std::optional<UndoRecord> record = update.brokenOffChange();
-    return record && containers.parseHeader(record->formerHeader, &document) &&
-           sealOf(document) == sessionSeal && update.restore(*record);
+    return record && (isOwn || !isWholeHeader(update.file(), header, masterKey, *record)) &&
+           containers.parseHeader(record->formerHeader, &document) && sealOf(document) == sessionSeal &&
+           update.restore(*record);
 }
 
 /// Seals the index under a nonce of its own and puts the header in force.
@@ -168,6 +172,7 @@ ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, Conta
         return ContainerUpdate::Outcome::Undone;
 
     const QByteArray header = containers.buildHeader(document);
+    ownSeals.insert(sealOf(document));
     const ContainerUpdate::Outcome outcome =
         update.isInSeries() ? update.writeHeaderInSeries(header) : update.writeHeader(header, care);
     if (outcome == ContainerUpdate::Outcome::Done)

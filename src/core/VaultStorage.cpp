@@ -174,12 +174,17 @@ bool VaultManager::endImportSeries()
     return false;
 }
 
-/// After a series that failed: the session knows what the header on the drive lists.
+/// After a series that failed: the session knows what the header on the drive lists, or, where that is torn
+/// or cannot be read, what it lists when it has been put back.
 void VaultManager::adoptIndexInForce(ContainerUpdate &update)
 {
-    ContainerDocument document;
-    if (containers.parseHeader(update.header(), &document) && decryptIndex(document, &sessionIndex))
-        sessionSeal = sealOf(document);
+    for (const QByteArray &header : {update.header(), update.lastSafeHeader()}) {
+        ContainerDocument document;
+        if (containers.parseHeader(header, &document) && decryptIndex(document, &sessionIndex)) {
+            sessionSeal = sealOf(document);
+            return;
+        }
+    }
 }
 
 bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *device) const

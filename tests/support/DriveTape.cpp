@@ -1,4 +1,4 @@
-// The replaced calls of the C library, and the model of a drive whose power goes.
+// The model of a drive whose power goes, and the replaced calls of the C library.
 #include "support/DriveTape.h"
 
 #include <QDir>
@@ -6,7 +6,6 @@
 #include <QRandomGenerator>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -40,13 +39,19 @@ struct DriveFile
     qint64 sizeOnDrive = 0;
     QList<std::pair<qint64, qint64>> unsynced;
 
+    void write(qint64 at, const QByteArray &bytes)
+    {
+        unsynced.append({at, at + bytes.size()});
+        memory.resize(std::max(memory.size(), at + bytes.size()), '\0');
+        std::memcpy(memory.data() + at, bytes.constData(), static_cast<size_t>(bytes.size()));
+    }
+
     void send(qint64 from, qint64 to)
     {
         to = std::min<qint64>(to, memory.size());
         if (from >= to)
             return;
-        if (drive.size() < to)
-            drive.resize(to, '\0');
+        drive.resize(std::max<qint64>(drive.size(), to), '\0');
         std::memcpy(drive.data() + from, memory.constData() + from, static_cast<size_t>(to - from));
     }
 
@@ -57,48 +62,23 @@ struct DriveFile
         unsynced.clear();
         sizeOnDrive = memory.size();
     }
-};
 
-/// How much of each event is left before it is synced.
-class Chance
-{
-public:
-    Chance(DriveTape::Loss kind, quint32 seed) : loss(kind), random(seed) {}
-
-    bool reachesDrive()
+    void sendSome(qint64 from, qint64 to, DriveTape::Loss loss, QRandomGenerator &random)
     {
-        return loss == DriveTape::Nothing || loss == DriveTape::EndOfLastWrite ||
-               (loss == DriveTape::AnySectors && random.bounded(2) == 0);
-    }
-
-    void write(DriveFile &file, qint64 from, qint64 to, bool isLast)
-    {
-        // Lost, kept, its beginning, its end, half of its sectors, all but a few.
-        const bool isTorn = loss == DriveTape::EndOfLastWrite && isLast;
-        const int fate = loss == DriveTape::Everything   ? 0
-                         : isTorn                        ? 2
-                         : loss == DriveTape::AnySectors ? random.bounded(6)
-                                                         : 1;
-        const qint64 sectors = to / sectorSize - from / sectorSize + 1;
-        const qint64 border = random.bounded(sectors);
-        for (qint64 sector = 0; sector < sectors; ++sector) {
-            const std::array<bool, 6> keeps = {false,
-                                               true,
-                                               sector < border,
-                                               sector >= border,
-                                               fate == 4 && random.bounded(2) == 0,
-                                               fate == 5 && random.bounded(sectors) > 1};
-            const qint64 start = (from / sectorSize + sector) * sectorSize;
-            if (keeps[static_cast<size_t>(fate)])
-                file.send(start, start + sectorSize);
+        enum Fate { Lost, Kept, Beginning, End, Half, AllButFew, fateCount };
+        const int fate = loss == DriveTape::Everything       ? Lost
+                         : loss == DriveTape::Nothing        ? Kept
+                         : loss == DriveTape::EndOfLastWrite ? Beginning
+                                                             : random.bounded(fateCount);
+        const qint64 first = from / sectorSize;
+        const qint64 count = (to - 1) / sectorSize + 1 - first;
+        const qint64 border = first + random.bounded(count);
+        for (qint64 sector = first; sector < first + count; ++sector) {
+            if (fate == Kept || (fate == Beginning && sector < border) || (fate == End && sector >= border) ||
+                (fate == Half && random.bounded(2) == 0) || (fate == AllButFew && random.bounded(count) > 1))
+                send(sector * sectorSize, (sector + 1) * sectorSize);
         }
     }
-
-    QRandomGenerator &generator() { return random; }
-
-private:
-    DriveTape::Loss loss;
-    QRandomGenerator random;
 };
 
 } // namespace
@@ -116,11 +96,6 @@ DriveTape::DriveTape(const QString &folderPath) : folder(QFile::encodeName(QDir(
     running = this;
 }
 
-DriveTape::~DriveTape()
-{
-    stop();
-}
-
 void DriveTape::stop()
 {
     if (running == this)
@@ -134,23 +109,26 @@ void DriveTape::failAt(int call, int error, bool forEver)
     failsForEver = forEver;
 }
 
-qsizetype DriveTape::count(Event::Kind kind) const
+qsizetype DriveTape::count(Kind kind) const
 {
     return std::count_if(recorded.cbegin(), recorded.cend(),
-                         [kind](const Event &event) { return event.kind == kind; });
+                         [=](const Event &event) { return event.kind == kind; });
 }
 
 qint64 DriveTape::writtenBytes() const
 {
     qint64 total = 0;
     for (const Event &event : recorded)
-        total += event.kind == Event::Write ? event.bytes.size() : 0;
+        total += event.kind == Write ? event.bytes.size() : 0;
     return total;
 }
 
 DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const
 {
-    Chance chance(loss, seed);
+    QRandomGenerator random(seed);
+    const auto reachesDrive = [&] {
+        return loss == AnySectors ? random.bounded(2) == 0 : loss != Everything;
+    };
     QMap<ino_t, DriveFile> files;
     for (auto start = startContents.cbegin(); start != startContents.cend(); ++start)
         files[start.key()] = {*start, *start, start->size(), {}};
@@ -160,50 +138,37 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     for (qsizetype i = 0; i < eventCount; ++i) {
         const Event &event = recorded.at(i);
         DriveFile &file = files[event.file];
-        const qint64 end = event.position + event.bytes.size();
-        switch (event.kind) {
-        case Event::Write: {
-            const bool grows = file.memory.size() < end;
-            if (grows)
-                file.memory.resize(end, '\0');
-            std::memcpy(file.memory.data() + event.position, event.bytes.constData(),
-                        static_cast<size_t>(event.bytes.size()));
-            file.unsynced.append({event.position, end});
-            chance.write(file, event.position, end, i == eventCount - 1);
-            if (grows && chance.reachesDrive())
-                file.sizeOnDrive = end;
-            break;
-        }
-        case Event::Resize:
+        const qint64 formerSize = file.memory.size();
+        if (event.kind == Write) {
+            const bool isWhole = loss == EndOfLastWrite && i < eventCount - 1;
+            file.write(event.position, event.bytes);
+            file.sendSome(event.position, event.position + event.bytes.size(), isWhole ? Nothing : loss,
+                          random);
+        } else if (event.kind == Resize) {
             file.memory.resize(event.position, '\0');
-            if (chance.reachesDrive())
-                file.sizeOnDrive = event.position;
-            break;
-        case Event::Sync:
+        } else if (event.kind == Sync) {
             file.sync();
             for (auto name = namesInMemory.cbegin(); name != namesInMemory.cend(); ++name) {
                 if (*name == event.file)
                     names[name.key()] = event.file;
             }
-            break;
-        case Event::FailedSync: // The kernel does not try these pages again.
+        } else if (event.kind == FailedSync) { // The kernel does not try these pages again.
             file.unsynced.clear();
-            break;
-        case Event::Create:
-        case Event::Remove: {
-            const bool isKnown = chance.reachesDrive();
-            for (auto *map : {&namesInMemory, isKnown ? &names : nullptr}) {
-                if (map != nullptr && event.kind == Event::Create)
+        } else if (event.kind == SyncNames) {
+            names = namesInMemory;
+        } else {
+            const bool isOnDrive = reachesDrive();
+            for (auto *map : {&namesInMemory, &names}) {
+                if (map == &names && !isOnDrive)
+                    continue;
+                if (event.kind == Create)
                     map->insert(event.bytes, event.file);
-                else if (map != nullptr)
+                else
                     map->remove(event.bytes);
             }
-            break;
         }
-        case Event::SyncNames:
-            names = namesInMemory;
-            break;
-        }
+        if (file.memory.size() != formerSize && reachesDrive())
+            file.sizeOnDrive = file.memory.size();
     }
 
     DriveFiles left;
@@ -218,38 +183,34 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     return left;
 }
 
-bool DriveTape::watches(int descriptor, Event *event) const
+bool DriveTape::watches(int descriptor, Event &event) const
 {
     char path[PATH_MAX];
     const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
     const ssize_t length = ::readlink(link.constData(), path, sizeof path);
-    if (length < folder.size() || !QByteArrayView(path, length).startsWith(folder))
-        return false;
     struct stat status = {};
-    ::fstat(descriptor, &status);
-    event->file = status.st_ino;
-    if (S_ISDIR(status.st_mode) && event->kind == Event::Sync)
-        event->kind = Event::SyncNames;
-    return true;
-}
-
-bool DriveTape::watches(const char *path, Event *event) const
-{
-    const QByteArray whole(path);
-    if (!whole.startsWith(folder + '/'))
+    if (length < 0 || !QByteArrayView(path, length).startsWith(folder) || ::fstat(descriptor, &status) != 0)
         return false;
-    event->bytes = whole.mid(folder.size() + 1);
+    event.file = status.st_ino;
+    if (S_ISDIR(status.st_mode))
+        event.kind = SyncNames;
     return true;
 }
 
-/// Counts a call, and says whether it fails; `size` is what a write may still write.
-bool DriveTape::fails(bool isWrite, size_t *size)
+bool DriveTape::watches(const char *path, Event &event) const
+{
+    event.bytes = QByteArray(path).mid(folder.size() + 1);
+    event.file = inodeOf(path);
+    return QByteArrayView(path).startsWith(folder + '/');
+}
+
+bool DriveTape::fails(size_t *writeSize)
 {
     ++calls;
     if (failingCall == 0 || calls < failingCall || (calls > failingCall && !failsForEver))
         return false;
-    if (isWrite && calls == failingCall && failingError == ENOSPC && *size > 1) {
-        *size /= 2;
+    if (writeSize != nullptr && calls == failingCall && failingError == ENOSPC && *writeSize > 1) {
+        *writeSize /= 2;
         ++failingCall;
         return false;
     }
@@ -260,86 +221,70 @@ bool DriveTape::fails(bool isWrite, size_t *size)
 namespace {
 
 template <typename Function>
-Function *next(const char *name)
+Function *libraryCall(const char *name)
 {
     return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
 }
 
-int openFile(const char *path, int flags, va_list rest)
+/// Makes a call, unless it is to fail, and records it when it succeeds.
+template <typename Call>
+int recorded(const DriveTape::Event &event, const Call &call)
 {
-    static const auto forward = next<int(const char *, int, ...)>("open64");
-    const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-    const mode_t mode = hasMode ? va_arg(rest, mode_t) : 0;
-    DriveTape::Event event = {DriveTape::Event::Create, 0, 0, {}};
-    if (running == nullptr || (flags & O_CREAT) == 0 || !running->watches(path, &event) || inodeOf(path) != 0)
-        return forward(path, flags, mode);
-    if (running->fails(false, nullptr))
+    if (running->fails())
         return -1;
-    const int descriptor = forward(path, flags, mode);
-    event.file = inodeOf(path);
-    if (descriptor >= 0)
+    const int result = call();
+    if (result >= 0)
         running->record(event);
-    return descriptor;
-}
-
-off64_t seek(int descriptor, off64_t offset, int whence)
-{
-    static const auto forward = next<off64_t(int, off64_t, int)>("lseek64");
-    DriveTape::Event event = {DriveTape::Event::Write, 0, 0, {}};
-    if (running != nullptr && running->watches(descriptor, &event) && running->fails(false, nullptr))
-        return -1;
-    return forward(descriptor, offset, whence);
-}
-
-int resize(int descriptor, off64_t size)
-{
-    static const auto forward = next<int(int, off64_t)>("ftruncate64");
-    DriveTape::Event event = {DriveTape::Event::Resize, 0, size, {}};
-    if (running == nullptr || !running->watches(descriptor, &event))
-        return forward(descriptor, size);
-    if (running->fails(false, nullptr) || forward(descriptor, size) != 0)
-        return -1;
-    running->record(event);
-    return 0;
+    return result;
 }
 
 } // namespace
 
 } // namespace Tessarin::Tests
 
-// The calls that the vault and Qt below it make to change files.
+// The calls by which the vault, and Qt below it, change files.
 extern "C" {
 
 using namespace Tessarin::Tests;
 
-int open(const char *path, int flags, ...)
+int open64(const char *path, int flags, ...)
 {
+    static const auto forward = libraryCall<int(const char *, int, ...)>("open64");
     va_list rest;
     va_start(rest, flags);
-    const int descriptor = openFile(path, flags, rest);
+    const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    const mode_t mode = hasMode ? va_arg(rest, mode_t) : 0;
     va_end(rest);
+
+    DriveTape::Event event = {DriveTape::Create, 0, 0, {}};
+    if (running == nullptr || (flags & O_CREAT) == 0 || !running->watches(path, event) || event.file != 0)
+        return forward(path, flags, mode);
+    if (running->fails())
+        return -1;
+    const int descriptor = forward(path, flags, mode);
+    if (descriptor >= 0 && running->watches(path, event))
+        running->record(event);
     return descriptor;
 }
 
-int open64(const char *path, int flags, ...)
+off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
 {
-    va_list rest;
-    va_start(rest, flags);
-    const int descriptor = openFile(path, flags, rest);
-    va_end(rest);
-    return descriptor;
+    static const auto forward = libraryCall<off64_t(int, off64_t, int)>("lseek64");
+    DriveTape::Event event = {DriveTape::Write, 0, 0, {}};
+    const bool fails = running != nullptr && running->watches(descriptor, event) && running->fails();
+    return fails ? -1 : forward(descriptor, offset, whence);
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t size)
 {
-    static const auto forward = next<ssize_t(int, const void *, size_t)>("write");
-    static const auto tell = next<off64_t(int, off64_t, int)>("lseek64");
-    DriveTape::Event event = {DriveTape::Event::Write, 0, 0, {}};
-    if (running == nullptr || !running->watches(descriptor, &event))
+    static const auto forward = libraryCall<ssize_t(int, const void *, size_t)>("write");
+    static const auto seek = libraryCall<off64_t(int, off64_t, int)>("lseek64");
+    DriveTape::Event event = {DriveTape::Write, 0, 0, {}};
+    if (running == nullptr || !running->watches(descriptor, event))
         return forward(descriptor, bytes, size);
-    if (running->fails(true, &size))
+    if (running->fails(&size))
         return -1;
-    event.position = tell(descriptor, 0, SEEK_CUR);
+    event.position = seek(descriptor, 0, SEEK_CUR);
     const ssize_t written = forward(descriptor, bytes, size);
     if (written > 0) {
         event.bytes = QByteArray(static_cast<const char *>(bytes), written);
@@ -348,51 +293,36 @@ ssize_t write(int descriptor, const void *bytes, size_t size)
     return written;
 }
 
-off_t lseek(int descriptor, off_t offset, int whence) noexcept
-{
-    return seek(descriptor, offset, whence);
-}
-
-off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
-{
-    return seek(descriptor, offset, whence);
-}
-
-int ftruncate(int descriptor, off_t size) noexcept
-{
-    return resize(descriptor, size);
-}
-
 int ftruncate64(int descriptor, off64_t size) noexcept
 {
-    return resize(descriptor, size);
+    static const auto forward = libraryCall<int(int, off64_t)>("ftruncate64");
+    DriveTape::Event event = {DriveTape::Resize, 0, size, {}};
+    if (running == nullptr || !running->watches(descriptor, event))
+        return forward(descriptor, size);
+    return recorded(event, [&] { return forward(descriptor, size); });
 }
 
 /// Waits for no real drive: the tape decides what has reached it.
 int fsync(int descriptor)
 {
-    DriveTape::Event event = {DriveTape::Event::Sync, 0, 0, {}};
-    if (running == nullptr || !running->watches(descriptor, &event))
+    DriveTape::Event event = {DriveTape::Sync, 0, 0, {}};
+    if (running == nullptr || !running->watches(descriptor, event))
         return 0;
-    const bool isFile = event.kind == DriveTape::Event::Sync;
-    const bool fails = running->fails(false, nullptr);
-    if (fails && isFile)
-        event.kind = DriveTape::Event::FailedSync;
-    if (!fails || isFile)
+    const int result = recorded(event, [] { return 0; });
+    if (result != 0 && event.kind == DriveTape::Sync) {
+        event.kind = DriveTape::FailedSync;
         running->record(event);
-    return fails ? -1 : 0;
+    }
+    return result;
 }
 
 int unlink(const char *path) noexcept
 {
-    static const auto forward = next<int(const char *)>("unlink");
-    DriveTape::Event event = {DriveTape::Event::Remove, 0, 0, {}};
-    if (running == nullptr || !running->watches(path, &event))
+    static const auto forward = libraryCall<int(const char *)>("unlink");
+    DriveTape::Event event = {DriveTape::Remove, 0, 0, {}};
+    if (running == nullptr || !running->watches(path, event))
         return forward(path);
-    if (running->fails(false, nullptr) || forward(path) != 0)
-        return -1;
-    running->record(event);
-    return 0;
+    return recorded(event, [&] { return forward(path); });
 }
 
 } // extern "C"

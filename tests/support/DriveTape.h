@@ -17,21 +17,21 @@ using DriveFiles = QMap<QString, QByteArray>; ///< Name and contents.
 class DriveTape
 {
 public:
+    enum Kind { Write, Resize, Sync, FailedSync, Create, Remove, SyncNames };
     struct Event
     {
-        enum Kind { Write, Resize, Sync, FailedSync, Create, Remove, SyncNames };
         Kind kind;
-        ino_t file = 0;
-        qint64 position = 0; ///< Of a write; the new size of a resize.
-        QByteArray bytes;    ///< Written; or the name created or removed.
+        ino_t file;
+        qint64 position;  ///< Of a write; the new size of a resize.
+        QByteArray bytes; ///< Written; or the name created or removed.
     };
 
-    /// What is left of events that no sync has made certain.
+    /// What is missing of the events that no sync has made certain.
     enum Loss { Everything, Nothing, EndOfLastWrite, AnySectors };
 
     /// Starts recording; only one tape can run at a time.
     explicit DriveTape(const QString &folderPath);
-    ~DriveTape();
+    ~DriveTape() { stop(); }
     Q_DISABLE_COPY_MOVE(DriveTape)
 
     /// Makes the call with this number (from 1) fail, or that one and all after it. ENOSPC lets half of a
@@ -41,16 +41,17 @@ public:
 
     [[nodiscard]] int callCount() const { return calls; }
     [[nodiscard]] const QList<Event> &events() const { return recorded; }
-    [[nodiscard]] qsizetype count(Event::Kind kind) const;
+    [[nodiscard]] qsizetype count(Kind kind) const;
     [[nodiscard]] qint64 writtenBytes() const;
 
     /// A drive whose power went after `eventCount` events.
     [[nodiscard]] DriveFiles cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const;
 
-    // For the replaced calls.
-    [[nodiscard]] bool watches(int descriptor, Event *event) const;
-    [[nodiscard]] bool watches(const char *path, Event *event) const;
-    [[nodiscard]] bool fails(bool isWrite, size_t *size);
+    // For the replaced calls: fills in the event and says whether it is to do with the folder; counts a call
+    // and says whether it fails.
+    [[nodiscard]] bool watches(int descriptor, Event &event) const;
+    [[nodiscard]] bool watches(const char *path, Event &event) const;
+    [[nodiscard]] bool fails(size_t *writeSize = nullptr);
     void record(const Event &event) { recorded.append(event); }
 
 private:

@@ -177,6 +177,8 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     if (!isOpenAt(oldContainer.file(), targetPath) || !QFile::remove(targetPath))
         return false;
 
+    // While it is open the drive keeps its bytes, and there may be no room for the new one.
+    oldContainer.file().close();
     // The old container is gone: from here on the new one's offsets count, wherever it ends up.
     sessionIndex = compacted.index;
     sessionSeal = sealOf(compacted.document);

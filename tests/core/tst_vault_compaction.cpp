@@ -139,6 +139,19 @@ private Q_SLOTS:
         QVERIFY(!vault->compactVault({}, nullptr) && QFile::exists(container) && workingFolders().isEmpty());
     }
 
+    void theOldContainersRoomIsFreeForTheNewOne()
+    {
+        QVERIFY(put(u"morto"_s, "m") && put(u"a"_s, noise(30 * mebibyte, 4)) &&
+                vault->deleteFile(u"morto"_s));
+        // Room for no second container beside the old one, and then for just one.
+        for (const qint64 fillerSize : {45 * mebibyte, 10 * mebibyte}) {
+            writeFile(root + u"/filler"_s, QByteArray(fillerSize, 'f'));
+            QString preserved;
+            QVERIFY(vault->compactVault({}, &preserved) && preserved.isEmpty());
+        }
+        QVERIFY(get(u"a"_s) == noise(30 * mebibyte, 4));
+    }
+
     void aDriveThatFillsUpDuringTheCopyBackLeavesThePreservedContainer_data()
     {
         QTest::addColumn<bool>("hasTwin");
@@ -155,7 +168,7 @@ private Q_SLOTS:
             const bool isTime = hasTwin
                                     ? !QFile::exists(container) || QFileInfo(container).size() < 16 * mebibyte
                                     : label == u"Substituindo container no USB"_s;
-            if (isTime && !filler.exists() && filler.open(QIODevice::WriteOnly))
+            if (isTime && filler.open(QIODevice::Append))
                 filler.write(QByteArray(200 * mebibyte, 'f'));
         };
         QString preserved;

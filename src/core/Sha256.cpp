@@ -35,9 +35,9 @@ QByteArray Sha256::of(QByteArrayView bytes)
     return hash.result();
 }
 
-void Sha256::ContextDeleter::operator()(evp_md_ctx_st *context) const
+void Sha256::ContextDeleter::operator()(evp_md_ctx_st *released) const
 {
-    EVP_MD_CTX_free(context);
+    EVP_MD_CTX_free(released);
 }
 
 } // namespace Tessarin::Core

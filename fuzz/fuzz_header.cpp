@@ -1,0 +1,66 @@
+// The header, as JSON or as the beginning of a container. A header that was read says the same when it is
+// written and read again, and both ways to read one from a file agree.
+#include "Require.h"
+
+#include "core/ContainerManager.h"
+#include "core/ContainerUpdate.h"
+
+#include <QFile>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+using namespace Tessarin::Core;
+using Tessarin::Fuzz::require;
+
+namespace {
+
+bool sayTheSame(const ContainerDocument &a, const ContainerDocument &b)
+{
+    const ContainerManager containers;
+    return containers.buildHeader(a) == containers.buildHeader(b);
+}
+
+void checkHeader(const QByteArray &header)
+{
+    const ContainerManager containers;
+    ContainerDocument document;
+    if (!containers.parseHeader(header, &document))
+        return;
+    ContainerDocument again;
+    require(containers.parseHeader(containers.buildHeader(document), &again) && sayTheSame(document, again));
+}
+
+void checkFile(const QByteArray &beginning)
+{
+    static const int descriptor = memfd_create("container", MFD_CLOEXEC);
+    // What the former input left is cut off first, so the rest is zeros.
+    require(ftruncate(descriptor, 0) == 0 &&
+            pwrite(descriptor, beginning.constData(), static_cast<size_t>(beginning.size()), 0) ==
+                beginning.size() &&
+            ftruncate(descriptor, ContainerFormat::blockAreaOffset) == 0);
+
+    QFile file(QStringLiteral("/proc/self/fd/%1").arg(descriptor));
+    require(file.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    const ContainerManager containers;
+    ContainerDocument document;
+    const bool isRead = containers.readDocument(file.fileName(), &document);
+    ContainerDocument updated;
+    const bool hasUsualLine = beginning.indexOf('\n') == ContainerFormat::headerAreaOffset - 1;
+    if (hasUsualLine && containers.parseHeader(ContainerUpdate::headerOf(file), &updated))
+        require(isRead && sayTheSame(document, updated));
+    else
+        require(!hasUsualLine || !isRead);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const QByteArray input(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
+    if (input.startsWith(ContainerFormat::fileMagic))
+        checkFile(input);
+    else
+        checkHeader(input);
+    return 0;
+}

@@ -1,12 +1,15 @@
 // Starts the program: who it is, its window, its event loop.
 #include "ui/MainWindow.h"
+#include "ui/ProcessProtection.h"
 #include "ui/QtTexts.h"
+#include "ui/TerminationSignals.h"
 
 #include <QApplication>
 #include <QIcon>
 
 int main(int argc, char *argv[])
 {
+    Tessarin::UI::keepMemoryPrivate();
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tessarin"));
     QApplication::setApplicationVersion(QStringLiteral(TESSARIN_VERSION));
@@ -19,6 +22,11 @@ int main(int argc, char *argv[])
     QApplication::installTranslator(&qtTexts);
 
     Tessarin::UI::MainWindow window;
+    const Tessarin::UI::TerminationSignals termination;
+    QObject::connect(&termination, &Tessarin::UI::TerminationSignals::requested, &window,
+                     &Tessarin::UI::MainWindow::closeSoon);
+    QObject::connect(&application, &QGuiApplication::commitDataRequest, &window,
+                     &Tessarin::UI::MainWindow::endSession);
     window.show();
     return QApplication::exec();
 }

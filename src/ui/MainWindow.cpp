@@ -9,10 +9,10 @@
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
 #include <QDate>
 #include <QFileInfo>
-#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QIcon>
@@ -22,6 +22,7 @@
 #include <QScopedValueRollback>
 #include <QScreen>
 #include <QScrollBar>
+#include <QSessionManager>
 #include <QSignalBlocker>
 #include <QStatusBar>
 #include <QTableWidget>
@@ -34,6 +35,7 @@ namespace Tessarin::UI {
 
 namespace {
 
+constexpr int closingIntervalMs = 20;
 constexpr int statusBoxWidth = 180;
 constexpr int separatorWidth = 1;
 constexpr int padlockSize = 48;
@@ -102,6 +104,8 @@ MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidge
     buildUi();
     buildMenus();
     connectSignals();
+    closingTimer.setInterval(closingIntervalMs);
+    connect(&closingTimer, &QTimer::timeout, this, &MainWindow::closeSoon);
     refreshDevices();
     updateActions();
     setStatusMessage(tr("Pronto"), 0);
@@ -146,6 +150,32 @@ void MainWindow::closeEvent(QCloseEvent *event)
     event->setAccepted(locked);
     if (!locked)
         showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
+}
+
+void MainWindow::closeSoon()
+{
+    closingTimer.start();
+    QWidget *waiting = QApplication::activePopupWidget();
+    if (waiting == nullptr)
+        waiting = QApplication::activeModalWidget();
+    if (waiting != nullptr) {
+        waiting->close(); // Progress displays do not heed it.
+        return;
+    }
+    if (operationRunning)
+        return;
+    // Before closing: the warning that the vault stays open is not to be closed at once.
+    closingTimer.stop();
+    close();
+}
+
+void MainWindow::endSession(QSessionManager &session)
+{
+    closeSoon();
+    if (isUnlocked() && session.allowsInteraction()) {
+        session.cancel();
+        session.release();
+    }
 }
 
 void MainWindow::buildUi()

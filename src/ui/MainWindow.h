@@ -11,6 +11,7 @@
 #include "ui/VaultTable.h"
 
 #include <QMainWindow>
+#include <QTimer>
 
 #include <memory>
 
@@ -20,6 +21,7 @@ class QLabel;
 class QListWidget;
 class QListWidgetItem;
 class QMenu;
+class QSessionManager;
 class QTableWidget;
 class QTableWidgetItem;
 class QToolButton;
@@ -36,6 +38,13 @@ public:
     explicit MainWindow(QWidget *parent = nullptr);
     explicit MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidget *parent = nullptr);
     ~MainWindow() override;
+
+    /// Closes the window in the ordinary way as soon as no operation runs. What waits for an answer meanwhile
+    /// is answered with what closing it means. A vault that cannot be locked keeps the window open.
+    void closeSoon();
+
+    /// The same at the end of the desktop session, which is asked to wait while the vault is open.
+    void endSession(QSessionManager &session);
 
 protected:
     bool event(QEvent *event) override;
@@ -147,6 +156,7 @@ private:
     int sortColumn = VaultTable::NameColumn;
     Qt::SortOrder sortOrder = Qt::AscendingOrder;
     bool operationRunning = false;
+    QTimer closingTimer; ///< Runs while a wish to close waits.
 
     QListWidget *deviceList = nullptr;
     QToolButton *vaultToggleButton = nullptr;

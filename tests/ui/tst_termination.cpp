@@ -1,0 +1,115 @@
+// The program is asked to end, by a signal, at moments good and bad: no edit is lost and nothing decrypted
+// stays behind.
+#include "WindowHarness.h"
+#include "support/VaultFixture.h"
+#include "ui/TerminationSignals.h"
+
+#include <QDesktopServices>
+#include <QDir>
+#include <QUrl>
+
+#include <csignal>
+
+using namespace Tessarin::Tests;
+using namespace Tessarin::UI;
+using namespace Qt::Literals::StringLiterals;
+
+class TerminationTest : public QObject
+{
+    Q_OBJECT
+
+public Q_SLOTS:
+    void rememberOpened(const QUrl &url) { openedCopy = url.toLocalFile(); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(vault.createAndUnlock() && vault.put(u"carta.txt"_s, "antes") && vault.vault.lockVault());
+        // Only now, for the test library has handlers of its own.
+        connect(new TerminationSignals(this), &TerminationSignals::requested, &w.window,
+                &MainWindow::closeSoon);
+        QDesktopServices::setUrlHandler(u"file"_s, this, "rememberOpened");
+    }
+
+    void cleanupTestCase() { QDesktopServices::unsetUrlHandler(u"file"_s); }
+
+    void init()
+    {
+        w.window.show();
+        Q_EMIT w.deviceList.itemDoubleClicked(w.deviceList.item(0));
+        w.act(u"unlock"_s, {type(u"Senha do cofre"_s, {QString::fromUtf8(vault.password)})});
+        w.enter(u"carta.txt"_s);
+        QTest::qWait(20); // The edit is to be newer than the copy.
+    }
+
+    void everySignalClosesAfterWritingBack_data()
+    {
+        QTest::addColumn<int>("number");
+        QTest::newRow("SIGTERM") << SIGTERM;
+        QTest::newRow("SIGINT") << SIGINT;
+        QTest::newRow("SIGHUP") << SIGHUP;
+    }
+
+    void everySignalClosesAfterWritingBack()
+    {
+        QFETCH(const int, number);
+        const QByteArray edited = "editada " + QByteArray::number(number);
+        writeFile(openedCopy, edited);
+        std::raise(number);
+        verifyClosed(edited);
+    }
+
+    void anOperationFinishesAndItsQuestionsAreDeclined()
+    {
+        const QString other = vault.folder.filePath(u"carta.txt"_s);
+        const QString photo = vault.folder.filePath(u"foto.jpg"_s);
+        writeFile(other, "de fora");
+        writeFile(photo, noise(300000, 1));
+        writeFile(openedCopy, "de dentro");
+        const auto ask = [](QWidget &question) {
+            std::raise(SIGTERM);
+            QTRY_VERIFY(!question.isVisible());
+        };
+        w.act(u"import"_s, {pick(u"Importar arquivos para o cofre"_s, {other, photo}),
+                            {u"Substituir arquivo"_s, {}, ask}});
+        verifyClosed("de dentro");
+        QCOMPARE(vault.filePaths(), (QStringList{u"foto.jpg"_s, u"carta.txt"_s}));
+    }
+
+    void aVaultThatCannotBeLockedKeepsItsWindow()
+    {
+        QVERIFY(QFile::remove(openedCopy) && QDir().mkpath(openedCopy));
+        const auto askAgain = [this](QWidget &warning) {
+            QTest::qWait(100);
+            QVERIFY(warning.isVisible() && w.window.isVisible());
+            QVERIFY(QDir().rmdir(openedCopy));
+            writeFile(openedCopy, "afinal");
+            std::raise(SIGTERM);
+            QTRY_VERIFY(!warning.isVisible());
+        };
+        drive(
+            [] {
+                std::raise(SIGTERM);
+                QTest::qWait(200);
+            },
+            {{u"Tessarin"_s, u"Não foi possível bloquear o cofre."_s, askAgain}});
+        verifyClosed("afinal");
+    }
+
+private:
+    void verifyClosed(const QByteArray &expected)
+    {
+        QTRY_VERIFY(!w.window.isVisible());
+        QVERIFY(!w.padlock.isChecked() && !QFileInfo::exists(QFileInfo(openedCopy).path()));
+        QVERIFY(vault.unlock());
+        QCOMPARE(vault.get(u"carta.txt"_s), expected);
+        QVERIFY(vault.vault.lockVault());
+    }
+
+    VaultFixture vault;
+    QString openedCopy;
+    WindowHarness w{{usbDrive(u"PENDRIVE"_s, vault.folder.path(), u"/dev/x1"_s)}};
+};
+
+QTEST_MAIN(TerminationTest)
+#include "tst_termination.moc"

@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <utility>
 
 namespace Tessarin::Core {
@@ -16,8 +17,16 @@ namespace {
 
 constexpr qint64 indexFormatVersion = 1;
 
-/// The one form in which this program writes dates: 2024-03-05T14:07:09.123Z.
-constexpr qsizetype dateTextSize = 24;
+/// The one form in which this program writes dates.
+constexpr QLatin1String dateForm("0000-00-00T00:00:00.000Z");
+
+bool isInOwnForm(const QString &text)
+{
+    return std::equal(
+        text.cbegin(), text.cend(), dateForm.cbegin(), dateForm.cend(), [](QChar at, char form) {
+            return form == '0' ? at >= QLatin1Char('0') && at <= QLatin1Char('9') : at == QLatin1Char(form);
+        });
+}
 
 void putDigits(char *at, int number, int digits)
 {
@@ -34,7 +43,7 @@ QByteArray dateToJson(const QDateTime &when)
     if (!utc.isValid() || date.year() < 0 || date.year() > 9999)
         return utc.toString(Qt::ISODateWithMs).toLatin1();
 
-    QByteArray text("0000-00-00T00:00:00.000Z", dateTextSize);
+    QByteArray text(dateForm.data(), dateForm.size());
     char *at = text.data();
     putDigits(at, date.year(), 4);
     putDigits(at + 5, date.month(), 2);
@@ -51,16 +60,11 @@ QDateTime dateFromJson(const QJsonValue &value)
     const QString text = value.toString();
     if (text.isEmpty())
         return {};
-    const QStringView view(text);
-    const bool isOwnForm = text.size() == dateTextSize && text.at(10) == QLatin1Char('T') &&
-                           text.at(19) == QLatin1Char('.') && text.at(23) == QLatin1Char('Z');
-    if (isOwnForm) {
-        const auto number = [&view](qsizetype at, qsizetype digits) {
+    if (isInOwnForm(text)) {
+        const auto number = [view = QStringView(text)](qsizetype at, qsizetype digits) {
             int sum = 0;
-            for (const QChar digit : view.sliced(at, digits)) {
-                const bool isDigit = digit >= QLatin1Char('0') && digit <= QLatin1Char('9');
-                sum = isDigit ? sum * 10 + digit.digitValue() : -1000000;
-            }
+            for (const QChar digit : view.sliced(at, digits))
+                sum = sum * 10 + (digit.unicode() - u'0');
             return sum;
         };
         const QDate date(number(0, 4), number(5, 2), number(8, 2));

@@ -11,6 +11,9 @@
 #include <QUuid>
 
 #include <cerrno>
+#include <filesystem>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -92,6 +95,21 @@ public:
     [[nodiscard]] int openFile(const QByteArray &name, int flags) const
     {
         return ::openat(descriptor, name.constData(), flags | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    }
+
+    /// Deletes all that is in it, wherever it lies by now; links as such.
+    [[nodiscard]] bool removeContents() const
+    {
+        const std::filesystem::path path("/proc/self/fd/" + std::to_string(descriptor));
+        std::error_code error;
+        bool isRemoved = true;
+        for (std::filesystem::directory_iterator entry(path, error), end; !error && entry != end;
+             entry.increment(error)) {
+            std::error_code failure;
+            std::filesystem::remove_all(entry->path(), failure);
+            isRemoved = isRemoved && !failure;
+        }
+        return isRemoved && !error;
     }
 
 private:
@@ -188,8 +206,14 @@ bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const
 bool TempWorkspaceManager::cleanup()
 {
     lock.reset();
-    handle.reset();
-    return !QFileInfo::exists(directory) || QDir(directory).removeRecursively();
+    // Never by the path alone: what lies there by now may be a link to all that the user has.
+    const QByteArray path = QFile::encodeName(directory);
+    const Directory workspace = handle ? std::move(*std::exchange(handle, {})) : Directory::at(path);
+    const bool isEmpty = !workspace.isOpen() || workspace.removeContents();
+    if (workspace.isOpen())
+        ::rmdir(path.constData());
+    struct stat status = {};
+    return isEmpty && ::lstat(path.constData(), &status) != 0;
 }
 
 } // namespace Tessarin::Core

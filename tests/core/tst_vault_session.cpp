@@ -252,6 +252,16 @@ private Q_SLOTS:
         QVERIFY(f.unlock() && QFile::link(victim, f.vault.workspacePath() + u"/d"_s));
         QVERIFY(!f.vault.prepareFileForEditing(u"d/a"_s, &copy));
         QVERIFY(QDir(victim).isEmpty() && f.vault.lockVault() && QFile::exists(victim));
+
+        // Who owns the common folder can put a link in the workspace's place while it is in use.
+        QVERIFY(f.unlock() && f.vault.prepareFileForEditing(u"d/a"_s, &copy));
+        const QString moved = f.vault.workspacePath() + u"-moved"_s;
+        writeFile(victim + u"/own"_s, "x");
+        QVERIFY(QDir().rename(f.vault.workspacePath(), moved) &&
+                QFile::link(victim, f.vault.workspacePath()));
+        QVERIFY(!f.vault.lockVault() && f.vault.state() == VaultManager::Locked);
+        QVERIFY(QFile::exists(victim + u"/own"_s) && QDir(moved).isEmpty());
+        QVERIFY(QFile::remove(f.vault.workspacePath()) && QDir().rmdir(moved));
     }
 
     void aWorkspaceThatIsTakenLeavesTheVaultOpen()

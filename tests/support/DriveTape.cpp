@@ -1,15 +1,14 @@
 // The model of a drive whose power goes, and the replaced calls of the C library.
 #include "support/DriveTape.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
-#include <QFile>
 #include <QRandomGenerator>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
-#include <cstring>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -30,6 +29,12 @@ ino_t inodeOf(const QByteArray &path)
     return ::stat(path.constData(), &status) == 0 ? status.st_ino : 0;
 }
 
+void put(QByteArray &file, qint64 at, QByteArrayView bytes)
+{
+    file.resize(std::max(file.size(), at + bytes.size()), '\0');
+    std::copy(bytes.cbegin(), bytes.cend(), file.begin() + at);
+}
+
 /// A file in memory and on the drive. Memory reaches the drive sector by sector, in any order, until a sync
 /// sends all that is left. What the drive holds beyond the size is what lay there before.
 struct DriveFile
@@ -39,20 +44,10 @@ struct DriveFile
     qint64 sizeOnDrive = 0;
     QList<std::pair<qint64, qint64>> unsynced;
 
-    void write(qint64 at, const QByteArray &bytes)
-    {
-        unsynced.append({at, at + bytes.size()});
-        memory.resize(std::max(memory.size(), at + bytes.size()), '\0');
-        std::memcpy(memory.data() + at, bytes.constData(), static_cast<size_t>(bytes.size()));
-    }
-
     void send(qint64 from, qint64 to)
     {
-        to = std::min<qint64>(to, memory.size());
-        if (from >= to)
-            return;
-        drive.resize(std::max<qint64>(drive.size(), to), '\0');
-        std::memcpy(drive.data() + from, memory.constData() + from, static_cast<size_t>(to - from));
+        if (from < memory.size())
+            put(drive, from, QByteArrayView(memory).sliced(from, std::min(to, memory.size()) - from));
     }
 
     void sync()
@@ -63,15 +58,17 @@ struct DriveFile
         sizeOnDrive = memory.size();
     }
 
-    void sendSome(qint64 from, qint64 to, DriveTape::Loss loss, QRandomGenerator &random)
+    void write(qint64 from, const QByteArray &bytes, DriveTape::Loss loss, QRandomGenerator &random)
     {
+        put(memory, from, bytes);
+        unsynced.append({from, from + bytes.size()});
         enum Fate { Lost, Kept, Beginning, End, Half, AllButFew, fateCount };
-        const int fate = loss == DriveTape::Everything       ? Lost
-                         : loss == DriveTape::Nothing        ? Kept
+        const int fate = loss == DriveTape::AnySectors       ? random.bounded(fateCount)
                          : loss == DriveTape::EndOfLastWrite ? Beginning
-                                                             : random.bounded(fateCount);
+                         : loss == DriveTape::Nothing        ? Kept
+                                                             : Lost;
         const qint64 first = from / sectorSize;
-        const qint64 count = (to - 1) / sectorSize + 1 - first;
+        const qint64 count = (from + bytes.size() - 1) / sectorSize + 1 - first;
         const qint64 border = first + random.bounded(count);
         for (qint64 sector = first; sector < first + count; ++sector) {
             if (fate == Kept || (fate == Beginning && sector < border) || (fate == End && sector >= border) ||
@@ -83,15 +80,15 @@ struct DriveFile
 
 } // namespace
 
-DriveTape::DriveTape(const QString &folderPath) : folder(QFile::encodeName(QDir(folderPath).canonicalPath()))
+DriveTape::DriveTape(const QString &folderPath, const CallFailure &planned)
+    : failure(planned), folder(QFile::encodeName(QDir(folderPath).canonicalPath()))
 {
     const QStringList names = QDir(folderPath).entryList(QDir::Files);
     for (const QString &name : names) {
-        QFile file(QDir(folderPath).filePath(name));
-        const ino_t inode = inodeOf(QFile::encodeName(file.fileName()));
+        const QString path = QDir(folderPath).filePath(name);
+        const ino_t inode = inodeOf(QFile::encodeName(path));
         startNames[QFile::encodeName(name)] = inode;
-        if (file.open(QIODevice::ReadOnly))
-            startContents[inode] = file.readAll();
+        startContents[inode] = readFile(path);
     }
     running = this;
 }
@@ -100,27 +97,6 @@ void DriveTape::stop()
 {
     if (running == this)
         running = nullptr;
-}
-
-void DriveTape::failAt(int call, int error, bool forEver)
-{
-    failingCall = call;
-    failingError = error;
-    failsForEver = forEver;
-}
-
-qsizetype DriveTape::count(Kind kind) const
-{
-    return std::count_if(recorded.cbegin(), recorded.cend(),
-                         [=](const Event &event) { return event.kind == kind; });
-}
-
-qint64 DriveTape::writtenBytes() const
-{
-    qint64 total = 0;
-    for (const Event &event : recorded)
-        total += event.kind == Write ? event.bytes.size() : 0;
-    return total;
 }
 
 DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const
@@ -136,14 +112,12 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     QMap<QByteArray, ino_t> names = startNames;
 
     for (qsizetype i = 0; i < eventCount; ++i) {
-        const Event &event = recorded.at(i);
+        const Event &event = events.at(i);
         DriveFile &file = files[event.file];
         const qint64 formerSize = file.memory.size();
         if (event.kind == Write) {
             const bool isWhole = loss == EndOfLastWrite && i < eventCount - 1;
-            file.write(event.position, event.bytes);
-            file.sendSome(event.position, event.position + event.bytes.size(), isWhole ? Nothing : loss,
-                          random);
+            file.write(event.position, event.bytes, isWhole ? Nothing : loss, random);
         } else if (event.kind == Resize) {
             file.memory.resize(event.position, '\0');
         } else if (event.kind == Sync) {
@@ -157,15 +131,14 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
         } else if (event.kind == SyncNames) {
             names = namesInMemory;
         } else {
-            const bool isOnDrive = reachesDrive();
-            for (auto *map : {&namesInMemory, &names}) {
-                if (map == &names && !isOnDrive)
-                    continue;
+            const auto change = [&](QMap<QByteArray, ino_t> &map) {
+                map.remove(event.bytes);
                 if (event.kind == Create)
-                    map->insert(event.bytes, event.file);
-                else
-                    map->remove(event.bytes);
-            }
+                    map.insert(event.bytes, event.file);
+            };
+            change(namesInMemory);
+            if (reachesDrive())
+                change(names);
         }
         if (file.memory.size() != formerSize && reachesDrive())
             file.sizeOnDrive = file.memory.size();
@@ -177,7 +150,7 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
         file.drive.resize(file.sizeOnDrive, '\0');
         // The place of a removed file may be another's already.
         if (!namesInMemory.values().contains(*name) && loss == AnySectors)
-            file.drive.replace(0, file.sizeOnDrive / 2, QByteArray(file.sizeOnDrive / 2, 'x'));
+            put(file.drive, 0, QByteArray(file.sizeOnDrive / 2, 'x'));
         left[QFile::decodeName(name.key())] = file.drive;
     }
     return left;
@@ -207,34 +180,30 @@ bool DriveTape::watches(const char *path, Event &event) const
 bool DriveTape::fails(size_t *writeSize)
 {
     ++calls;
-    if (failingCall == 0 || calls < failingCall || (calls > failingCall && !failsForEver))
+    if (failure.call == 0 || calls < failure.call || (calls > failure.call && !failure.isForEver))
         return false;
-    if (writeSize != nullptr && calls == failingCall && failingError == ENOSPC && *writeSize > 1) {
+    if (writeSize != nullptr && calls == failure.call && failure.error == ENOSPC && *writeSize > 1) {
         *writeSize /= 2;
-        ++failingCall;
+        ++failure.call;
         return false;
     }
-    errno = failingError;
+    errno = failure.error;
     return true;
 }
 
 namespace {
 
-template <typename Function>
-Function *libraryCall(const char *name)
+/// Makes a call on a path or a descriptor, unless it is to fail, and records what it did.
+template <typename Where, typename Call>
+int taped(DriveTape::Event event, Where where, const Call &call)
 {
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
-}
-
-/// Makes a call, unless it is to fail, and records it when it succeeds.
-template <typename Call>
-int recorded(const DriveTape::Event &event, const Call &call)
-{
-    if (running->fails())
-        return -1;
-    const int result = call();
-    if (result >= 0)
-        running->record(event);
+    if (running == nullptr || !running->watches(where, event))
+        return call();
+    const int result = running->fails() ? -1 : call();
+    if (result != 0 && event.kind == DriveTape::Sync)
+        event.kind = DriveTape::FailedSync;
+    if (result == 0 || event.kind == DriveTape::FailedSync)
+        running->events.append(event);
     return result;
 }
 
@@ -247,9 +216,12 @@ extern "C" {
 
 using namespace Tessarin::Tests;
 
+/// The C library's own call, to be made where the tape has nothing to say.
+#define FORWARD(name) reinterpret_cast<decltype(&::name)>(::dlsym(RTLD_NEXT, #name))
+
 int open64(const char *path, int flags, ...)
 {
-    static const auto forward = libraryCall<int(const char *, int, ...)>("open64");
+    static const auto forward = FORWARD(open64);
     va_list rest;
     va_start(rest, flags);
     const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
@@ -259,70 +231,43 @@ int open64(const char *path, int flags, ...)
     DriveTape::Event event = {DriveTape::Create, 0, 0, {}};
     if (running == nullptr || (flags & O_CREAT) == 0 || !running->watches(path, event) || event.file != 0)
         return forward(path, flags, mode);
-    if (running->fails())
-        return -1;
-    const int descriptor = forward(path, flags, mode);
+    const int descriptor = running->fails() ? -1 : forward(path, flags, mode);
     if (descriptor >= 0 && running->watches(path, event))
-        running->record(event);
+        running->events.append(event);
     return descriptor;
-}
-
-off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
-{
-    static const auto forward = libraryCall<off64_t(int, off64_t, int)>("lseek64");
-    DriveTape::Event event = {DriveTape::Write, 0, 0, {}};
-    const bool fails = running != nullptr && running->watches(descriptor, event) && running->fails();
-    return fails ? -1 : forward(descriptor, offset, whence);
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t size)
 {
-    static const auto forward = libraryCall<ssize_t(int, const void *, size_t)>("write");
-    static const auto seek = libraryCall<off64_t(int, off64_t, int)>("lseek64");
+    static const auto forward = FORWARD(write);
     DriveTape::Event event = {DriveTape::Write, 0, 0, {}};
     if (running == nullptr || !running->watches(descriptor, event))
         return forward(descriptor, bytes, size);
-    if (running->fails(&size))
-        return -1;
-    event.position = seek(descriptor, 0, SEEK_CUR);
-    const ssize_t written = forward(descriptor, bytes, size);
+    event.position = ::lseek64(descriptor, 0, SEEK_CUR);
+    const ssize_t written = running->fails(&size) ? -1 : forward(descriptor, bytes, size);
     if (written > 0) {
         event.bytes = QByteArray(static_cast<const char *>(bytes), written);
-        running->record(event);
+        running->events.append(event);
     }
     return written;
 }
 
 int ftruncate64(int descriptor, off64_t size) noexcept
 {
-    static const auto forward = libraryCall<int(int, off64_t)>("ftruncate64");
-    DriveTape::Event event = {DriveTape::Resize, 0, size, {}};
-    if (running == nullptr || !running->watches(descriptor, event))
-        return forward(descriptor, size);
-    return recorded(event, [&] { return forward(descriptor, size); });
+    static const auto forward = FORWARD(ftruncate64);
+    return taped({DriveTape::Resize, 0, size, {}}, descriptor, [&] { return forward(descriptor, size); });
+}
+
+int unlink(const char *path) noexcept
+{
+    static const auto forward = FORWARD(unlink);
+    return taped({DriveTape::Remove, 0, 0, {}}, path, [&] { return forward(path); });
 }
 
 /// Waits for no real drive: the tape decides what has reached it.
 int fsync(int descriptor)
 {
-    DriveTape::Event event = {DriveTape::Sync, 0, 0, {}};
-    if (running == nullptr || !running->watches(descriptor, event))
-        return 0;
-    const int result = recorded(event, [] { return 0; });
-    if (result != 0 && event.kind == DriveTape::Sync) {
-        event.kind = DriveTape::FailedSync;
-        running->record(event);
-    }
-    return result;
-}
-
-int unlink(const char *path) noexcept
-{
-    static const auto forward = libraryCall<int(const char *)>("unlink");
-    DriveTape::Event event = {DriveTape::Remove, 0, 0, {}};
-    if (running == nullptr || !running->watches(path, event))
-        return forward(path);
-    return recorded(event, [&] { return forward(path); });
+    return taped({DriveTape::Sync, 0, 0, {}}, descriptor, [] { return 0; });
 }
 
 } // extern "C"

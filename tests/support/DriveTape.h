@@ -14,6 +14,15 @@ namespace Tessarin::Tests {
 
 using DriveFiles = QMap<QString, QByteArray>; ///< Name and contents.
 
+/// The call with this number (from 1) fails, or that one and all after it. With ENOSPC half of a write goes
+/// through first, as on a full drive.
+struct CallFailure
+{
+    int call = 0;
+    int error = 0;
+    bool isForEver = false;
+};
+
 class DriveTape
 {
 public:
@@ -30,39 +39,28 @@ public:
     enum Loss { Everything, Nothing, EndOfLastWrite, AnySectors };
 
     /// Starts recording; only one tape can run at a time.
-    explicit DriveTape(const QString &folderPath);
+    explicit DriveTape(const QString &folderPath, const CallFailure &planned = {});
     ~DriveTape() { stop(); }
     Q_DISABLE_COPY_MOVE(DriveTape)
-
-    /// Makes the call with this number (from 1) fail, or that one and all after it. ENOSPC lets half of a
-    /// write through first, as a full drive does.
-    void failAt(int call, int error, bool forEver);
     void stop();
-
-    [[nodiscard]] int callCount() const { return calls; }
-    [[nodiscard]] const QList<Event> &events() const { return recorded; }
-    [[nodiscard]] qsizetype count(Kind kind) const;
-    [[nodiscard]] qint64 writtenBytes() const;
 
     /// A drive whose power went after `eventCount` events.
     [[nodiscard]] DriveFiles cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const;
+
+    QList<Event> events;
+    int calls = 0;
 
     // For the replaced calls: fills in the event and says whether it is to do with the folder; counts a call
     // and says whether it fails.
     [[nodiscard]] bool watches(int descriptor, Event &event) const;
     [[nodiscard]] bool watches(const char *path, Event &event) const;
     [[nodiscard]] bool fails(size_t *writeSize = nullptr);
-    void record(const Event &event) { recorded.append(event); }
 
 private:
+    CallFailure failure;
     QByteArray folder;
     QMap<QByteArray, ino_t> startNames;
     QMap<ino_t, QByteArray> startContents;
-    QList<Event> recorded;
-    int calls = 0;
-    int failingCall = 0;
-    int failingError = 0;
-    bool failsForEver = false;
 };
 
 } // namespace Tessarin::Tests

@@ -68,31 +68,19 @@ private Q_SLOTS:
         ContainerDocument read;
         QVERIFY(containers.readDocument(path, &read));
         QCOMPARE(containers.buildHeader(read), header);
-        QCOMPARE(read.payloadOffset, 8388636);
-        QCOMPARE(containers.cryptoMetadataToJson(read.crypto),
-                 containers.cryptoMetadataToJson(sample.crypto));
     }
 
-    void headersAreRewrittenInPlaceWithoutTouchingBlocks()
+    void headersAreRewrittenInPlaceOrNotAtAll()
     {
-        QVERIFY(
-            containers.writeDocument(path, sample, [](QIODevice &out) { return out.write("blocks") == 6; }));
-        sample.encryptedIndex = QByteArray(5000, 'i');
-        QVERIFY(containers.updateDocumentHeader(path, sample));
-        sample.encryptedIndex = "short";
-        QVERIFY(containers.updateDocumentHeader(path, sample));
-        const QByteArray updated = readFile(path);
-        QVERIFY(
-            containers.writeDocument(path, sample, [](QIODevice &out) { return out.write("blocks") == 6; }));
-        QVERIFY(updated == readFile(path));
-    }
-
-    void aFailedWriterLeavesTheFormerFile()
-    {
-        QVERIFY(containers.writeContainer(path, "former"));
+        const auto writeBlocks = [](QIODevice &output) { return output.write("blocks") == 6; };
+        QVERIFY(containers.writeDocument(path, sample, writeBlocks));
+        const QByteArray former = readFile(path);
         QVERIFY(!containers.writeDocument(path, sample, [](QIODevice &) { return false; }));
-        QCOMPARE(readFile(path), "former");
-        QVERIFY(!containers.updateDocumentHeader(path, sample));
+        const ContainerDocument same = sample;
+        sample.encryptedIndex = QByteArray(5000, 'i');
+        QVERIFY(containers.updateDocumentHeader(path, sample) && readFile(path) != former);
+        QVERIFY(containers.updateDocumentHeader(path, same) && readFile(path) == former);
+        QVERIFY(containers.writeContainer(path, "former") && !containers.updateDocumentHeader(path, sample));
         QCOMPARE(readFile(path), "former");
         QCOMPARE(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden).size(), 1);
     }
@@ -115,30 +103,26 @@ private Q_SLOTS:
         QVERIFY(readFile(path) == full);
     }
 
-    void hostileLengthLinesAreRefused_data()
-    {
-        QTest::addColumn<QByteArray>("line");
-        QTest::newRow("zero") << lengthLine(0);
-        QTest::newRow("over the area") << lengthLine(8388609);
-        QTest::newRow("beyond 64 bits") << QByteArray(20, '9') + '\n';
-        QTest::newRow("negative") << QByteArray("-1\n");
-        QTest::newRow("no number") << QByteArray("0000000000000000004x\n");
-        QTest::newRow("hexadecimal") << QByteArray("0x10\n");
-        QTest::newRow("empty") << QByteArray("\n");
-        QTest::newRow("without end") << QByteArray(100000, '0');
-    }
     void hostileLengthLinesAreRefused()
     {
-        QFETCH(QByteArray, line);
-        writeRaw(line, containers.buildHeader(sample));
-        QVERIFY(!reads());
-    }
-
-    void hugeFileWithoutALineFeedIsRefusedAtOnce()
-    {
+        const QByteArrayList lines{
+            lengthLine(0), lengthLine(8388609),      QByteArray(20, '9') + '\n', "-1\n",
+            "0x10\n",      "0000000000000000004x\n", QByteArray(100000, '0'),    "\n"};
+        for (const QByteArray &line : lines) {
+            writeRaw(line, containers.buildHeader(sample));
+            QVERIFY2(!reads(), line.left(30).constData());
+        }
+        // A huge file without a line's end is not read to its end.
         writeFile(path, "TRAVEX3");
-        QVERIFY(QFile::resize(path, 100000000000));
-        QVERIFY(!reads());
+        QVERIFY(QFile::resize(path, 100000000000) && !reads());
+
+        const QByteArray header = containers.buildHeader(sample);
+        writeRaw(QByteArray::number(header.size()).rightJustified(20, '0') + "  \n", header);
+        const QByteArray former = readFile(path);
+        ContainerDocument read;
+        QVERIFY(containers.readDocument(path, &read) && !containers.updateDocumentHeader(path, read));
+        QCOMPARE(read.payloadOffset, 8388638);
+        QVERIFY2(readFile(path) == former, "a header at another place was written over");
     }
 
     void damagedHeadersAreRefused()
@@ -149,13 +133,10 @@ private Q_SLOTS:
             return reads();
         };
         QVERIFY(readsWith(header));
-        QVERIFY(!readsWith(QByteArray(header).replace("\"TRAVEX\"", "\"TRAVEX3\"")));
         QVERIFY(!readsWith(QByteArray(header).replace("\"TRAVEX\"", "\"travex\"")));
         QVERIFY(!readsWith(QByteArray(header).replace(":3,", ":2,")));
         QVERIFY(!readsWith(header.chopped(1)));
         QVERIFY(!readsWith("[" + header + "]"));
-        QVERIFY(!readsWith("{\"magic\":\"TRAVEX\"}"));
-
         writeRaw(lengthLine(header.size()), header);
         for (const qint64 size : {0, 6, 7, 20, 28, 1000, 8388635}) {
             QVERIFY(QFile::resize(path, 8388636) && QFile::resize(path, size));
@@ -185,25 +166,6 @@ private Q_SLOTS:
         QCOMPARE(read.filePayloads, (QHash<QString, QByteArray>{{u"a"_s, "A"}, {u"b"_s, "B"}}));
         QVERIFY(read.fileIndex.contains(u"x"_s));
         QVERIFY(!containers.buildHeader(read).contains("ayload\":\"b2"));
-    }
-
-    void aLongerLengthLineReadsButIsNeverWrittenOver()
-    {
-        const QByteArray header = containers.buildHeader(sample);
-        writeRaw(QByteArray::number(header.size()).rightJustified(20, '0') + "  \n", header);
-        const QByteArray former = readFile(path);
-        ContainerDocument read;
-        QVERIFY(containers.readDocument(path, &read));
-        QCOMPARE(read.payloadOffset, 8388638);
-        QVERIFY(!containers.updateDocumentHeader(path, read));
-        QVERIFY(readFile(path) == former);
-    }
-
-    void theDefaultContainerLiesInTheRoot()
-    {
-        QCOMPARE(containers.containerPath(u"/media/u/STICK"_s), u"/media/u/STICK/tessarin.trvx"_s);
-        QVERIFY(containers.containerExists(folder.path()));
-        QVERIFY(!containers.containerExists(u"/nowhere"_s));
     }
 };
 

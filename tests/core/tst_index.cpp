@@ -63,18 +63,9 @@ private Q_SLOTS:
         SecureFileIndex read;
         QVERIFY(read.fromJson(json));
         QCOMPARE(read.toJson(), json);
-        QVERIFY(!read.entries().at(1).lastModifiedUtc.isValid());
-        QCOMPARE(read.entries().at(0).lastModifiedUtc, entry.lastModifiedUtc);
-    }
-
-    void loneSurrogatesSurviveTheJson()
-    {
-        SecureFileIndex index;
         const QString odd = u"a"_s + QChar(0xD800) + u"b\U0001F600"_s + QChar(0xDC00);
-        index.addOrReplace(file(odd));
-        SecureFileIndex read;
-        QVERIFY(read.fromJson(index.toJson()));
-        QCOMPARE(read.entries().first().vaultPath, odd);
+        QVERIFY(index.addOrReplace(file(odd)) && read.fromJson(index.toJson()));
+        QCOMPARE(read.entries().last().vaultPath, odd);
     }
 
     void malformedJsonDegradesInsteadOfFailing()
@@ -97,7 +88,6 @@ private Q_SLOTS:
         for (const QString &path : {u"Docs/a.txt"_s, u"docs/a.txt"_s, u"Straße"_s, u"z"_s})
             QVERIFY(index.addOrReplace(file(path)));
         QVERIFY(index.addOrReplace(file(u"docs/a.txt"_s, 9)));
-        QCOMPARE(index.entries().size(), 4);
         QCOMPARE(index.entries().at(1).sizeBytes, 9);
         QVERIFY(index.contains(u"z"_s) && !index.contains(u"Z"_s));
         QCOMPARE(index.findFile(u"DOCS/A.TXT"_s)->vaultPath, u"Docs/a.txt"_s);
@@ -110,24 +100,18 @@ private Q_SLOTS:
         QCOMPARE(index.findFile(u"Docs/a.txt"_s)->vaultPath, u"docs/a.txt"_s);
         QCOMPARE(index.findFile(u"Z"_s)->vaultPath, u"z"_s);
 
-        QVERIFY(index.remove(u"Straße"_s) && index.findFile(u"Z"_s)->vaultPath == u"z"_s);
-
         index.addDirectory({u"docs"_s, {}, {}});
         QVERIFY(indexContainsDirectoryPath(index, u"Docs"_s) && !index.containsDirectory(u"Docs"_s));
-        QVERIFY(index.removeDirectory(u"docs"_s) && !index.removeDirectory(u"docs"_s));
-        QCOMPARE(index.entries().size(), 2);
     }
 
     void pathsAreNormalizedOrRefused()
     {
         QCOMPARE(normalizedVaultPath(u" \\docs\\\\x.txt/ "_s), u"docs/x.txt"_s);
-        QCOMPARE(normalizedVaultPath(u"a/ b /c"_s), u"a/b/c"_s);
-        QCOMPARE(normalizedVaultPath(u"///.../a..b//"_s), u".../a..b"_s);
+        QCOMPARE(normalizedVaultPath(u"///.../ a..b //"_s), u".../a..b"_s);
         for (const QString &bad : {u"a/./b"_s, u"a/../b"_s, u"a/ /b"_s, u".."_s, u" / "_s, QString()})
             QVERIFY(normalizedVaultPath(bad).isEmpty());
-        QVERIFY(pathIsInsideDirectory(u"Fotos/x"_s, u"fotos"_s));
-        QVERIFY(!pathIsInsideDirectory(u"fotos"_s, u"fotos"_s) &&
-                !pathIsInsideDirectory(u"fotos2/x"_s, u"fotos"_s));
+        for (const QString &path : {u"Fotos/x"_s, u"fotos"_s, u"fotos2/x"_s})
+            QCOMPARE(pathIsInsideDirectory(path, u"fotos"_s), path == u"Fotos/x"_s);
         QCOMPARE(parentVaultPath(u"a/b/c"_s), u"a/b"_s);
         QVERIFY(parentVaultPath(u"/a"_s).isEmpty() && parentVaultPath(u"a"_s).isEmpty());
         QCOMPARE(joinVaultPath({}, u"/x"_s), u"x"_s);

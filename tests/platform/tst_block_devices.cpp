@@ -9,176 +9,140 @@
 using namespace Tessarin::Platform::Linux;
 using namespace Qt::Literals::StringLiterals;
 
-class TestBlockDevices : public QObject
+class BlockDevicesTest : public QObject
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void init();
-    void devicesAreToldApart_data();
-    void devicesAreToldApart();
-    void labelsAreMappedByTheDeviceTheyLeadTo();
-    void rootForALabelIsTheFirstExistingCandidate();
-    void mountTableLinesAreParsedAndDecodedOnce();
-    void firstLinesAreTrimmedAndBounded();
-    void fallbackNameComesFromTheRootPathUnlessItSaysNothing();
-
 private:
-    void write(const QString &path, const QByteArray &content);
-    void link(const QString &target, const QString &path);
-    void addDevice(const QString &sysfsPath, const QByteArray &removable);
+    QTemporaryDir directory;
+    const QString root = directory.filePath(u"usb1/block/decoy"_s);
 
-    std::unique_ptr<QTemporaryDir> directory;
-    QString root;
-};
-
-void TestBlockDevices::init()
-{
-    directory = std::make_unique<QTemporaryDir>();
-    root = directory->filePath(u"usb1/block/decoy"_s);
-    addDevice(u"pci0/usb1/1-1/host0/block/sdb"_s, "1\n");
-    addDevice(u"pci0/usb1/1-1/host0/block/sdb/sdb1"_s, {});
-    addDevice(u"pci0/usb2/2-1/host1/block/sr0"_s, "1\n");
-    write(u"/sys/devices/pci0/usb2/2-1/host1/block/sr0/device/type"_s, "5\n");
-    addDevice(u"pci0/mmc0/block/mmcblk0"_s, "1\n");
-    addDevice(u"pci0/mmc0/block/mmcblk0/mmcblk0p1"_s, {});
-    addDevice(u"pci0/ata1/block/sda"_s, "0\n");
-    write(u"/sys/devices/pci0/ata1/block/sda/device/type"_s, "0\n");
-    link(u"../../devices/missing"_s, u"/sys/class/block/dangling"_s);
-    link(u"/etc"_s, u"/sys/class/block/outside"_s);
-}
-
-void TestBlockDevices::write(const QString &path, const QByteArray &content)
-{
-    QFile file(root + path);
-    QVERIFY(QDir().mkpath(QFileInfo(file).path()));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(content), content.size());
-}
-
-void TestBlockDevices::link(const QString &target, const QString &path)
-{
-    QVERIFY(QDir().mkpath(QFileInfo(root + path).path()));
-    QVERIFY(QFile::link(target, root + path));
-}
-
-void TestBlockDevices::addDevice(const QString &sysfsPath, const QByteArray &removable)
-{
-    write("/sys/devices/"_L1 + sysfsPath + "/uevent"_L1, {});
-    if (!removable.isEmpty())
-        write("/sys/devices/"_L1 + sysfsPath + "/removable"_L1, removable);
-    link("../../devices/"_L1 + sysfsPath, "/sys/class/block/"_L1 + QFileInfo(sysfsPath).fileName());
-}
-
-void TestBlockDevices::devicesAreToldApart_data()
-{
-    QTest::addColumn<QString>("sysfsPath");
-    QTest::addColumn<QString>("parent");
-    QTest::addColumn<QString>("traits");
-
-    const QString stick = u"/sys/devices/pci0/usb1/1-1/host0/block/sdb"_s;
-    const QString card = u"/sys/devices/pci0/mmc0/block/mmcblk0"_s;
-    QTest::newRow("sdb") << stick << u"sdb"_s << u"usb removable partitioned"_s;
-    QTest::newRow("sdb1") << stick + u"/sdb1"_s << u"sdb"_s << u"usb removable"_s;
-    QTest::newRow("sr0") << u"/sys/devices/pci0/usb2/2-1/host1/block/sr0"_s << u"sr0"_s
-                         << u"usb removable optical"_s;
-    QTest::newRow("mmcblk0p1") << card + u"/mmcblk0p1"_s << u"mmcblk0"_s << u"removable"_s;
-    QTest::newRow("sda") << u"/sys/devices/pci0/ata1/block/sda"_s << u"sda"_s << QString();
-    QTest::newRow("dangling") << QString() << QString() << QString();
-    QTest::newRow("outside") << QString() << QString() << QString();
-    QTest::newRow("%1") << QString() << QString() << QString();
-}
-
-void TestBlockDevices::devicesAreToldApart()
-{
-    const QString name = QString::fromLatin1(QTest::currentDataTag());
-    QFETCH(QString, sysfsPath);
-    QFETCH(QString, parent);
-    QFETCH(QString, traits);
-
-    QStringList found;
-    if (isUsbBlockDevice(name, root))
-        found.append(u"usb"_s);
-    if (isRemovableBlockDevice(name, root))
-        found.append(u"removable"_s);
-    if (isOpticalBlockDevice(name, root))
-        found.append(u"optical"_s);
-    if (isPartitionedDisk(name, root))
-        found.append(u"partitioned"_s);
-    QCOMPARE(found.join(u' '), traits);
-    QCOMPARE(blockDeviceSysfsPath(name, root), sysfsPath);
-    QCOMPARE(parentDiskName(name, root), parent);
-}
-
-void TestBlockDevices::labelsAreMappedByTheDeviceTheyLeadTo()
-{
-    QVERIFY(blockLabelMap(root).isEmpty());
-
-    for (const QString &node : {u"sdb1"_s, u"sdc1"_s, u"sdd1"_s, u"sde1"_s})
-        write("/dev/"_L1 + node, {});
-    link(u"../../sdb1"_s, u"/dev/disk/by-label/Minhas\\040fotos"_s);
-    link(u"../../sdc1"_s, u"/dev/disk/by-label/A\\x20B"_s);
-    link(u"../../sdd1"_s, u"/dev/disk/by-label/%1"_s);
-    link(u"../../sde1"_s, u"/dev/disk/by-label/.oculto"_s);
-    link(u"../../gone"_s, u"/dev/disk/by-label/GONE"_s);
-    link(u"../../../sys/devices/pci0"_s, u"/dev/disk/by-label/ELSEWHERE"_s);
-    QCOMPARE(blockLabelMap(root), (QHash<QString, QString>{{u"sdb1"_s, u"Minhas fotos"_s},
-                                                           {u"sdc1"_s, u"A\\x20B"_s},
-                                                           {u"sdd1"_s, u"%1"_s},
-                                                           {u"sde1"_s, u".oculto"_s}}));
-}
-
-void TestBlockDevices::rootForALabelIsTheFirstExistingCandidate()
-{
-    qputenv("USER", "%2");
-    qputenv("LOGNAME", "bia");
-    const QString label = u"%1 fotos"_s;
-    QCOMPARE(mountedRootForLabel(label, root), QString());
-
-    // Each directory made here comes before the ones made so far.
-    const QStringList candidates{u"/mnt/"_s + label, u"/run/media/bia/"_s + label, u"/media/bia/"_s + label,
-                                 u"/run/media/%2/"_s + label, u"/media/%2/"_s + label};
-    for (const QString &candidate : candidates) {
-        QVERIFY(QDir().mkpath(root + candidate));
-        QCOMPARE(mountedRootForLabel(label, root), candidate);
+    void write(const QString &path, const QByteArray &content)
+    {
+        QFile file(root + path);
+        QVERIFY(QDir().mkpath(QFileInfo(file).path()) && file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(content), content.size());
     }
 
-    write(u"/mnt/a file"_s, "x");
-    QCOMPARE(mountedRootForLabel(u"a file"_s, root), QString());
-}
+    void link(const QString &target, const QString &path)
+    {
+        QVERIFY(QDir().mkpath(QFileInfo(root + path).path()) && QFile::link(target, root + path));
+    }
 
-void TestBlockDevices::mountTableLinesAreParsedAndDecodedOnce()
-{
-    const auto parsed = [](const QString &line) {
-        const std::optional<MountInfoLine> mount = parseMountInfoLine(line);
-        return mount ? QStringList{mount->mountPoint, mount->fileSystemType, mount->source} : QStringList{};
-    };
-    QCOMPARE(parsed(uR"(36 35 8:17 / /media/A\040B\011C\012D\134E\134040 rw shared:1 - vfat /dev/sdb1 rw)"_s),
-             (QStringList{u"/media/A B\tC\nD\\E\\040"_s, u"vfat"_s, u"/dev/sdb1"_s}));
-    QCOMPARE(parsed(u"36 35  8:17 / /mnt - ext4 /dev/b - c"_s),
-             (QStringList{u"/mnt"_s, u"ext4"_s, u"/dev/b"_s}));
+    void addDevice(const QString &sysfsPath, const QByteArray &removable)
+    {
+        write("/sys/devices/"_L1 + sysfsPath + "/uevent"_L1, {});
+        if (!removable.isEmpty())
+            write("/sys/devices/"_L1 + sysfsPath + "/removable"_L1, removable);
+        link("../../devices/"_L1 + sysfsPath, "/sys/class/block/"_L1 + QFileInfo(sysfsPath).fileName());
+    }
 
-    for (const QString &malformed :
-         {u""_s, u"36 35 8:17 / /mnt rw ext4 /dev/sdb1 rw"_s, u"36 35 8:17 / - ext4 /dev/sdb1 rw"_s,
-          u"36 35 8:17 / /mnt - ext4 /dev/sdb1"_s})
-        QVERIFY2(parsed(malformed).isEmpty(), qPrintable(malformed));
-}
+private Q_SLOTS:
+    void devicesAreToldApart()
+    {
+        const QString stick = u"pci0/usb1/1-1/host0/block/sdb"_s;
+        const QString dvd = u"pci0/usb2/2-1/host1/block/sr0"_s;
+        const QString card = u"pci0/mmc0/block/mmcblk0"_s;
+        const QString disk = u"pci0/ata1/block/sda"_s;
+        for (const QString &removable : {stick, dvd, card})
+            addDevice(removable, "1\n");
+        addDevice(stick + u"/sdb1"_s, {});
+        addDevice(card + u"/mmcblk0p1"_s, {});
+        addDevice(disk, "0\n");
+        write(u"/sys/devices/"_s + dvd + u"/device/type"_s, "5\n");
+        write(u"/sys/devices/"_s + disk + u"/device/type"_s, "0\n");
+        link(u"../../devices/missing"_s, u"/sys/class/block/dangling"_s);
+        link(u"/etc"_s, u"/sys/class/block/outside"_s);
 
-void TestBlockDevices::firstLinesAreTrimmedAndBounded()
-{
-    write(u"/two"_s, " 1 \n2\n");
-    write(u"/endless"_s, QByteArray(1 << 20, 'x'));
-    QCOMPARE(readFirstLine(root + u"/two"_s), u"1"_s);
-    QVERIFY(readFirstLine(root + u"/endless"_s).size() <= 4096);
-    QCOMPARE(readFirstLine(root + u"/missing"_s), QString());
-}
+        const auto verify = [this](const QString &name, const QString &path, const QString &parent,
+                                   const QString &traits) {
+            QString found = isUsbBlockDevice(name, root) ? u"usb "_s : QString();
+            found += isRemovableBlockDevice(name, root) ? u"removable "_s : QString();
+            found += isOpticalBlockDevice(name, root) ? u"optical "_s : QString();
+            found += isPartitionedDisk(name, root) ? u"partitioned "_s : QString();
+            QCOMPARE(found, traits);
+            QCOMPARE(blockDeviceSysfsPath(name, root), path.isEmpty() ? path : u"/sys/devices/"_s + path);
+            QCOMPARE(parentDiskName(name, root), parent);
+        };
+        verify(u"sdb"_s, stick, u"sdb"_s, u"usb removable partitioned "_s);
+        verify(u"sdb1"_s, stick + u"/sdb1"_s, u"sdb"_s, u"usb removable "_s);
+        verify(u"sr0"_s, dvd, u"sr0"_s, u"usb removable optical "_s);
+        verify(u"mmcblk0p1"_s, card + u"/mmcblk0p1"_s, u"mmcblk0"_s, u"removable "_s);
+        verify(u"sda"_s, disk, u"sda"_s, {});
+        for (const QString &nothing : {u"dangling"_s, u"outside"_s, u"%1"_s})
+            verify(nothing, {}, {}, {});
+    }
 
-void TestBlockDevices::fallbackNameComesFromTheRootPathUnlessItSaysNothing()
-{
-    QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, u"/media/u/STICK"_s), u"STICK"_s);
-    QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, u"/"_s), u"sdb1"_s);
-    QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, QString()), u"sdb1"_s);
-}
+    void labelsAreMappedByTheDeviceTheyLeadTo()
+    {
+        QVERIFY(blockLabelMap(root).isEmpty());
 
-QTEST_GUILESS_MAIN(TestBlockDevices)
+        for (const QString &node : {u"sdb1"_s, u"sdc1"_s, u"sdd1"_s, u"sde1"_s})
+            write("/dev/"_L1 + node, {});
+        link(u"../../sdb1"_s, u"/dev/disk/by-label/Minhas\\040fotos"_s);
+        link(u"../../sdc1"_s, u"/dev/disk/by-label/A\\x20B"_s);
+        link(u"../../sdd1"_s, u"/dev/disk/by-label/%1"_s);
+        link(u"../../sde1"_s, u"/dev/disk/by-label/.oculto"_s);
+        link(u"../../gone"_s, u"/dev/disk/by-label/GONE"_s);
+        link(u"../../../sys/devices/pci0"_s, u"/dev/disk/by-label/ELSEWHERE"_s);
+        QCOMPARE(blockLabelMap(root), (QHash<QString, QString>{{u"sdb1"_s, u"Minhas fotos"_s},
+                                                               {u"sdc1"_s, u"A\\x20B"_s},
+                                                               {u"sdd1"_s, u"%1"_s},
+                                                               {u"sde1"_s, u".oculto"_s}}));
+    }
+
+    void rootForALabelIsTheFirstExistingCandidate()
+    {
+        qputenv("USER", "%2");
+        qputenv("LOGNAME", "bia");
+        const QString label = u"%1 fotos"_s;
+        QCOMPARE(mountedRootForLabel(label, root), QString());
+
+        // Each directory made here comes before the ones made so far.
+        const QStringList candidates{u"/mnt/"_s + label, u"/run/media/bia/"_s + label,
+                                     u"/media/bia/"_s + label, u"/run/media/%2/"_s + label,
+                                     u"/media/%2/"_s + label};
+        for (const QString &candidate : candidates) {
+            QVERIFY(QDir().mkpath(root + candidate));
+            QCOMPARE(mountedRootForLabel(label, root), candidate);
+        }
+
+        write(u"/mnt/a file"_s, "x");
+        QCOMPARE(mountedRootForLabel(u"a file"_s, root), QString());
+    }
+
+    void mountTableLinesAreParsedAndDecodedOnce()
+    {
+        const auto parsed = [](const QString &line) {
+            const std::optional<MountInfoLine> mount = parseMountInfoLine(line);
+            return mount ? QStringList{mount->mountPoint, mount->fileSystemType, mount->source}
+                         : QStringList{};
+        };
+        QCOMPARE(
+            parsed(uR"(36 35 8:17 / /media/A\040B\011C\012D\134E\134040 rw shared:1 - vfat /dev/sdb1 rw)"_s),
+            (QStringList{u"/media/A B\tC\nD\\E\\040"_s, u"vfat"_s, u"/dev/sdb1"_s}));
+        QCOMPARE(parsed(u"36 35  8:17 / /mnt - ext4 /dev/b - c"_s),
+                 (QStringList{u"/mnt"_s, u"ext4"_s, u"/dev/b"_s}));
+
+        for (const QString &malformed :
+             {u""_s, u"36 35 8:17 / /mnt rw ext4 /dev/sdb1 rw"_s, u"36 35 8:17 / - ext4 /dev/sdb1 rw"_s,
+              u"36 35 8:17 / /mnt - ext4 /dev/sdb1"_s})
+            QVERIFY2(parsed(malformed).isEmpty(), qPrintable(malformed));
+    }
+
+    void firstLinesAreBoundedAndNamesFallBack()
+    {
+        write(u"/two"_s, " 1 \n2\n");
+        write(u"/endless"_s, QByteArray(1 << 20, 'x'));
+        QCOMPARE(readFirstLine(root + u"/two"_s), u"1"_s);
+        QVERIFY(readFirstLine(root + u"/endless"_s).size() <= 4096);
+        QCOMPARE(readFirstLine(root + u"/missing"_s), QString());
+
+        QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, u"/media/u/STICK"_s), u"STICK"_s);
+        QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, u"/"_s), u"sdb1"_s);
+        QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, QString()), u"sdb1"_s);
+    }
+};
+
+QTEST_GUILESS_MAIN(BlockDevicesTest)
 #include "tst_block_devices.moc"

@@ -17,7 +17,6 @@
 #include <array>
 #include <cerrno>
 
-#include <malloc.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -72,12 +71,6 @@ Step importing(const QString &source, const QString &vaultPath)
     };
 }
 
-bool wait()
-{
-    skippedSeconds += 3;
-    return true;
-}
-
 const QList<Operation> operations = {
     {"rename", 0, {[](auto &vault, auto &) { return vault.renameFile(u"old.bin"_s, u"new.bin"_s); }}},
     {"delete", 0, {[](auto &vault, auto &) { return vault.deleteFile(u"old.bin"_s); }}},
@@ -92,7 +85,7 @@ const QList<Operation> operations = {
     {"series",
      2500,
      {[](auto &vault, auto &) { return vault.beginImportSeries(), true; }, importing(u"small"_s, u"1.bin"_s),
-      importing(u"small"_s, u"old.bin"_s), [](auto &, auto &) { return wait(); },
+      importing(u"small"_s, u"old.bin"_s), [](auto &, auto &) { return skippedSeconds += 3; },
       importing(u"small"_s, u"3.bin"_s), importing(u"small"_s, u"4.bin"_s),
       [](auto &vault, auto &) { return vault.endImportSeries(); }}},
     {"compact", 0, {[](auto &vault, auto &) { return vault.compactVault({}, nullptr); }}},
@@ -355,9 +348,6 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(QDir(drive.path()).mkdir(u"sources"_s));
-        // Memory for whole containers is kept, not given back and fetched again each time.
-        mallopt(M_MMAP_THRESHOLD, 1 << 30);
-        mallopt(M_TRIM_THRESHOLD, 1 << 30);
         writeFile(drive.filePath(u"sources/small"_s), noise(900, 5));
         writeFile(drive.filePath(u"sources/blocks"_s), noise(ContainerFormat::blockPlainSize + 1000, 6));
     }
@@ -393,24 +383,14 @@ private Q_SLOTS:
         for (const DriveFiles &files : std::as_const(seen))
             states << stateOfCopy(files);
         QVERIFY2(!states.contains(QByteArray()) && states.size() > 1, "not even without a cut");
-        QVERIFY(isTidy(container));
-        QCOMPARE(filesIn(drive.path()).size(), 1);
+        QVERIFY(isTidy(container) && filesIn(drive.path()).size() == 1);
         const qsizetype last = tape.events.size();
         QVERIFY2(tape.cutAfter(last, DriveTape::Nothing, 0) == filesIn(drive.path()),
                  "changes came about by calls that the tape does not know");
 
-        qint64 syncs = 0;
-        qint64 writtenBytes = 0;
-        for (const DriveTape::Event &event : std::as_const(tape.events)) {
-            syncs += event.kind == DriveTape::Sync;
-            writtenBytes += event.kind == DriveTape::Write ? event.bytes.size() : 0;
-        }
+        const auto syncs = std::ranges::count(tape.events, DriveTape::Sync, &DriveTape::Event::kind);
         if (operation.steps.size() == 1 && operation.name != "compact")
             QVERIFY2(syncs <= 3, "waits for the drive too often");
-        if (operation.name == "rename") {
-            const double most = size == "more" || size == "full" ? 1.75 : 2.75;
-            QVERIFY(double(writtenBytes) <= most * double(headerLength(container)) + 65536);
-        }
 
         for (qsizetype at = 0; isWhole && at <= last; ++at) {
             for (const auto loss : {DriveTape::Everything, DriveTape::Nothing, DriveTape::EndOfLastWrite})

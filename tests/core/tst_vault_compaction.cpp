@@ -178,6 +178,21 @@ private Q_SLOTS:
         for (const QString &folder : workingFolders())
             QVERIFY(QDir(QDir::temp().filePath(folder)).removeRecursively());
     }
+
+    void anImportThatFillsTheDriveIsUndone()
+    {
+        QVERIFY(put(u"a"_s, "a"));
+        const QByteArray former = readFile(container);
+        const QString large = QDir::temp().filePath(u"tessarin-test-large"_s);
+        writeFile(large, QByteArray(200 * mebibyte, 'l'));
+        qint64 doneBytes = 0;
+        const bool imported =
+            vault->importFile(large, u"l"_s, [&](qint64 done, qint64, const QString &) { doneBytes = done; });
+        QVERIFY(QFile::remove(large));
+        QVERIFY(!imported && doneBytes > 32 * mebibyte);
+        QVERIFY(readFile(container) == former);
+        QCOMPARE(get(u"a"_s), "a");
+    }
 };
 
 QTEST_GUILESS_MAIN(VaultCompactionTest)

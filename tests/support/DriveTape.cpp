@@ -105,6 +105,7 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     const auto reachesDrive = [&] {
         return loss == AnySectors ? random.bounded(2) == 0 : loss != Everything;
     };
+    QMap<ino_t, ino_t> successors;
     QMap<ino_t, DriveFile> files;
     for (auto start = startContents.cbegin(); start != startContents.cend(); ++start)
         files[start.key()] = {*start, *start, start->size(), {}};
@@ -112,7 +113,11 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     QMap<QByteArray, ino_t> names = startNames;
 
     for (qsizetype i = 0; i < eventCount; ++i) {
-        const Event &event = events.at(i);
+        Event event = events.at(i);
+        // A new file may get the number of one that was removed and closed.
+        if (event.kind == Create && files.contains(event.file))
+            successors[event.file] = event.file + (ino_t(i + 1) << 48);
+        event.file = successors.value(event.file, event.file);
         DriveFile &file = files[event.file];
         const qint64 formerSize = file.memory.size();
         if (event.kind == Write) {

@@ -100,8 +100,8 @@ QString MainWindow::lockFailureDetails() const
         paths.append(tr("e mais %1").arg(copies.size() - listedCopies));
     return tr("O cofre continua aberto, porque cópias editadas não puderam ser gravadas de volta nele. As "
               "edições não se perderam: estão em\n%1\n\n%2\n\nVerifique se a unidade USB está conectada e "
-              "tem "
-              "espaço livre, e bloqueie o cofre de novo.")
+              "tem espaço livre, e bloqueie o cofre de novo. Se outro programa alterou este cofre, copie as "
+              "edições para outro lugar, apague-as da pasta acima e bloqueie o cofre.")
         .arg(workspace, paths.join(u'\n'));
 }
 

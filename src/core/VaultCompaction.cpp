@@ -177,8 +177,6 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     if (!isOpenAt(oldContainer.file(), targetPath) || !QFile::remove(targetPath))
         return false;
 
-    // While it is open the drive keeps its bytes, and there may be no room for the new one.
-    oldContainer.file().close();
     // A deleted file keeps its room on the drive while it is open, and the new container needs that room.
     oldContainer.file().close();
     // The old container is gone: from here on the new one's offsets count, wherever it ends up.

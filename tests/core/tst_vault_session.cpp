@@ -5,6 +5,10 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <unistd.h>
 
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
@@ -205,10 +209,19 @@ private Q_SLOTS:
         QVERIFY(f.createAndUnlock() && f.vault.lockVault());
         QVERIFY(
             QDir().mkdir(f.vault.workspacePath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        QLockFile other(f.vault.workspacePath() + u"/.tessarin-workspace.lock"_s);
-        QVERIFY(other.tryLock(0) && !f.unlock());
+        const QString lockPath = f.vault.workspacePath() + u"/.tessarin-workspace.lock"_s;
+        const pid_t otherProcess = ::fork();
+        if (otherProcess == 0) {
+            QLockFile lock(lockPath);
+            lock.setStaleLockTime(0);
+            if (lock.tryLock(0))
+                ::pause();
+            ::_exit(1);
+        }
+        QTRY_VERIFY(QFile::exists(lockPath));
+        QVERIFY(!f.unlock());
         QVERIFY(f.vault.state() == VaultManager::Unlocked && f.put(u"a"_s, "a"));
-        other.unlock();
+        QVERIFY(::kill(otherProcess, SIGKILL) == 0 && ::waitpid(otherProcess, nullptr, 0) == otherProcess);
         QVERIFY(f.vault.lockVault());
     }
 };

@@ -14,6 +14,11 @@ using Tessarin::Fuzz::require;
 
 namespace {
 
+HashedHeader hashed(const QByteArray &header)
+{
+    return {header, Sha256::of(header)};
+}
+
 /// A container of zeros with some bytes in it; it stands ready from one input to the next.
 class ZeroContainer
 {
@@ -52,7 +57,7 @@ void checkRoundTrip(ZeroContainer &container, const QByteArray &input, bool atEn
     const qsizetype middle = input.size() / 2;
     const QByteArray former = input.first(middle);
     const QByteArray next = input.sliced(middle);
-    for (QByteArray record : {undoRecordFor(former, next), undoRecordForSeries(former)}) {
+    for (QByteArray record : {undoRecordFor(hashed(former), hashed(next)), undoRecordForSeries(hashed(former))}) {
         const auto found = container.find(next, record, atEnd);
         require(found && found->formerHeader == former && found->knows(former) &&
                 found->size == record.size());
@@ -61,7 +66,7 @@ void checkRoundTrip(ZeroContainer &container, const QByteArray &input, bool atEn
         record[static_cast<qsizetype>(damaged)] ^= 1;
         require(!container.find(next, record, atEnd));
     }
-    require(container.find(next, undoRecordFor(former, next), atEnd)->knows(next));
+    require(container.find(next, undoRecordFor(hashed(former), hashed(next)), atEnd)->knows(next));
 }
 
 } // namespace

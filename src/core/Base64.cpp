@@ -28,20 +28,27 @@ qsizetype paddingOf(QByteArrayView text)
 
 } // namespace
 
-QByteArray decodeBase64(QByteArrayView text)
+std::optional<QByteArray> decodeCanonicalBase64(QByteArrayView text)
 {
     const qsizetype padding = paddingOf(text);
-    if (padding >= 0) {
-        QByteArray bytes(text.size() / 4 * 3, Qt::Uninitialized);
-        const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char *>(bytes.data()),
-                                         reinterpret_cast<const unsigned char *>(text.data()),
-                                         static_cast<int>(text.size()));
-        if (size == bytes.size()) {
-            bytes.chop(padding);
-            return bytes;
-        }
-    }
-    return QByteArray::fromBase64(text.toByteArray());
+    if (padding < 0)
+        return {};
+    QByteArray bytes(text.size() / 4 * 3, Qt::Uninitialized);
+    const int size =
+        EVP_DecodeBlock(reinterpret_cast<unsigned char *>(bytes.data()),
+                        reinterpret_cast<const unsigned char *>(text.data()), static_cast<int>(text.size()));
+    if (size != bytes.size())
+        return {};
+    bytes.chop(padding);
+    // Only the last letters can stand for bits that no byte holds.
+    const bool isCanonical = bytes.last(3 - padding).toBase64() == text.last(4);
+    return isCanonical ? std::optional(bytes) : std::nullopt;
+}
+
+QByteArray decodeBase64(QByteArrayView text)
+{
+    const std::optional<QByteArray> bytes = decodeCanonicalBase64(text);
+    return bytes ? *bytes : QByteArray::fromBase64(text.toByteArray());
 }
 
 } // namespace Tessarin::Core

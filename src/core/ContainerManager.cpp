@@ -125,8 +125,9 @@ ContainerCryptoMetadata ContainerManager::cryptoMetadataFromJson(const QJsonObje
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument &document) const
 {
+    constexpr qsizetype mostBesideIndex = 1024;
     const ContainerCryptoMetadata &crypto = document.crypto;
-    JsonText json;
+    JsonText json(document.encryptedIndex.size() / 3 * 4 + mostBesideIndex);
     json.beginObject();
     json.key("magic");
     json.plainValue(headerMagic);

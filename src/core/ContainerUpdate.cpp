@@ -2,6 +2,7 @@
 #include "core/ContainerUpdate.h"
 
 #include "core/HostFile.h"
+#include "core/Sha256.h"
 
 #include <algorithm>
 #include <cstring>
@@ -16,35 +17,87 @@ namespace {
 constexpr qint64 pageSize = 4096;
 constexpr qint64 renewalIntervalMs = 2000;
 
-/// Everything before the block area, as it is when this header is in force.
-QByteArray areaFor(const QByteArray &header)
+// What lies before the block area is most often a short header and a lot of zeros. Here an "area" is a byte
+// array that may end early: what it does not hold is zero.
+
+constexpr qsizetype readAheadSize = 64 * 1024;
+
+bool isZero(QByteArrayView bytes)
 {
-    QByteArray area(fileMagic, fileMagicSize);
-    area += QByteArray::number(header.size()).rightJustified(lengthDigits, '0') + '\n' + header;
-    area.append(blockAreaOffset - area.size(), '\0');
+    return bytes.isEmpty() || (bytes.front() == 0 && bytes.chopped(1) == bytes.sliced(1));
+}
+
+/// The area when this header is in force.
+QByteArray areaFor(QByteArrayView header)
+{
+    QByteArray area;
+    area.reserve(headerAreaOffset + header.size());
+    area.append(fileMagic, fileMagicSize);
+    area += QByteArray::number(header.size()).rightJustified(lengthDigits, '0');
+    area += '\n';
+    area.append(header.data(), header.size());
     return area;
 }
 
-/// The header in such an area; null when the area is not whole, empty when its length makes no sense.
-QByteArray headerIn(const QByteArray &area)
+/// The header in an area, as a view of it; null for a null area, empty when its length makes no sense.
+QByteArrayView headerIn(const QByteArray &area)
 {
-    if (area.size() != blockAreaOffset)
+    if (area.isNull())
         return {};
     bool isNumber = false;
     const qint64 length = area.mid(fileMagicSize, lengthDigits).trimmed().toLongLong(&isNumber);
-    if (!isNumber || length < 1 || length > headerAreaSize)
+    if (!isNumber || length < 1 || length > headerAreaSize || area.size() < headerAreaOffset)
         return "";
-    return area.mid(headerAreaOffset, length);
+    const QByteArrayView rest = QByteArrayView(area).sliced(headerAreaOffset);
+    return rest.first(std::min(length, rest.size()));
 }
 
+/// The area on the drive; null when it is not whole.
 QByteArray readArea(QIODevice &container)
 {
-    return container.seek(0) ? container.read(blockAreaOffset) : QByteArray();
+    if (!container.seek(0))
+        return {};
+    QByteArray area("");
+    QByteArray chunk(readAheadSize, Qt::Uninitialized);
+    for (qint64 offset = 0; offset < blockAreaOffset;) {
+        const qint64 size = container.read(chunk.data(), std::min(chunk.size(), blockAreaOffset - offset));
+        if (size < 1)
+            return {};
+        if (!isZero(QByteArrayView(chunk).first(size))) {
+            area.append(offset - area.size(), '\0');
+            area.append(chunk.constData(), size);
+        }
+        offset += size;
+    }
+    return area;
+}
+
+/// What an area holds between two offsets: bytes, then zeros.
+QByteArrayView heldIn(const QByteArray &area, qint64 begin, qint64 end)
+{
+    const qint64 first = std::min(begin, area.size());
+    return QByteArrayView(area).sliced(first, std::min(end, area.size()) - first);
+}
+
+bool holdSame(const QByteArray &first, const QByteArray &second, qint64 begin, qint64 end)
+{
+    const QByteArrayView a = heldIn(first, begin, end);
+    const QByteArrayView b = heldIn(second, begin, end);
+    const qsizetype common = std::min(a.size(), b.size());
+    return a.first(common) == b.first(common) && isZero(a.sliced(common)) && isZero(b.sliced(common));
 }
 
 bool writeAt(QFile &file, qint64 offset, QByteArrayView bytes)
 {
     return file.seek(offset) && file.write(bytes.data(), bytes.size()) == bytes.size();
+}
+
+bool writePart(QFile &file, const QByteArray &area, qint64 begin, qint64 end)
+{
+    const QByteArrayView held = heldIn(area, begin, end);
+    const qint64 zeros = end - begin - held.size();
+    return (held.isEmpty() || writeAt(file, begin, held)) &&
+           (zeros == 0 || writeAt(file, end - zeros, QByteArray(zeros, '\0')));
 }
 
 } // namespace
@@ -64,12 +117,20 @@ bool ContainerUpdate::begin()
 
 QByteArray ContainerUpdate::header()
 {
-    return headerOf(container);
+    return knowArea() ? headerIn(areaInForce).toByteArray() : QByteArray();
+}
+
+QByteArray ContainerUpdate::headerHash()
+{
+    if (knowArea() && hashInForce.isEmpty())
+        hashInForce = Sha256::of(headerIn(areaInForce));
+    return hashInForce;
 }
 
 QByteArray ContainerUpdate::headerOf(QIODevice &container)
 {
-    return headerIn(readArea(container));
+    const QByteArray area = readArea(container);
+    return headerIn(area).toByteArray();
 }
 
 QFile &ContainerUpdate::file()
@@ -79,13 +140,16 @@ QFile &ContainerUpdate::file()
 
 ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeader, Care care)
 {
-    const QByteArray former = readArea(container);
-    if (newHeader.size() > headerAreaSize || former.size() != blockAreaOffset)
+    if (newHeader.size() > headerAreaSize || !knowArea())
         return Outcome::Undone;
 
     // "Record before header": with this wait, what was appended is on the drive too.
-    const QByteArray formerHeader = headerIn(former);
-    const QByteArray record = undoRecordFor(formerHeader, newHeader);
+    const QByteArray formerHash = headerHash();
+    const QByteArray former = areaInForce;
+    const QByteArrayView formerHeader = headerIn(former);
+    const QByteArray newHash = Sha256::of(newHeader);
+    forgetArea();
+    const QByteArray record = undoRecordFor({formerHeader, formerHash}, {newHeader, newHash});
     Place place;
     place.size = record.size();
     place.offset = tailRecordOffset(record.size(), std::max(formerHeader.size(), newHeader.size()));
@@ -106,6 +170,7 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeade
     const bool cleared = clearRecord(place, area);
     if (care == Care::ForgetsFormer && (!cleared || !syncFile(container)))
         return putBack(area, former, place);
+    adoptArea(area, newHash);
     return Outcome::Done;
 }
 
@@ -140,17 +205,20 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeaderInSeries(const QByteArray &
         if (!renewSeries(header(), newHeader.size()))
             return writeHeader(newHeader);
     }
-
-    const QByteArray former = readArea(container);
-    if (newHeader.size() > headerAreaSize || former.size() != blockAreaOffset)
+    if (newHeader.size() > headerAreaSize || !knowArea())
         return Outcome::Undone;
+
+    const QByteArray former = areaInForce;
     const QByteArray area = areaFor(newHeader);
+    forgetArea();
     if (!writeDifferences(former, area, seriesRecord)) {
         const bool isFormerAgain = writeDifferences(area, former, seriesRecord) && syncFile(container);
         return isFormerAgain ? Outcome::Undone : Outcome::Unknown;
     }
-    if (sinceRenewal.elapsed() < renewalIntervalMs)
+    if (sinceRenewal.elapsed() < renewalIntervalMs) {
+        adoptArea(area, {});
         return Outcome::Done;
+    }
     if (!syncFile(container))
         return putBack(area, areaFor(safeHeader), std::exchange(seriesRecord, {}));
     // When the record cannot be renewed, the series is over; this header is safe all the same.
@@ -163,8 +231,10 @@ ContainerUpdate::Outcome ContainerUpdate::endSeries()
     const Place place = std::exchange(seriesRecord, {});
     if (place.size == 0)
         return Outcome::Done;
+    // With the records, wherever they were.
+    forgetArea();
     const QByteArray area = readArea(container);
-    const QByteArray current = headerIn(area);
+    const QByteArrayView current = headerIn(area);
     // What cannot be read cannot be put right; the record stays for whoever opens the container next.
     if (current.isEmpty())
         return syncFile(container) ? Outcome::Done : Outcome::Unknown;
@@ -184,14 +254,15 @@ bool ContainerUpdate::restore(const UndoRecord &record)
     const Place place{record.offset, record.size, record.offset < blockAreaOffset};
     const QByteArray former = areaFor(record.formerHeader);
     const QByteArray found = readArea(container);
-    return found.size() == former.size() && writeDifferences(found, former, place) && syncFile(container) &&
+    forgetArea();
+    return !found.isNull() && writeDifferences(found, former, place) && syncFile(container) &&
            clearRecord(place, former) && syncFile(container);
 }
 
 bool ContainerUpdate::discard(const UndoRecord &record)
 {
     const Place place{record.offset, record.size, record.offset < blockAreaOffset};
-    return clearRecord(place, QByteArray(blockAreaOffset, '\0'));
+    return clearRecord(place, {});
 }
 
 bool ContainerUpdate::writeRecord(const QByteArray &record, const Place &place)
@@ -206,24 +277,24 @@ bool ContainerUpdate::clearRecord(const Place &place, const QByteArray &area)
         return true;
     if (!place.isInTail)
         return container.resize(place.offset);
-    return writeAt(container, place.offset, QByteArrayView(area).sliced(place.offset, place.size));
+    return writePart(container, area, place.offset, place.offset + place.size);
 }
 
 /// Writes what differs between two areas, page by page, but for the place of the record.
 bool ContainerUpdate::writeDifferences(const QByteArray &from, const QByteArray &to, const Place &record)
 {
     const qint64 end = record.isInTail ? record.offset : blockAreaOffset;
+    const qint64 used = std::min(end, std::max(from.size(), to.size()));
     const auto differs = [&](qint64 page) {
-        const size_t size = static_cast<size_t>(std::min(pageSize, end - page));
-        return std::memcmp(from.constData() + page, to.constData() + page, size) != 0;
+        return !holdSame(from, to, page, std::min(page + pageSize, end));
     };
-    for (qint64 page = 0; page < end; page += pageSize) {
+    for (qint64 page = 0; page < used; page += pageSize) {
         if (!differs(page))
             continue;
         qint64 last = page + pageSize;
-        while (last < end && differs(last))
+        while (last < used && differs(last))
             last += pageSize;
-        if (!writeAt(container, page, QByteArrayView(to).sliced(page, std::min(last, end) - page)))
+        if (!writePart(container, to, page, std::min(last, end)))
             return false;
         page = last;
     }
@@ -231,8 +302,7 @@ bool ContainerUpdate::writeDifferences(const QByteArray &from, const QByteArray 
         return true;
     // Behind the record lies only the rest of the sector of the first block; foreign bytes may be there.
     const qint64 rest = record.offset + record.size;
-    const QByteArrayView tail = QByteArrayView(to).sliced(rest);
-    return QByteArrayView(from).sliced(rest) == tail || writeAt(container, rest, tail);
+    return holdSame(from, to, rest, blockAreaOffset) || writePart(container, to, rest, blockAreaOffset);
 }
 
 /// After a write that failed somewhere: the former area again, and only then no record.
@@ -247,7 +317,7 @@ ContainerUpdate::Outcome ContainerUpdate::putBack(const QByteArray &attempted, c
 bool ContainerUpdate::renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader)
 {
     seriesRecord = {};
-    const QByteArray record = undoRecordForSeries(currentHeader);
+    const QByteArray record = undoRecordForSeries({currentHeader, Sha256::of(currentHeader)});
     const Place place{tailRecordOffset(record.size(), std::max(currentHeader.size(), roomForHeader)),
                       record.size(), true};
     if (place.offset < 0)
@@ -255,10 +325,30 @@ bool ContainerUpdate::renewSeries(const QByteArray &currentHeader, qsizetype roo
     if (!writeRecord(record, place))
         return false;
 
+    // A record that lay lower before has left its beginning in the area.
+    forgetArea();
     seriesRecord = place;
     safeHeader = currentHeader;
     sinceRenewal.start();
     return true;
+}
+
+bool ContainerUpdate::knowArea()
+{
+    if (areaInForce.isNull())
+        areaInForce = readArea(container);
+    return !areaInForce.isNull();
+}
+
+void ContainerUpdate::adoptArea(const QByteArray &area, const QByteArray &hashOfHeader)
+{
+    areaInForce = area;
+    hashInForce = hashOfHeader;
+}
+
+void ContainerUpdate::forgetArea()
+{
+    adoptArea({}, {});
 }
 
 } // namespace Tessarin::Core

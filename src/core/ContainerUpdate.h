@@ -39,6 +39,8 @@ public:
     /// The header that is in force, as JSON; null when it cannot be read, empty when its length makes no
     /// sense.
     [[nodiscard]] QByteArray header();
+    /// Its SHA-256; empty when it cannot be read.
+    [[nodiscard]] QByteArray headerHash();
     [[nodiscard]] static QByteArray headerOf(QIODevice &container);
 
     /// The open container, for appending blocks.
@@ -86,7 +88,13 @@ private:
     [[nodiscard]] Outcome putBack(const QByteArray &attempted, const QByteArray &former, const Place &record);
     [[nodiscard]] bool renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader);
 
+    [[nodiscard]] bool knowArea();
+    void adoptArea(const QByteArray &area, const QByteArray &hashOfHeader);
+    void forgetArea();
+
     QFile container;
+    QByteArray areaInForce; ///< What lies before the blocks, but for a record; null while not known.
+    QByteArray hashInForce; ///< SHA-256 of its header; empty while not known.
     Place seriesRecord;
     QByteArray safeHeader; ///< Of a series: the header that the record holds.
     QElapsedTimer sinceRenewal;

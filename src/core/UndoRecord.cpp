@@ -53,11 +53,11 @@ HeaderPieces cut(QByteArrayView header)
     if (end < 0)
         return {header, {}, {}, {}};
     const QByteArrayView text = header.sliced(start, end - start);
-    const QByteArray index = decodeBase64(text);
     // Text that does not come back the same from its bytes is kept as it stands.
-    if (index.toBase64() != text)
+    const std::optional<QByteArray> index = decodeCanonicalBase64(text);
+    if (!index)
         return {header, {}, {}, {}};
-    return {header.first(start), text, header.sliced(end), index};
+    return {header.first(start), text, header.sliced(end), *index};
 }
 
 void appendNumber(QByteArray &bytes, quint64 number)
@@ -67,7 +67,7 @@ void appendNumber(QByteArray &bytes, quint64 number)
     bytes.append(big.data(), big.size());
 }
 
-QByteArray recordBytes(const HeaderPieces &former, Kind kind, QByteArrayView formerHeader,
+QByteArray recordBytes(const HeaderPieces &former, Kind kind, const QByteArray &formerHash,
                        const QByteArray &newHash)
 {
     const QByteArray index = kind == IndexStaysInPlace ? QByteArray() : former.index;
@@ -81,7 +81,7 @@ QByteArray recordBytes(const HeaderPieces &former, Kind kind, QByteArrayView for
     for (const qsizetype length :
          {former.before.size(), index.size(), former.indexText.size(), former.after.size()})
         appendNumber(record, static_cast<quint64>(length));
-    record += Sha256::of(formerHeader);
+    record += formerHash;
     record += newHash;
     record += Sha256::of(record);
     return record;
@@ -156,19 +156,18 @@ bool UndoRecord::knows(QByteArrayView header) const
     return hash == formerHeaderHash || hash == newHeaderHash;
 }
 
-QByteArray undoRecordFor(const QByteArray &formerHeader, const QByteArray &newHeader)
+QByteArray undoRecordFor(const HashedHeader &former, const HashedHeader &next)
 {
-    const HeaderPieces former = cut(formerHeader);
+    const HeaderPieces pieces = cut(former.header);
     const bool indexStays =
-        newHeader.size() == formerHeader.size() && !former.indexText.isEmpty() &&
-        QByteArrayView(newHeader).sliced(former.before.size(), former.indexText.size()) == former.indexText;
-    return recordBytes(former, indexStays ? IndexStaysInPlace : WholeIndex, formerHeader,
-                       Sha256::of(newHeader));
+        next.header.size() == former.header.size() && !pieces.indexText.isEmpty() &&
+        next.header.sliced(pieces.before.size(), pieces.indexText.size()) == pieces.indexText;
+    return recordBytes(pieces, indexStays ? IndexStaysInPlace : WholeIndex, former.hash, next.hash);
 }
 
-QByteArray undoRecordForSeries(const QByteArray &formerHeader)
+QByteArray undoRecordForSeries(const HashedHeader &former)
 {
-    return recordBytes(cut(formerHeader), WholeIndex, formerHeader, QByteArray(Sha256::sizeBytes, '\0'));
+    return recordBytes(cut(former.header), WholeIndex, former.hash, QByteArray(Sha256::sizeBytes, '\0'));
 }
 
 qint64 tailRecordOffset(qint64 recordSize, qint64 headerLength)

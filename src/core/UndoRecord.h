@@ -26,12 +26,19 @@ struct UndoRecord
     [[nodiscard]] bool knows(QByteArrayView header) const;
 };
 
+/// A header's JSON with its SHA-256; the bytes must outlive the view.
+struct HashedHeader
+{
+    QByteArrayView header;
+    QByteArray hash;
+};
+
 /// The bytes of a record. The encrypted index in it is stored as it was before Base64, and not at all when
 /// the new header holds it at the same place.
-[[nodiscard]] QByteArray undoRecordFor(const QByteArray &formerHeader, const QByteArray &newHeader);
+[[nodiscard]] QByteArray undoRecordFor(const HashedHeader &former, const HashedHeader &next);
 
 /// A record for a header that several others follow.
-[[nodiscard]] QByteArray undoRecordForSeries(const QByteArray &formerHeader);
+[[nodiscard]] QByteArray undoRecordForSeries(const HashedHeader &former);
 
 /// Where a record of this size begins when it is kept in the unused tail of the header area; negative when
 /// it would share a page with a header of this length.

@@ -182,6 +182,7 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     // The old container is gone: from here on the new one's offsets count, wherever it ends up.
     sessionIndex = compacted.index;
     sessionSeal = sealOf(compacted.document);
+    knownHeaderHash.clear();
     if (copyDurably(compacted.path, targetPath, progress)) {
         QFile::setPermissions(targetPath, permissions);
         return true;

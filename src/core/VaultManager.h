@@ -160,6 +160,7 @@ private:
     void sealWithNewKey(ContainerDocument &document) const;
 
     // Changes of the container: begin, perhaps append, write the index.
+    [[nodiscard]] bool recallHeader(ContainerUpdate &update, ContainerDocument &document) const;
     [[nodiscard]] bool beginChange(ContainerUpdate &update, ContainerDocument &document) const;
     [[nodiscard]] ContainerUpdate::Outcome writeIndex(ContainerUpdate &update, ContainerDocument &document,
                                                       const SecureFileIndex &index,
@@ -204,8 +205,10 @@ private:
     SecretBytes masterKey;              ///< 64 bytes while unlocked, empty while locked.
     QMap<QString, QByteArray> payloads; ///< Of the legacy format; always empty.
     SecureFileIndex sessionIndex;
-    QByteArray sessionSeal;    ///< Tells the index that this session read or wrote last from any other.
-    QSet<QByteArray> ownSeals; ///< Of every index that this session tried to write.
+    QByteArray knownHeaderHash; ///< Of the header that this session wrote last; empty when it wrote none.
+    ContainerDocument knownDocument; ///< What that header says, but for the index.
+    QByteArray sessionSeal;          ///< Tells the index that this session read or wrote last from any other.
+    QSet<QByteArray> ownSeals;       ///< Of every index that this session tried to write.
     std::unique_ptr<ContainerUpdate> importSeries;
     ContainerManager containers;
     CryptoManager crypto;

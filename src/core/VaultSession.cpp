@@ -74,6 +74,7 @@ bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &p
     if (!openVault(containerPath, password, opened))
         return false;
 
+    knownHeaderHash.clear();
     masterKey = std::move(opened.masterKey);
     sessionIndex = opened.index;
     sessionSeal = sealOf(opened.document);
@@ -141,12 +142,23 @@ bool VaultManager::storeIndex(const SecureFileIndex &index, ContainerUpdate::Car
     return true;
 }
 
+/// Spares parsing a header that this session wrote itself. False when another one is in force.
+bool VaultManager::recallHeader(ContainerUpdate &update, ContainerDocument &document) const
+{
+    if (knownHeaderHash.isEmpty() || update.headerHash() != knownHeaderHash)
+        return false;
+    document = knownDocument;
+    return true;
+}
+
 /// Locks the container and reads its header. False when its index is not the one that this session knows:
 /// another program has saved, or another file lies there, and what it holds must not be lost.
 bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &document) const
 {
     if (!update.begin())
         return false;
+    if (recallHeader(update, document))
+        return true;
     const QByteArray header = update.header();
     const bool isHeader = containers.parseHeader(header, &document);
     if (header.isNull() || (isHeader && sealOf(document) == sessionSeal))
@@ -175,8 +187,13 @@ ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, Conta
     ownSeals.insert(sealOf(document));
     const ContainerUpdate::Outcome outcome =
         update.isInSeries() ? update.writeHeaderInSeries(header) : update.writeHeader(header, care);
-    if (outcome == ContainerUpdate::Outcome::Done)
-        sessionSeal = sealOf(document);
+    knownHeaderHash.clear();
+    if (outcome != ContainerUpdate::Outcome::Done)
+        return outcome;
+    sessionSeal = sealOf(document);
+    knownHeaderHash = update.headerHash();
+    knownDocument = document;
+    knownDocument.encryptedIndex.clear();
     return outcome;
 }
 

@@ -70,8 +70,10 @@ bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPat
     ContainerUpdate ownChange(sessionContainerPath);
     ContainerUpdate &change = importSeries ? *importSeries : ownChange;
     ContainerDocument document;
-    if (importSeries ? !containers.parseHeader(change.header(), &document) : !beginChange(change, document))
+    if (importSeries ? !recallHeader(change, document) && !containers.parseHeader(change.header(), &document)
+                     : !beginChange(change, document)) {
         return false;
+    }
     // It is sealed anew below; until then the memory is the blocks'.
     document.encryptedIndex.clear();
 
@@ -178,6 +180,7 @@ bool VaultManager::endImportSeries()
 /// or cannot be read, what it lists when it has been put back.
 void VaultManager::adoptIndexInForce(ContainerUpdate &update)
 {
+    knownHeaderHash.clear();
     for (const QByteArray &header : {update.header(), update.lastSafeHeader()}) {
         ContainerDocument document;
         if (containers.parseHeader(header, &document) && decryptIndex(document, &sessionIndex)) {

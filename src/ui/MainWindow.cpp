@@ -3,6 +3,7 @@
 
 #include "core/ContainerFormat.h"
 #include "platform/linux/LinuxDeviceManager.h"
+#include "platform/linux/MountWatcher.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/WaitCursor.h"
@@ -104,6 +105,9 @@ MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidge
     buildUi();
     buildMenus();
     connectSignals();
+    // Before the first look at the drives: what comes after it is told.
+    auto *mountWatcher = new Platform::Linux::MountWatcher(this);
+    connect(mountWatcher, &Platform::Linux::MountWatcher::changed, this, &MainWindow::followMounts);
     closingTimer.setInterval(closingIntervalMs);
     connect(&closingTimer, &QTimer::timeout, this, &MainWindow::closeSoon);
     refreshDevices();
@@ -115,11 +119,21 @@ MainWindow::~MainWindow() = default;
 
 void MainWindow::run(Operation operation)
 {
+    run([this, operation] { (this->*operation)(); });
+}
+
+void MainWindow::run(const std::function<void()> &operation)
+{
     if (operationRunning)
         return;
-    const QScopedValueRollback<bool> guard(operationRunning, true);
-    (this->*operation)();
-    updateActions();
+    {
+        const QScopedValueRollback<bool> guard(operationRunning, true);
+        operation();
+        updateActions();
+    }
+    // Not at once: a row of the list may be what this operation was started from.
+    if (mountsChanged)
+        QMetaObject::invokeMethod(this, &MainWindow::followMounts, Qt::QueuedConnection);
 }
 
 bool MainWindow::event(QEvent *event)
@@ -139,17 +153,18 @@ void MainWindow::closeEvent(QCloseEvent *event)
         return;
     }
 
-    const QScopedValueRollback<bool> guard(operationRunning, true);
-    bool locked = false;
-    {
-        const WaitCursor waitCursor;
-        locked = vaultManager.lockVault();
-    }
-    refreshVaultFiles();
-    updateActions();
-    event->setAccepted(locked);
-    if (!locked)
-        showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
+    run([&] {
+        bool locked = false;
+        {
+            const WaitCursor waitCursor;
+            locked = vaultManager.lockVault();
+        }
+        refreshVaultFiles();
+        updateActions();
+        event->setAccepted(locked);
+        if (!locked)
+            showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
+    });
 }
 
 void MainWindow::closeSoon()

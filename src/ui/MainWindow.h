@@ -13,6 +13,7 @@
 #include <QMainWindow>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 class QAction;
@@ -56,7 +57,8 @@ private:
     static constexpr int statusTimeoutMs = 5000; ///< Of the messages that tell an outcome.
 
     /// Runs a user's operation, unless one is running already; then nothing happens. Afterwards the window
-    /// shows the state that the operation left, whatever its outcome.
+    /// shows the state that the operation left, whatever its outcome, and the drives that came meanwhile.
+    void run(const std::function<void()> &operation);
     void run(Operation operation);
 
     // Assembling (MainWindow.cpp) ---------------------------------------------------------------------------
@@ -84,6 +86,9 @@ private:
 
     // Drives and containers (MainWindowDevices.cpp) ---------------------------------------------------------
     void refreshDevices();
+    /// Refreshes by itself, as soon as no operation runs, keeping the choice of a drive.
+    void followMounts();
+    void tellOfContainerDrive(bool wasThere);
     void addDeviceRow(const Platform::UsbDevice &device);
     [[nodiscard]] QString selectedUsbRootPath() const;
     [[nodiscard]] QString selectedUsbDisplayName() const;
@@ -95,6 +100,7 @@ private:
     void keepContainerDevice();
     void useContainer(const QString &path);
     void openDeviceItem(QListWidgetItem *item);
+    void useContainerOf(const QString &driveRoot);
     void chooseContainer();
     void createVault();
     /// UTF-8; empty when cancelled. The caller wipes it.
@@ -156,7 +162,8 @@ private:
     int sortColumn = VaultTable::NameColumn;
     Qt::SortOrder sortOrder = Qt::AscendingOrder;
     bool operationRunning = false;
-    QTimer closingTimer; ///< Runs while a wish to close waits.
+    bool mountsChanged = false; ///< While an operation ran.
+    QTimer closingTimer;        ///< Runs while a wish to close waits.
 
     QListWidget *deviceList = nullptr;
     QToolButton *vaultToggleButton = nullptr;

@@ -13,7 +13,6 @@
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QScopedValueRollback>
 #include <QSignalBlocker>
 #include <QStorageInfo>
 
@@ -91,6 +90,32 @@ void MainWindow::refreshDevices()
             selectDeviceForContainer(containerPath);
     }
     updateActions();
+}
+
+void MainWindow::followMounts()
+{
+    mountsChanged = operationRunning;
+    if (operationRunning)
+        return;
+    const QString chosenRoot = selectedUsbRootPath();
+    refreshDevices();
+    if (containerPath.isEmpty()) {
+        for (int row = 0; row < deviceList->count(); ++row) {
+            if (!chosenRoot.isEmpty() && rootPathOf(deviceList->item(row)) == chosenRoot)
+                setCurrentDeviceRow(row);
+        }
+    }
+    if (isUnlocked())
+        tellOfContainerDrive(!chosenRoot.isEmpty());
+}
+
+void MainWindow::tellOfContainerDrive(bool wasThere)
+{
+    const bool isThere = !selectedUsbRootPath().isEmpty();
+    if (wasThere && !isThere)
+        setStatusMessage(tr("A unidade do cofre aberto foi desconectada."), 0);
+    else if (!wasThere && isThere)
+        setStatusMessage(tr("A unidade do cofre aberto foi conectada de novo."), statusTimeoutMs);
 }
 
 void MainWindow::addDeviceRow(const Platform::UsbDevice &device)
@@ -185,16 +210,18 @@ void MainWindow::useContainer(const QString &path)
 void MainWindow::openDeviceItem(QListWidgetItem *item)
 {
     const QString root = rootPathOf(item);
-    if (operationRunning || root.isEmpty())
-        return;
-    const QScopedValueRollback<bool> guard(operationRunning, true);
+    if (!root.isEmpty())
+        run([this, root] { useContainerOf(root); });
+}
 
-    const QString path = Core::ContainerManager().containerPath(root);
+void MainWindow::useContainerOf(const QString &driveRoot)
+{
+    const QString path = Core::ContainerManager().containerPath(driveRoot);
     if (!QFileInfo(path).isFile()) {
         showInformation(
             this, tr("Tessarin"),
             tr("Nenhum tessarin.trvx foi encontrado em %1. Use Criar cofre para criar um novo container.")
-                .arg(root));
+                .arg(driveRoot));
         return;
     }
     // The container of an open vault stays the current one until the vault is locked.

@@ -36,6 +36,11 @@ public:
         window.show();
     }
 
+    explicit WindowHarness(std::unique_ptr<Platform::DeviceManager> detector) : window(std::move(detector))
+    {
+        window.show();
+    }
+
     QAction *action(const QString &name) { return window.findChild<QAction *>(name + u"Action"_qs); }
     void trigger(const QString &name) { action(name)->trigger(); }
 

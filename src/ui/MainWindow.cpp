@@ -4,6 +4,7 @@
 #include "core/ContainerFormat.h"
 #include "platform/linux/LinuxDeviceManager.h"
 #include "platform/linux/MountWatcher.h"
+#include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/WaitCursor.h"
@@ -26,7 +27,6 @@
 #include <QSessionManager>
 #include <QSignalBlocker>
 #include <QStatusBar>
-#include <QTableWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -265,7 +265,7 @@ QWidget *MainWindow::buildDeviceRow()
 
 void MainWindow::buildFilesTable()
 {
-    filesTable = new QTableWidget(0, VaultTable::ColumnCount);
+    filesTable = new FilesTable(VaultTable::ColumnCount);
     filesTable->setObjectName(u"filesTable"_s);
     filesTable->setAccessibleName(tr("Arquivos protegidos"));
     filesTable->setHorizontalHeaderLabels(

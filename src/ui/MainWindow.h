@@ -10,8 +10,10 @@
 #include "platform/DeviceManager.h"
 #include "ui/VaultTable.h"
 
+#include <QList>
 #include <QMainWindow>
 #include <QTimer>
+#include <QUrl>
 
 #include <functional>
 #include <memory>
@@ -23,12 +25,12 @@ class QListWidget;
 class QListWidgetItem;
 class QMenu;
 class QSessionManager;
-class QTableWidget;
 class QTableWidgetItem;
 class QToolButton;
 
 namespace Tessarin::UI {
 
+class FilesTable;
 class ProgressDialog;
 
 class MainWindow : public QMainWindow
@@ -130,12 +132,17 @@ private:
     void sortByColumn(int column);
     void openTableItem(QTableWidgetItem *item);
     void showTableMenu(const QPoint &position);
+    [[nodiscard]] bool takesDrops();
+    void takeDrop(const QList<QUrl> &urls, int row);
 
     // Files and folders (MainWindowFiles.cpp) ---------------------------------------------------------------
     void importFiles();
+    void importDropped(const QList<QUrl> &urls, const QString &directory);
+    void importInto(const QString &directory, const QStringList &sources);
     [[nodiscard]] bool confirmImportFitsStorage(const QStringList &sources) const;
     /// The vault path that the file is stored under; empty when it is not.
-    [[nodiscard]] QString importOneFile(const QString &source, ProgressDialog &progress);
+    [[nodiscard]] QString importOneFile(const QString &source, const QString &directory,
+                                        ProgressDialog &progress);
     void exportSelectedFile();
     void openSelectedFile();
     void deleteSelectedFile();
@@ -168,7 +175,7 @@ private:
     QListWidget *deviceList = nullptr;
     QToolButton *vaultToggleButton = nullptr;
     QLabel *protectedFilesLabel = nullptr;
-    QTableWidget *filesTable = nullptr;
+    FilesTable *filesTable = nullptr;
     QLabel *containerLabel = nullptr;
     QLabel *versionLabel = nullptr;
     QLabel *dateLabel = nullptr;

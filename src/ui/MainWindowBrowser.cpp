@@ -2,6 +2,7 @@
 #include "ui/MainWindow.h"
 
 #include "core/VaultPath.h"
+#include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 
 #include <QAction>
@@ -11,7 +12,6 @@
 #include <QLayout>
 #include <QMenu>
 #include <QSignalBlocker>
-#include <QTableWidget>
 #include <QTableWidgetItem>
 
 namespace Tessarin::UI {
@@ -171,6 +171,24 @@ void MainWindow::showTableMenu(const QPoint &position)
     menu.addSeparator();
     menu.addAction(deleteFileAction);
     menu.exec(filesTable->viewport()->mapToGlobal(position));
+}
+
+bool MainWindow::takesDrops()
+{
+    if (operationRunning)
+        return false;
+    if (!isUnlocked())
+        setStatusMessage(tr("Desbloqueie o cofre para importar arquivos."), statusTimeoutMs);
+    return isUnlocked();
+}
+
+void MainWindow::takeDrop(const QList<QUrl> &urls, int row)
+{
+    const QString directory =
+        row < 0 ? currentDirectory : pathOf(filesTable->item(row, VaultTable::NameColumn));
+    // Not at once: the program that the files come from waits until the drop is over.
+    const auto import = [=, this] { run([&] { importDropped(urls, directory); }); };
+    QMetaObject::invokeMethod(this, import, Qt::QueuedConnection);
 }
 
 } // namespace Tessarin::UI

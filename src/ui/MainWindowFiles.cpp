@@ -56,7 +56,32 @@ QString askForName(QWidget *parent, const QString &title, const QString &prompt,
 void MainWindow::importFiles()
 {
     const QStringList sources = QFileDialog::getOpenFileNames(this, tr("Importar arquivos para o cofre"));
-    if (sources.isEmpty() || !confirmImportFitsStorage(sources))
+    if (!sources.isEmpty())
+        importInto(currentDirectory, sources);
+}
+
+void MainWindow::importDropped(const QList<QUrl> &urls, const QString &directory)
+{
+    QStringList sources;
+    for (const QUrl &url : urls) {
+        const QString path = url.toLocalFile();
+        if (path.isEmpty() || QFileInfo(path).isDir()) {
+            showInformation(
+                this, tr("Importar arquivos"),
+                tr("Nada foi importado. Só arquivos deste computador podem ser arrastados para o "
+                   "cofre, e não pastas nem endereços de rede.\n\nPara importar o conteúdo de uma "
+                   "pasta, abra-a e arraste os arquivos."));
+            return;
+        }
+        sources.append(path);
+    }
+    if (isUnlocked() && !sources.isEmpty())
+        importInto(directory, sources);
+}
+
+void MainWindow::importInto(const QString &directory, const QStringList &sources)
+{
+    if (!confirmImportFitsStorage(sources))
         return;
 
     QStringList imported;
@@ -66,7 +91,7 @@ void MainWindow::importFiles()
                                 Qt::ApplicationModal);
         vaultManager.beginImportSeries();
         for (const QString &source : sources) {
-            const QString target = importOneFile(source, progress);
+            const QString target = importOneFile(source, directory, progress);
             if (!target.isEmpty())
                 imported.append(target);
         }
@@ -127,10 +152,10 @@ bool MainWindow::confirmImportFitsStorage(const QStringList &sources) const
                              .arg(formatFileSize(totalBytes), formatFileSize(remainingBytes)));
 }
 
-QString MainWindow::importOneFile(const QString &source, ProgressDialog &progress)
+QString MainWindow::importOneFile(const QString &source, const QString &directory, ProgressDialog &progress)
 {
     const QString sourceName = QFileInfo(source).fileName();
-    const QString target = Core::joinVaultPath(currentDirectory, sourceName);
+    const QString target = Core::joinVaultPath(directory, sourceName);
     const QString speedNote = importSpeedNote();
     progress.report(0, 0, tr("Importando %1...\n\n%2").arg(Core::vaultBaseName(target), speedNote));
 

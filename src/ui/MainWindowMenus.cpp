@@ -2,6 +2,7 @@
 #include "ui/MainWindow.h"
 
 #include "ui/AboutDialog.h"
+#include "ui/FilesTable.h"
 #include "ui/HelpDialog.h"
 #include "ui/WebAddresses.h"
 
@@ -12,7 +13,6 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
-#include <QTableWidget>
 #include <QToolButton>
 #include <QUrl>
 
@@ -164,6 +164,8 @@ void MainWindow::connectSignals()
         if (!operationRunning)
             showTableMenu(position);
     });
+    filesTable->setDropCheck([this] { return takesDrops(); });
+    connect(filesTable, &FilesTable::dropped, this, &MainWindow::takeDrop);
 }
 
 void MainWindow::toggleVault()

@@ -6,7 +6,9 @@
 #include "ui/MainWindow.h"
 
 #include <QAction>
+#include <QDropEvent>
 #include <QListWidget>
+#include <QMimeData>
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QToolButton>
@@ -73,6 +75,24 @@ public:
     {
         click(name);
         QTest::mouseDClick(table.viewport(), Qt::LeftButton, {}, placeOf(name));
+    }
+
+    /// What a file manager does, at a row or, without one, below all rows. False: not welcome.
+    bool drop(const QStringList &paths, const QString &row = {})
+    {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const QString &path : paths)
+            urls += QUrl::fromLocalFile(path);
+        data.setUrls(urls);
+        const QPoint place = row.isEmpty() ? table.viewport()->rect().bottomRight() : placeOf(row);
+        QDragEnterEvent enter(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(table.viewport(), &enter);
+        QDropEvent drop(place, enter.possibleActions(), &data, Qt::LeftButton, {});
+        if (enter.isAccepted())
+            QApplication::sendEvent(table.viewport(), &drop);
+        QApplication::processEvents();
+        return enter.isAccepted() && drop.isAccepted() && drop.dropAction() == Qt::CopyAction;
     }
 
 private:

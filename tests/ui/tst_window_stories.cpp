@@ -68,6 +68,7 @@ private Q_SLOTS:
         const auto meddle = [&](QWidget &progress) {
             w.trigger(u"import"_s);
             w.trigger(u"lock"_s);
+            QVERIFY(!w.drop({path}));
             w.enter(u"Docs"_s);
             QTest::keyClick(&progress, Qt::Key_Escape);
             progress.close();
@@ -96,6 +97,30 @@ private Q_SLOTS:
               u"0 arquivos importados com sucesso."_s);
         QVERIFY(QFile::rename(container + u".away"_s, container));
         QCOMPARE(w.rows().size(), 3);
+    }
+
+    void filesAreDroppedWhereTheyAreToGo()
+    {
+        const QString path = host.filePath(u"nota.txt"_s);
+        const auto drop = [&](const QString &row, const QList<DialogStep> &steps) {
+            drive([&] { QVERIFY(w.drop({path}, row)); }, steps);
+            return w.window.statusBar()->currentMessage();
+        };
+        const DialogStep keep = press(u"Substituir arquivo"_s, u"nota.txt já"_s, u"Não"_s);
+        QCOMPARE(drop(u"nota.txt"_s, {keep}), u"0 arquivos importados com sucesso."_s);
+        QCOMPARE(drop(u"Docs"_s, {}), u"Arquivo importado com sucesso."_s);
+        w.enter(u"Docs"_s);
+        QCOMPARE(w.rows(), (QStringList{u".."_s, u"2024"_s, u"nota.txt"_s}));
+        drop(u".."_s, {keep});
+        drive(
+            [&] {
+                QVERIFY(w.drop({path, host.path()}));
+            },
+            {told(u"Nada foi importado."_s, u"Importar arquivos"_s)});
+
+        w.click(u"nota.txt"_s);
+        w.act(u"deleteFile"_s, {press(u"Excluir arquivo"_s, {}, u"Sim"_s)});
+        w.enter(u".."_s);
     }
 
     void anExportedFileHasTheSameBytes()
@@ -237,6 +262,8 @@ private Q_SLOTS:
         w.enter(u"Papéis"_s);
         w.act(u"lock"_s, {}, u"Cofre bloqueado."_s);
         QVERIFY(w.table.rowCount() == 0 && !QFile::exists(openedCopy));
+        QVERIFY(!w.drop({host.filePath(u"nota.txt"_s)}));
+        QCOMPARE(w.window.statusBar()->currentMessage(), u"Desbloqueie o cofre para importar arquivos."_s);
 
         unlock();
         QCOMPARE(w.rows(), (QStringList{u"Papéis"_s, u"carta.txt"_s, u"Foto.JPG"_s}));

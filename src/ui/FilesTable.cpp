@@ -1,0 +1,99 @@
+// Only copying is ever agreed to: after a move, the file manager would delete what was dragged.
+#include "ui/FilesTable.h"
+
+#include "ui/VaultTable.h"
+
+#include <QDragEnterEvent>
+#include <QDragLeaveEvent>
+#include <QDragMoveEvent>
+#include <QDropEvent>
+#include <QMimeData>
+#include <QPainter>
+
+namespace Tessarin::UI {
+
+namespace {
+
+constexpr int edgeWidth = 2;
+constexpr int tintAlpha = 60;
+
+} // namespace
+
+FilesTable::FilesTable(int columns, QWidget *parent) : QTableWidget(0, columns, parent)
+{
+    setAcceptDrops(true);
+    setDropIndicatorShown(false);
+}
+
+void FilesTable::dragEnterEvent(QDragEnterEvent *event)
+{
+    isDropTarget = event->mimeData()->hasUrls() && event->possibleActions().testFlag(Qt::CopyAction) &&
+                   takesDrops && takesDrops();
+    dragMoveEvent(event);
+}
+
+void FilesTable::dragMoveEvent(QDragMoveEvent *event)
+{
+    if (!isDropTarget) {
+        event->ignore();
+        return;
+    }
+    QTableWidget::dragMoveEvent(event); // It scrolls at the edges.
+    targetRow = folderRowAt(event->position().toPoint());
+    viewport()->update();
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+}
+
+void FilesTable::dragLeaveEvent(QDragLeaveEvent *event)
+{
+    QTableWidget::dragLeaveEvent(event);
+    isDropTarget = false;
+}
+
+void FilesTable::dropEvent(QDropEvent *event)
+{
+    if (!isDropTarget) {
+        event->ignore();
+        return;
+    }
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+    const int row = folderRowAt(event->position().toPoint());
+    // To the base class the drag has left: it would want to put what was dropped into its model.
+    QDragLeaveEvent leave;
+    dragLeaveEvent(&leave);
+    Q_EMIT dropped(event->mimeData()->urls(), row);
+}
+
+void FilesTable::paintEvent(QPaintEvent *event)
+{
+    QTableWidget::paintEvent(event);
+    if (!isDropTarget)
+        return;
+    QRect target = viewport()->rect();
+    if (targetRow >= 0) {
+        target.setTop(rowViewportPosition(targetRow));
+        target.setHeight(rowHeight(targetRow));
+    }
+    QColor tint = palette().color(QPalette::Highlight);
+    QPainter painter(viewport());
+    painter.setPen(QPen(tint, edgeWidth, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin));
+    if (targetRow >= 0) {
+        tint.setAlpha(tintAlpha);
+        painter.setBrush(tint);
+    }
+    // The pen is drawn around the outline's middle.
+    painter.drawRect(target.adjusted(edgeWidth / 2, edgeWidth / 2, -edgeWidth / 2, -edgeWidth / 2));
+}
+
+int FilesTable::folderRowAt(const QPoint &position) const
+{
+    const QModelIndex place = indexAt(position);
+    const QModelIndex name = place.siblingAtColumn(VaultTable::NameColumn);
+    const bool isFolder = name.isValid() && name.data(VaultTable::KindRole).toInt() !=
+                                                static_cast<int>(VaultTableItemKind::File);
+    return isFolder ? name.row() : -1;
+}
+
+} // namespace Tessarin::UI

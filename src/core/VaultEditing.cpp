@@ -9,6 +9,12 @@ namespace Tessarin::Core {
 
 bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *tempPath)
 {
+    return prepareFileForEditing(vaultPath, tempPath, {});
+}
+
+bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *tempPath,
+                                         const ProgressCallback &progress)
+{
     if (sessionState != Unlocked || tempPath == nullptr)
         return false;
     const VaultFileEntry *entry = sessionIndex.findFile(normalizedVaultPath(vaultPath));
@@ -25,7 +31,7 @@ bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *temp
         openCopies.untrack(path);
     if (!isOpened)
         return false;
-    if (!writeVaultFileToDevice(path, &copy))
+    if (!writeVaultFileToDevice(path, &copy, progress))
         return false;
     copy.close();
     if (!openCopies.track(path, copyPath))
@@ -37,9 +43,14 @@ bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *temp
 
 bool VaultManager::syncModifiedTempFiles()
 {
+    return syncModifiedTempFiles({});
+}
+
+bool VaultManager::syncModifiedTempFiles(const ProgressCallback &progress)
+{
     const QList<TrackedTempFile> modified = openCopies.modifiedFiles();
     for (const TrackedTempFile &copy : modified) {
-        if (!workspace.holdsCopy(copy.vaultPath) || !importFile(copy.tempPath, copy.vaultPath))
+        if (!workspace.holdsCopy(copy.vaultPath) || !importFile(copy.tempPath, copy.vaultPath, progress))
             return false;
     }
     return true;

@@ -38,8 +38,8 @@ class QIODevice;
 
 namespace Tessarin::Core {
 
-/// Told after every block or chunk: bytes done, bytes in all, and what is being worked on. May be empty; it
-/// cannot cancel anything.
+/// Told after every block or chunk: bytes done, bytes in all, and what is being worked on, for files the
+/// vault path. May be empty; it cannot cancel anything.
 using ProgressCallback = std::function<void(qint64 doneBytes, qint64 totalBytes, const QString &label)>;
 
 class VaultManager
@@ -73,6 +73,7 @@ public:
     /// Writes changed copies back, removes the workspace, forgets the key. False with the session still
     /// unlocked when a copy could not be written back; false with it locked when the workspace stayed.
     [[nodiscard]] bool lockVault();
+    [[nodiscard]] bool lockVault(const ProgressCallback &progress);
 
     /// Wraps the master key under a new password; only while locked. No file data is touched.
     [[nodiscard]] bool changePassword(const QString &containerPath, const QByteArray &currentPassword,
@@ -98,9 +99,13 @@ public:
 
     /// Writes the plaintext of a file to an open device. The path is used as it is, ignoring letter case.
     [[nodiscard]] bool writeVaultFileToDevice(const QString &vaultPath, QIODevice *device) const;
+    [[nodiscard]] bool writeVaultFileToDevice(const QString &vaultPath, QIODevice *device,
+                                              const ProgressCallback &progress) const;
 
     /// Writes the plaintext of a file to a local path. What was written before a failure stays there.
     [[nodiscard]] bool exportFile(const QString &vaultPath, const QString &targetPath) const;
+    [[nodiscard]] bool exportFile(const QString &vaultPath, const QString &targetPath,
+                                  const ProgressCallback &progress) const;
 
     // Namespace (VaultNamespace.cpp) ------------------------------------------------------------------------
     // All refuse what does not exist, and a target that exists already, letter case aside. Moving and
@@ -130,9 +135,12 @@ public:
     /// Decrypts a file into the workspace and remembers the copy; `tempPath` receives where it lies. A copy
     /// that exists already is overwritten.
     [[nodiscard]] bool prepareFileForEditing(const QString &vaultPath, QString *tempPath);
+    [[nodiscard]] bool prepareFileForEditing(const QString &vaultPath, QString *tempPath,
+                                             const ProgressCallback &progress);
 
     /// Imports every changed copy; stops at the first failure.
     [[nodiscard]] bool syncModifiedTempFiles();
+    [[nodiscard]] bool syncModifiedTempFiles(const ProgressCallback &progress);
 
     /// The opened files whose copies have changed.
     [[nodiscard]] QList<TrackedTempFile> modifiedOpenFiles() const;

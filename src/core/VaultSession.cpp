@@ -86,7 +86,12 @@ bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &p
 
 bool VaultManager::lockVault()
 {
-    if (sessionState == Unlocked && !syncModifiedTempFiles())
+    return lockVault({});
+}
+
+bool VaultManager::lockVault(const ProgressCallback &progress)
+{
+    if (sessionState == Unlocked && !syncModifiedTempFiles(progress))
         return false;
 
     openCopies.clear();

@@ -192,6 +192,12 @@ void VaultManager::adoptIndexInForce(ContainerUpdate &update)
 
 bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *device) const
 {
+    return writeVaultFileToDevice(vaultPath, device, {});
+}
+
+bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *device,
+                                          const ProgressCallback &progress) const
+{
     if (device == nullptr || sessionState != Unlocked)
         return false;
     const VaultFileEntry *entry = sessionIndex.findFile(vaultPath);
@@ -200,6 +206,8 @@ bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *d
         return false;
 
     const QByteArray blockData = associatedData({}, "file-block");
+    const qint64 totalBytes = entry->sizeBytes;
+    qint64 doneBytes = 0;
     BlockBuffers buffers;
     QByteArray stored;
     for (const VaultFileBlock &block : entry->blocks) {
@@ -208,11 +216,20 @@ bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *d
             device->write(buffers.usedPlain(block.plainSize).data(), block.plainSize) != block.plainSize) {
             return false;
         }
+        doneBytes += block.plainSize;
+        if (progress)
+            progress(doneBytes, totalBytes, entry->vaultPath);
     }
     return true;
 }
 
 bool VaultManager::exportFile(const QString &vaultPath, const QString &targetPath) const
+{
+    return exportFile(vaultPath, targetPath, {});
+}
+
+bool VaultManager::exportFile(const QString &vaultPath, const QString &targetPath,
+                              const ProgressCallback &progress) const
 {
     const QString path = normalizedVaultPath(vaultPath);
     // Opening the container under another of its names would cut it to nothing.
@@ -223,7 +240,7 @@ bool VaultManager::exportFile(const QString &vaultPath, const QString &targetPat
 
     QFile target(targetPath);
     return target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) &&
-           writeVaultFileToDevice(path, &target);
+           writeVaultFileToDevice(path, &target, progress);
 }
 
 /// Stops copies of a file that is no longer the vault's from being written back.

@@ -7,7 +7,6 @@
 #include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
-#include "ui/WaitCursor.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
@@ -146,6 +145,7 @@ void MainWindow::closeEvent(QCloseEvent *event)
 {
     if (operationRunning) {
         event->ignore();
+        closingTimer.start(); // The wish waits until the operation is over.
         return;
     }
     if (!isUnlocked()) {
@@ -154,11 +154,7 @@ void MainWindow::closeEvent(QCloseEvent *event)
     }
 
     run([&] {
-        bool locked = false;
-        {
-            const WaitCursor waitCursor;
-            locked = vaultManager.lockVault();
-        }
+        const bool locked = lockShowingProgress();
         refreshVaultFiles();
         updateActions();
         event->setAccepted(locked);

@@ -113,6 +113,8 @@ private:
     // Vault access (MainWindowAccess.cpp) -------------------------------------------------------------------
     void unlockVault();
     void lockVault();
+    /// What the engine's lock answers.
+    [[nodiscard]] bool lockShowingProgress();
     void changeVaultPassword();
     void backupContainer();
     [[nodiscard]] bool copyContainer(QFile &source, QFile &destination);

@@ -71,17 +71,21 @@ void MainWindow::unlockVault()
 
 void MainWindow::lockVault()
 {
-    bool locked = false;
-    {
-        const WaitCursor waitCursor;
-        locked = vaultManager.lockVault();
-    }
+    const bool locked = lockShowingProgress();
     refreshVaultFiles();
     updateActions();
     if (!locked)
         showWarning(this, tr("Tessarin"), tr("Não foi possível limpar a área temporária."),
                     lockFailureDetails());
     setStatusMessage(tr("Cofre bloqueado."), statusTimeoutMs);
+}
+
+bool MainWindow::lockShowingProgress()
+{
+    ProgressDialog progress(this, tr("Bloquear cofre"));
+    const bool locked = vaultManager.lockVault(progress.reporter(tr("Gravando %1 no cofre...\n%2 de %3")));
+    progress.finish();
+    return locked;
 }
 
 QString MainWindow::lockFailureDetails() const

@@ -1,7 +1,6 @@
 // Compaction as people see it: the question, the progress, and which of its three outcomes came about.
 #include "ui/MainWindow.h"
 
-#include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/ProgressDialog.h"
 
@@ -30,12 +29,7 @@ void MainWindow::compactVault()
                                 tr("Compactando o cofre...\n\nSerá criado temporariamente um container "
                                    "criptografado no disco local."),
                                 Qt::ApplicationModal);
-        const auto showProgress = [&](qint64 doneBytes, qint64 totalBytes, const QString &label) {
-            progress.report(
-                doneBytes, totalBytes,
-                tr("%1...\n%2 de %3").arg(label, formatFileSize(doneBytes), formatFileSize(totalBytes)));
-        };
-        compacted = vaultManager.compactVault(showProgress, &preservedPath);
+        compacted = vaultManager.compactVault(progress.reporter(tr("%1...\n%2 de %3")), &preservedPath);
         progress.finish();
     }
 

@@ -8,7 +8,6 @@
 #include "ui/MessageBoxes.h"
 #include "ui/MoveFileDialog.h"
 #include "ui/ProgressDialog.h"
-#include "ui/WaitCursor.h"
 
 #include <QDesktopServices>
 #include <QFileDialog>
@@ -184,8 +183,9 @@ void MainWindow::exportSelectedFile()
         return;
     bool exported = false;
     {
-        const WaitCursor waitCursor;
-        exported = vaultManager.exportFile(path, target);
+        ProgressDialog progress(this, tr("Exportar arquivo"));
+        exported = vaultManager.exportFile(path, target, progress.reporter(tr("Exportando %1...\n%2 de %3")));
+        progress.finish();
     }
     if (exported) {
         setStatusMessage(tr("Arquivo exportado com sucesso."), statusTimeoutMs);
@@ -203,8 +203,10 @@ void MainWindow::openSelectedFile()
     QString tempPath;
     bool prepared = false;
     {
-        const WaitCursor waitCursor;
-        prepared = vaultManager.prepareFileForEditing(path, &tempPath);
+        ProgressDialog progress(this, tr("Abrir arquivo"));
+        prepared = vaultManager.prepareFileForEditing(path, &tempPath,
+                                                      progress.reporter(tr("Abrindo %1...\n%2 de %3")));
+        progress.finish();
     }
     if (!prepared) {
         showWarning(this, tr("Tessarin"), tr("Não foi possível preparar o arquivo para edição."));

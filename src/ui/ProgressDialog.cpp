@@ -1,6 +1,8 @@
 // Shows long work that cannot be cancelled.
 #include "ui/ProgressDialog.h"
 
+#include "ui/Formatting.h"
+
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -10,6 +12,7 @@
 #include <QThread>
 
 #include <cmath>
+#include <limits>
 
 namespace Tessarin::UI {
 
@@ -19,6 +22,7 @@ constexpr int dialogWidth = 460;
 constexpr int textWidth = 420;
 constexpr int barSteps = 1000;
 constexpr int focusTimeoutMs = 300;
+constexpr int longWorkMs = 500;
 
 /// A label that breaks a word which is wider than the label: file names may have 255 letters and no space.
 class WrappingLabel final : public QLabel
@@ -92,17 +96,37 @@ ProgressDialog::ProgressDialog(QWidget *parent, const QString &title, const QStr
                                Qt::WindowModality modality)
     : QProgressDialog(parent)
 {
-    awaitFocus(parent);
+    build(title, modality);
+    begin(text);
+}
+
+ProgressDialog::ProgressDialog(QWidget *parent, const QString &title) : QProgressDialog(parent)
+{
+    build(title, Qt::ApplicationModal);
+    waitCursor.emplace();
+    sinceStart.start();
+}
+
+void ProgressDialog::build(const QString &title, Qt::WindowModality modality)
+{
     setObjectName(QStringLiteral("progressDialog"));
     setWindowTitle(title);
     setWindowModality(modality);
     setLabel(new WrappingLabel(this));
     setCancelButton(nullptr);
     setRange(0, barSteps);
-    setMinimumDuration(0);
+    // Not by itself: it would guess how long the work takes, and show sooner.
+    setMinimumDuration(std::numeric_limits<int>::max());
     setAutoClose(false);
     setAutoReset(false);
     setFixedWidth(dialogWidth);
+}
+
+void ProgressDialog::begin(const QString &text)
+{
+    waitCursor.reset();
+    awaitFocus(parentWidget());
+    setMinimumDuration(0);
     setLabelText(text);
     setValue(0);
     show();
@@ -111,15 +135,31 @@ ProgressDialog::ProgressDialog(QWidget *parent, const QString &title, const QStr
 
 void ProgressDialog::report(qint64 doneBytes, qint64 totalBytes, const QString &text)
 {
+    if (!isVisible()) {
+        if (sinceStart.elapsed() < longWorkMs || doneBytes >= totalBytes)
+            return;
+        begin(text);
+    }
     setLabelText(text);
     setValue(totalBytes > 0 ? static_cast<int>(doneBytes * barSteps / totalBytes) : 0);
     // setValue() lets events run only when the bar moves.
     QCoreApplication::processEvents();
 }
 
+std::function<void(qint64, qint64, const QString &)> ProgressDialog::reporter(const QString &text)
+{
+    return [this, text](qint64 doneBytes, qint64 totalBytes, const QString &subject) {
+        report(doneBytes, totalBytes,
+               text.arg(subject, formatFileSize(doneBytes), formatFileSize(totalBytes)));
+    };
+}
+
 void ProgressDialog::finish()
 {
     finished = true;
+    waitCursor.reset();
+    if (!isVisible())
+        return;
     setValue(maximum());
     accept();
 }

@@ -2,7 +2,13 @@
 // button is pressed. Its text is plain and keeps to the dialog's width.
 #pragma once
 
+#include "ui/WaitCursor.h"
+
+#include <QElapsedTimer>
 #include <QProgressDialog>
+
+#include <functional>
+#include <optional>
 
 namespace Tessarin::UI {
 
@@ -11,10 +17,18 @@ class ProgressDialog : public QProgressDialog
     Q_OBJECT
 
 public:
+    /// Shows at once.
     ProgressDialog(QWidget *parent, const QString &title, const QString &text, Qt::WindowModality modality);
+
+    /// For work that is long or short, as files are: the wait cursor at first, and the dialog at the first
+    /// report after half a second, if there is more to come. Application-modal.
+    ProgressDialog(QWidget *parent, const QString &title);
 
     /// Sets the bar to done / total (0 when total is not positive) and the text, and lets events run.
     void report(qint64 doneBytes, qint64 totalBytes, const QString &text);
+
+    /// A callback that reports; `text` has places for what is worked on, the bytes done, and those in all.
+    [[nodiscard]] std::function<void(qint64, qint64, const QString &)> reporter(const QString &text);
 
     /// Fills the bar and closes.
     void finish();
@@ -26,6 +40,11 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
+    void build(const QString &title, Qt::WindowModality modality);
+    void begin(const QString &text);
+
+    QElapsedTimer sinceStart;
+    std::optional<WaitCursor> waitCursor; ///< Until the dialog shows.
     bool finished = false;
 };
 

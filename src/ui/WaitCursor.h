@@ -1,8 +1,9 @@
 // Shows the wait cursor while the engine works without a progress display: it derives a key, which takes
-// about a second, or decrypts or takes back a file, which takes as long as the file is large.
+// about a second, or has begun what may be over before a progress display is worth while.
 #pragma once
 
 #include <QCoreApplication>
+#include <QCursor>
 #include <QGuiApplication>
 
 namespace Tessarin::UI {

@@ -6,9 +6,12 @@
 
 #include <QDesktopServices>
 #include <QDir>
+#include <QThread>
 #include <QUrl>
 
 #include <csignal>
+
+#include <sys/stat.h>
 
 using namespace Tessarin::Tests;
 using namespace Tessarin::UI;
@@ -24,7 +27,8 @@ public Q_SLOTS:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(vault.createAndUnlock() && vault.put(u"carta.txt"_s, "antes") && vault.vault.lockVault());
+        QVERIFY(vault.createAndUnlock() && vault.put(u"carta.txt"_s, "antes") &&
+                vault.put(u"video.mp4"_s, video) && vault.vault.lockVault());
         // Only now, for the test library has handlers of its own.
         connect(new TerminationSignals(this), &TerminationSignals::requested, &w.window,
                 &MainWindow::closeSoon);
@@ -66,14 +70,44 @@ private Q_SLOTS:
         writeFile(other, "de fora");
         writeFile(photo, noise(300000, 1));
         writeFile(openedCopy, "de dentro");
-        const auto ask = [](QWidget &question) {
-            std::raise(SIGTERM);
+        const auto ask = [this](QWidget &question) {
+            w.window.close();
             QTRY_VERIFY(!question.isVisible());
         };
         w.act(u"import"_s, {pick(u"Importar arquivos para o cofre"_s, {other, photo}),
                             {u"Substituir arquivo"_s, {}, ask}});
         verifyClosed("de dentro");
-        QCOMPARE(vault.filePaths(), (QStringList{u"foto.jpg"_s, u"carta.txt"_s}));
+        QCOMPARE(vault.filePaths(), (QStringList{u"video.mp4"_s, u"foto.jpg"_s, u"carta.txt"_s}));
+    }
+
+    void longWorkFinishesFirst()
+    {
+        // A pipe that nobody reads from for a while is as slow as a drive can be.
+        const QString slow = vault.folder.filePath(u"lento"_s);
+        QVERIFY(::mkfifo(slow.toLocal8Bit(), 0600) == 0);
+        QByteArray received;
+        const std::unique_ptr<QThread> reader(QThread::create([&] {
+            QFile pipe(slow);
+            const bool isOpen = pipe.open(QIODevice::ReadOnly);
+            QThread::msleep(600);
+            received = isOpen ? pipe.readAll() : QByteArray();
+        }));
+        reader->start();
+
+        writeFile(openedCopy, "editada");
+        const QString title = u"Exportar arquivo"_s;
+        const auto ask = [&](QWidget &progress) {
+            std::raise(SIGTERM);
+            QTest::qWait(100);
+            QVERIFY(progress.isVisible() && w.window.isVisible());
+        };
+        w.click(u"video.mp4"_s);
+        w.act(u"export"_s, {press(title, {}, u"Continuar"_s),
+                            pick(title, {slow}),
+                            press(title, {}, u"Yes"_s),
+                            {title, u"Exportando video.mp4..."_s, ask}});
+        QVERIFY(reader->wait(10000) && received == video);
+        verifyClosed("editada");
     }
 
     void aVaultThatCannotBeLockedKeepsItsWindow()
@@ -107,6 +141,7 @@ private:
     }
 
     VaultFixture vault;
+    const QByteArray video = noise(40000000, 2); ///< Three blocks.
     QString openedCopy;
     WindowHarness w{{usbDrive(u"PENDRIVE"_s, vault.folder.path(), u"/dev/x1"_s)}};
 };

@@ -1,11 +1,11 @@
 // Starts the program: who it is, its window, its event loop.
+#include "ui/ApplicationIcon.h"
 #include "ui/MainWindow.h"
 #include "ui/ProcessProtection.h"
 #include "ui/QtTexts.h"
 #include "ui/TerminationSignals.h"
 
 #include <QApplication>
-#include <QIcon>
 
 int main(int argc, char *argv[])
 {
@@ -15,7 +15,7 @@ int main(int argc, char *argv[])
     QApplication::setApplicationVersion(QStringLiteral(TESSARIN_VERSION));
     QApplication::setOrganizationName(QStringLiteral("Tessarin"));
     QApplication::setDesktopFileName(QStringLiteral("tessarin"));
-    QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/Tessarin.ico")));
+    QApplication::setWindowIcon(Tessarin::UI::applicationIcon());
 
     // The program speaks Portuguese on every system, so Qt's own buttons and file dialogs have to as well.
     Tessarin::UI::QtTexts qtTexts;

@@ -1,12 +1,12 @@
 // Names the version, the environment the program runs in, and the components it is made of.
 #include "ui/AboutDialog.h"
 
+#include "ui/ApplicationIcon.h"
 #include "ui/WebAddresses.h"
 
 #include <QCoreApplication>
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
-#include <QIcon>
 #include <QLabel>
 #include <QLibraryInfo>
 #include <QListWidget>
@@ -42,7 +42,7 @@ QLayout *buildHeader(QWidget *parent)
     auto *iconLabel = new QLabel(parent);
     iconLabel->setObjectName(QStringLiteral("iconLabel"));
     iconLabel->setAccessibleName(AboutDialog::tr("Ícone do Tessarin"));
-    iconLabel->setPixmap(QIcon(QStringLiteral(":/icons/Tessarin.ico")).pixmap(headerIconSize));
+    iconLabel->setPixmap(applicationIcon().pixmap(headerIconSize));
 
     auto *titleLabel = new QLabel(AboutDialog::tr("Tessarin"), parent);
     titleLabel->setObjectName(QStringLiteral("titleLabel"));

@@ -4,6 +4,7 @@
 #include "core/ContainerFormat.h"
 #include "platform/linux/LinuxDeviceManager.h"
 #include "platform/linux/MountWatcher.h"
+#include "ui/ApplicationIcon.h"
 #include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
@@ -233,7 +234,7 @@ QWidget *MainWindow::buildDeviceRow()
     iconLabel->setAccessibleName(tr("Ícone do Tessarin"));
     iconLabel->setFixedSize(square);
     iconLabel->setAlignment(Qt::AlignCenter);
-    iconLabel->setPixmap(QIcon(u":/icons/Tessarin.ico"_s).pixmap(square, devicePixelRatio()));
+    iconLabel->setPixmap(applicationIcon().pixmap(square, devicePixelRatio()));
 
     vaultToggleButton = new QToolButton;
     vaultToggleButton->setObjectName(u"vaultToggleButton"_s);

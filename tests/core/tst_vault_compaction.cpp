@@ -1,12 +1,13 @@
-// Compaction on a real drive: what it reclaims, and what is left when the drive does not play along. Runs on
-// a practice drive, which it may fill up and mount read-only.
+// Compaction on a real drive: what it reclaims, and what is left when the drive does not play along, here and
+// in other operations. Runs on a practice drive, which it may fill up, and mounts another.
 #include "support/VaultFixture.h"
 
 #include <QBuffer>
 #include <QDir>
-#include <QProcess>
 #include <QStorageInfo>
 #include <QTest>
+
+#include <sys/mount.h>
 
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
@@ -54,6 +55,27 @@ private:
         QBuffer bytes;
         const bool isOpen = bytes.open(QIODevice::WriteOnly);
         return isOpen && vault->writeVaultFileToDevice(vaultPath, &bytes) ? bytes.data() : QByteArray();
+    }
+
+    // A second drive, which can be pulled out.
+    const QString flash = temporary.filePath(u"flash"_s);
+    const QString stick = temporary.filePath(u"stick"_s);
+    const QString onStick = stick + u"/tessarin.trvx"_s;
+
+    bool mountStick()
+    {
+        return ::mount(flash.toLocal8Bit(), stick.toLocal8Bit(), nullptr, MS_BIND, nullptr) == 0;
+    }
+    bool remountStick(unsigned long flags)
+    {
+        const unsigned long same = MS_BIND | MS_REMOUNT | MS_NOSUID | MS_NODEV;
+        return ::mount(nullptr, stick.toLocal8Bit(), nullptr, same | flags, nullptr) == 0;
+    }
+    bool pullStick() { return ::umount2(stick.toLocal8Bit(), MNT_DETACH) == 0; }
+    bool plugInStick()
+    {
+        return QDir().mkpath(flash) && QDir().mkpath(stick) && mountStick() &&
+               vault->createVault(onStick, password) && vault->unlockVault(onStick, password);
     }
 
 private Q_SLOTS:
@@ -107,17 +129,13 @@ private Q_SLOTS:
 
     void aReadOnlyDriveKeepsItsContainer()
     {
-        QVERIFY(put(u"a"_s, "a"));
-        const QByteArray former = readFile(container);
-        const auto remount = [this](const QString &mode) {
-            return QProcess::execute(u"mount"_s, {u"-o"_s, u"remount,"_s + mode, root}) == 0;
-        };
-        QVERIFY(remount(u"ro"_s));
+        QVERIFY(plugInStick() && put(u"a"_s, "a"));
+        const QByteArray former = readFile(onStick);
+        QVERIFY(remountStick(MS_RDONLY));
         QString preserved;
-        const bool isChanged = vault->compactVault({}, &preserved) || vault->deleteFile(u"a"_s);
-        QVERIFY(remount(u"rw"_s));
-        QVERIFY(!isChanged && preserved.isEmpty() && workingFolders().isEmpty());
-        QVERIFY(readFile(container) == former);
+        QVERIFY(!vault->compactVault({}, &preserved) && !vault->deleteFile(u"a"_s));
+        QVERIFY(preserved.isEmpty() && workingFolders().isEmpty() && readFile(onStick) == former);
+        QVERIFY(remountStick(0) && vault->deleteFile(u"a"_s) && vault->lockVault() && pullStick());
     }
 
     void damageInABlockStopsNothingButTheSameBytesAreKept()
@@ -177,6 +195,29 @@ private Q_SLOTS:
         QVERIFY(get(u"a"_s) == noise(12 * mebibyte, 3));
         for (const QString &folder : workingFolders())
             QVERIFY(QDir(QDir::temp().filePath(folder)).removeRecursively());
+    }
+
+    void aPulledDriveFailsEverythingAndLosesNothing()
+    {
+        QVERIFY(plugInStick());
+        const QByteArray large = noise(ContainerFormat::blockPlainSize + 5, 7);
+        QVERIFY(put(u"a"_s, large));
+        const QByteArray former = readFile(onStick);
+
+        QVERIFY(pullStick());
+        QString path;
+        QVERIFY(!put(u"b"_s, "b") && !vault->renameFile(u"a"_s, u"c"_s) && !vault->deleteFile(u"a"_s));
+        QVERIFY(!vault->createDirectory(u"d"_s) && !vault->compactVault({}, &path) && path.isEmpty());
+        QVERIFY(get(u"a"_s).isEmpty() && !vault->prepareFileForEditing(u"a"_s, &path));
+        QVERIFY(mountStick() && readFile(onStick) == former && get(u"a"_s) == large);
+
+        // While it works the operation holds the file; its result and the container tell the same.
+        bool isPulled = false;
+        const bool isImported = vault->importFile(
+            source, u"b"_s, [&](qint64, qint64, const QString &) { isPulled = isPulled || pullStick(); });
+        QVERIFY(isPulled && mountStick() && vault->lockVault() && vault->unlockVault(onStick, password));
+        QVERIFY(get(u"a"_s) == large && vault->fileIndex().contains(u"b"_s) == isImported);
+        QVERIFY(vault->lockVault() && pullStick());
     }
 
     void anImportThatFillsTheDriveIsUndone()

@@ -73,8 +73,9 @@ public:
     {
         if (!isUsableName(name))
             return {};
-        if (mayCreate && ::mkdirat(descriptor, name.constData(), S_IRWXU) == 0)
-            ::fchmodat(descriptor, name.constData(), S_IRWXU, 0);
+        if (mayCreate && ::mkdirat(descriptor, name.constData(), S_IRWXU) == 0 &&
+            ::fchmodat(descriptor, name.constData(), S_IRWXU, 0) != 0)
+            return {};
         return opened(
             ::openat(descriptor, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     }

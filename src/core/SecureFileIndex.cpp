@@ -142,7 +142,7 @@ VaultFileEntry readFile(const QJsonObject &object)
     entry.sha256 = QByteArray::fromHex(object.value(QLatin1String("sha256")).toString().toLatin1());
     const QJsonArray blocks = object.value(QLatin1String("blocks")).toArray();
     entry.blocks.reserve(blocks.size());
-    for (const QJsonValue &block : blocks)
+    for (const QJsonValue block : blocks)
         entry.blocks.append(readBlock(block.toObject()));
     return entry;
 }
@@ -300,10 +300,10 @@ bool SecureFileIndex::fromJson(const QByteArray &json)
 
     const QJsonObject object = document.object();
     const QJsonArray files = object.value(QLatin1String("files")).toArray();
-    for (const QJsonValue &file : files)
+    for (const QJsonValue file : files)
         addOrReplace(readFile(file.toObject()));
     const QJsonArray directories = object.value(QLatin1String("directories")).toArray();
-    for (const QJsonValue &directory : directories)
+    for (const QJsonValue directory : directories)
         addDirectory(readDirectory(directory.toObject()));
     return true;
 }

@@ -1,4 +1,4 @@
-// The project's addresses on the web, on a reserved domain until its owner names one.
+// The project's addresses on the web. They begin with the home page that CMakeLists.txt gives the project.
 #pragma once
 
 #include <QString>
@@ -7,11 +7,11 @@ namespace Tessarin::UI {
 
 inline QString productWebPage()
 {
-    return QStringLiteral("https://tessarin.example/");
+    return QStringLiteral(TESSARIN_HOME_PAGE);
 }
 inline QString makerWebPage()
 {
-    return QStringLiteral("https://tessarin.example/equipe");
+    return QStringLiteral(TESSARIN_HOME_PAGE "equipe");
 }
 
 } // namespace Tessarin::UI

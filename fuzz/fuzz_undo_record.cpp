@@ -57,7 +57,8 @@ void checkRoundTrip(ZeroContainer &container, const QByteArray &input, bool atEn
     const qsizetype middle = input.size() / 2;
     const QByteArray former = input.first(middle);
     const QByteArray next = input.sliced(middle);
-    for (QByteArray record : {undoRecordFor(hashed(former), hashed(next)), undoRecordForSeries(hashed(former))}) {
+    for (QByteArray record :
+         {undoRecordFor(hashed(former), hashed(next)), undoRecordForSeries(hashed(former))}) {
         const auto found = container.find(next, record, atEnd);
         require(found && found->formerHeader == former && found->knows(former) &&
                 found->size == record.size());

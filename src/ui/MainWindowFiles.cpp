@@ -13,6 +13,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
+#include <QSet>
 #include <QStorageInfo>
 #include <QUrl>
 
@@ -84,6 +85,7 @@ void MainWindow::importInto(const QString &directory, const QStringList &sources
         return;
 
     QStringList imported;
+    QSet<QString> importedIds;
     {
         ProgressDialog progress(this, tr("Importar arquivos"),
                                 tr("Importando arquivos para o cofre...\n\n%1").arg(importSpeedNote()),
@@ -91,15 +93,20 @@ void MainWindow::importInto(const QString &directory, const QStringList &sources
         vaultManager.beginImportSeries();
         for (const QString &source : sources) {
             const QString target = importOneFile(source, directory, progress);
-            if (!target.isEmpty())
-                imported.append(target);
+            if (target.isEmpty())
+                continue;
+            imported.append(target);
+            importedIds.insert(vaultManager.fileIndex().findFile(target)->id);
         }
         // A drive that fails at the end takes back what had not reached it.
         static_cast<void>(vaultManager.endImportSeries());
         progress.finish();
     }
-    imported.removeIf([this](const QString &target) {
-        const bool isLost = !Core::indexContainsFilePath(vaultManager.fileIndex(), target);
+    // What is left may be the file that was to be replaced.
+    const Core::SecureFileIndex index = vaultManager.fileIndex();
+    imported.removeIf([&](const QString &target) {
+        const Core::VaultFileEntry *stored = index.findFile(target);
+        const bool isLost = stored == nullptr || !importedIds.contains(stored->id);
         if (isLost)
             warnAboutFailedImport(this, Core::vaultBaseName(target));
         return isLost;

@@ -90,7 +90,7 @@ private:
     void refreshDevices();
     /// Refreshes by itself, as soon as no operation runs, keeping the choice of a drive.
     void followMounts();
-    void tellOfContainerDrive(bool wasThere);
+    void tellOfContainerDrive();
     void addDeviceRow(const Platform::UsbDevice &device);
     [[nodiscard]] QString selectedUsbRootPath() const;
     [[nodiscard]] QString selectedUsbDisplayName() const;
@@ -171,8 +171,9 @@ private:
     int sortColumn = VaultTable::NameColumn;
     Qt::SortOrder sortOrder = Qt::AscendingOrder;
     bool operationRunning = false;
-    bool mountsChanged = false; ///< While an operation ran.
-    QTimer closingTimer;        ///< Runs while a wish to close waits.
+    bool mountsChanged = false;          ///< While an operation ran.
+    bool containerDriveWasThere = false; ///< The last time that the drives of an open vault were told.
+    QTimer closingTimer;                 ///< Runs while a wish to close waits.
 
     QListWidget *deviceList = nullptr;
     QToolButton *vaultToggleButton = nullptr;

@@ -55,6 +55,7 @@ void MainWindow::unlockVault()
         const WaitCursor waitCursor;
         unlocked = vaultManager.unlockVault(containerPath, password);
     }
+    containerDriveWasThere = !selectedUsbRootPath().isEmpty();
     refreshVaultFiles();
     updateActions();
     if (unlocked) {

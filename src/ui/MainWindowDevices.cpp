@@ -16,6 +16,8 @@
 #include <QSignalBlocker>
 #include <QStorageInfo>
 
+#include <utility>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
@@ -106,12 +108,13 @@ void MainWindow::followMounts()
         }
     }
     if (isUnlocked())
-        tellOfContainerDrive(!chosenRoot.isEmpty());
+        tellOfContainerDrive();
 }
 
-void MainWindow::tellOfContainerDrive(bool wasThere)
+void MainWindow::tellOfContainerDrive()
 {
     const bool isThere = !selectedUsbRootPath().isEmpty();
+    const bool wasThere = std::exchange(containerDriveWasThere, isThere);
     if (wasThere && !isThere)
         setStatusMessage(tr("A unidade do cofre aberto foi desconectada."), 0);
     else if (!wasThere && isThere)

@@ -27,8 +27,6 @@ void HelpDialog::buildUi()
     helpBrowser->setObjectName(QStringLiteral("helpBrowser"));
     helpBrowser->setAccessibleName(tr("Página de ajuda"));
     helpBrowser->setOpenExternalLinks(true);
-    // The page names its pictures by their file names alone.
-    helpBrowser->setSearchPaths({QStringLiteral(":/help/pt_BR")});
     helpBrowser->document()->setDocumentMargin(16);
     layout->addWidget(helpBrowser);
 

@@ -4,6 +4,7 @@
 #include "core/VaultPath.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 namespace Tessarin::Core {
 
@@ -49,9 +50,20 @@ bool VaultManager::syncModifiedTempFiles()
 bool VaultManager::syncModifiedTempFiles(const ProgressCallback &progress)
 {
     const QList<TrackedTempFile> modified = openCopies.modifiedFiles();
+    qint64 totalBytes = 0;
+    for (const TrackedTempFile &copy : modified)
+        totalBytes += QFileInfo(copy.tempPath).size();
+    qint64 formerBytes = 0; // Of the copies before.
     for (const TrackedTempFile &copy : modified) {
-        if (!workspace.holdsCopy(copy.vaultPath) || !importFile(copy.tempPath, copy.vaultPath, progress))
+        qint64 copyBytes = 0;
+        const auto report = [&](qint64 doneBytes, qint64, const QString &label) {
+            copyBytes = doneBytes;
+            if (progress)
+                progress(formerBytes + doneBytes, totalBytes, label);
+        };
+        if (!workspace.holdsCopy(copy.vaultPath) || !importFile(copy.tempPath, copy.vaultPath, report))
             return false;
+        formerBytes += copyBytes;
     }
     return true;
 }

@@ -43,7 +43,10 @@ bool VaultManager::openVault(const QString &path, const QByteArray &password, Op
     const std::optional<UndoRecord> record = findUndoRecord(container);
     if (!record)
         return containers.readDocument(path, &opened.document) && openDocument(password, opened);
-    return openWithRecord(container, *record, password, opened, isWritable ? &update : nullptr);
+    if (openWithRecord(container, *record, password, opened, isWritable ? &update : nullptr))
+        return true;
+    opened.masterKey.clear();
+    return false;
 }
 
 /// Where a change broke off, the header counts if the record knows it, or if it opens with all that it lists

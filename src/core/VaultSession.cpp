@@ -110,7 +110,8 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
         return false;
 
     OpenedVault opened;
-    if (!openVault(containerPath, currentPassword, opened))
+    // A damaged index does not stand in the way.
+    if (!openVault(containerPath, currentPassword, opened) && opened.masterKey.isEmpty())
         return false;
     // Read again under the lock: the key that was opened must still be the one that is wrapped there.
     ContainerUpdate update(containerPath);

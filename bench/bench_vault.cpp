@@ -212,7 +212,7 @@ void bulk(benchmark::State &state)
 }
 
 /// Copies the bytes as often as a compaction must: out of the old container into a new one, from there beside
-/// the old one, with a comparison, and into its place. Three files go: the old one and both helpers.
+/// the old one and into its place, each with a comparison. Three files go: the old one and both helpers.
 Spent copyLikeCompaction(const QString &containerPath)
 {
     const QString built = inWorkFolder(u"novo"_s);
@@ -223,6 +223,7 @@ Spent copyLikeCompaction(const QString &containerPath)
         copyBarely(built, twin);
         compareBarely(built, twin);
         copyBarely(built, target);
+        compareBarely(built, target);
         QFile::remove(built);
         QFile::remove(twin);
         QFile::remove(target);

@@ -174,10 +174,19 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeade
     return Outcome::Done;
 }
 
+bool ContainerUpdate::startWriteback(qint64 offset, qint64 size)
+{
+    if (Core::startWriteback(container, offset, size))
+        return true;
+    hasLostWrites = true;
+    return false;
+}
+
 void ContainerUpdate::cutBack(qint64 formerSize)
 {
-    if (container.size() > formerSize && container.resize(formerSize))
-        static_cast<void>(syncFile(container));
+    // In a series, what this wait cannot save belongs to the files before.
+    if (container.size() > formerSize && container.resize(formerSize) && !syncFile(container))
+        hasLostWrites = true;
 }
 
 bool ContainerUpdate::beginSeries()
@@ -198,11 +207,14 @@ bool ContainerUpdate::isInSeries() const
 
 ContainerUpdate::Outcome ContainerUpdate::writeHeaderInSeries(const QByteArray &newHeader)
 {
+    if (hasLostWrites)
+        return abandonSeries();
     if (tailRecordOffset(seriesRecord.size, newHeader.size()) < 0) {
         const Outcome ended = endSeries();
         if (ended != Outcome::Done)
             return ended;
-        if (!renewSeries(header(), newHeader.size()))
+        const QByteArray current = header();
+        if (current.isEmpty() || !renewSeries(current, newHeader.size()))
             return writeHeader(newHeader);
     }
     if (newHeader.size() > headerAreaSize || !knowArea())
@@ -212,8 +224,10 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeaderInSeries(const QByteArray &
     const QByteArray area = areaFor(newHeader);
     forgetArea();
     if (!writeDifferences(former, area, seriesRecord)) {
-        const bool isFormerAgain = writeDifferences(area, former, seriesRecord) && syncFile(container);
-        return isFormerAgain ? Outcome::Undone : Outcome::Unknown;
+        if (writeDifferences(area, former, seriesRecord) && syncFile(container))
+            return Outcome::Undone;
+        hasLostWrites = true;
+        return Outcome::Unknown;
     }
     if (sinceRenewal.elapsed() < renewalIntervalMs) {
         adoptArea(area, {});
@@ -221,16 +235,19 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeaderInSeries(const QByteArray &
     }
     if (!syncFile(container))
         return putBack(area, areaFor(safeHeader), std::exchange(seriesRecord, {}));
-    // When the record cannot be renewed, the series is over; this header is safe all the same.
+    safeHeader = newHeader;
+    // When the record cannot be renewed, the series is over.
     static_cast<void>(renewSeries(newHeader, newHeader.size()));
     return Outcome::Done;
 }
 
 ContainerUpdate::Outcome ContainerUpdate::endSeries()
 {
-    const Place place = std::exchange(seriesRecord, {});
-    if (place.size == 0)
+    if (!isInSeries())
         return Outcome::Done;
+    if (hasLostWrites)
+        return abandonSeries();
+    const Place place = std::exchange(seriesRecord, {});
     // With the records, wherever they were.
     forgetArea();
     const QByteArray area = readArea(container);
@@ -240,8 +257,19 @@ ContainerUpdate::Outcome ContainerUpdate::endSeries()
         return syncFile(container) ? Outcome::Done : Outcome::Unknown;
     if (!syncFile(container))
         return putBack(area, areaFor(safeHeader), place);
+    safeHeader = current.toByteArray();
     static_cast<void>(writeDifferences(area, areaFor(current), {}));
     return Outcome::Done;
+}
+
+/// Back to the header last known to be safe, with its record until that is on the drive.
+ContainerUpdate::Outcome ContainerUpdate::abandonSeries()
+{
+    const Place place = std::exchange(seriesRecord, {});
+    hasLostWrites = false;
+    forgetArea();
+    const QByteArray area = readArea(container);
+    return area.isNull() ? Outcome::Unknown : putBack(area, areaFor(safeHeader), place);
 }
 
 std::optional<UndoRecord> ContainerUpdate::brokenOffChange()

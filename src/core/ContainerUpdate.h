@@ -46,6 +46,10 @@ public:
     /// The open container, for appending blocks.
     [[nodiscard]] QFile &file();
 
+    /// Sends appended bytes on their way. False when the drive has not taken some that were appended before;
+    /// of a series, those of earlier files perhaps: then it goes back to what is safe.
+    [[nodiscard]] bool startWriteback(qint64 offset, qint64 size);
+
     /// Puts a header in force, with everything that was appended. Two waits for the drive, or three.
     [[nodiscard]] Outcome writeHeader(const QByteArray &newHeader, Care care = Care::Usual);
 
@@ -87,6 +91,7 @@ private:
     [[nodiscard]] bool writeDifferences(const QByteArray &from, const QByteArray &to, const Place &record);
     [[nodiscard]] Outcome putBack(const QByteArray &attempted, const QByteArray &former, const Place &record);
     [[nodiscard]] bool renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader);
+    [[nodiscard]] Outcome abandonSeries();
 
     [[nodiscard]] bool knowArea();
     void adoptArea(const QByteArray &area, const QByteArray &hashOfHeader);
@@ -98,6 +103,7 @@ private:
     Place seriesRecord;
     QByteArray safeHeader; ///< Of a series: the header that the record holds.
     QElapsedTimer sinceRenewal;
+    bool hasLostWrites = false; ///< The drive has told, once, that it did not take all that was appended.
 };
 
 } // namespace Tessarin::Core

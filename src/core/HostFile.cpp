@@ -55,12 +55,17 @@ bool lockFile(QFileDevice &file)
     return ::flock(file.handle(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-void startWriteback(QFileDevice &file, qint64 offset, qint64 size)
+bool startWriteback(QFileDevice &file, qint64 offset, qint64 size)
 {
     // Waiting for what came before keeps at most these bytes on their way.
-    ::sync_file_range(file.handle(), 0, offset,
-                      SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
-    ::sync_file_range(file.handle(), offset, size, SYNC_FILE_RANGE_WRITE);
+    constexpr unsigned int all =
+        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    if (::sync_file_range(file.handle(), 0, offset, all) == 0 &&
+        ::sync_file_range(file.handle(), offset, size, SYNC_FILE_RANGE_WRITE) == 0) {
+        return true;
+    }
+    // What is no ordinary file, or lies on a file system without this, is written when it is.
+    return errno == EINVAL || errno == ESPIPE || errno == ENOSYS;
 }
 
 void dropCachedPages(QFileDevice &file)

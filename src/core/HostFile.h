@@ -22,8 +22,10 @@ namespace Tessarin::Core {
 [[nodiscard]] bool lockFile(QFileDevice &file);
 
 /// Sends written bytes on their way to the drive, and waits for those before them, so that a long write
-/// neither piles up in memory nor tells of progress that the drive has not made.
-void startWriteback(QFileDevice &file, qint64 offset, qint64 size);
+/// neither piles up in memory nor tells of progress that the drive has not made. False when the drive has not
+/// taken bytes that were written before, here or earlier: it tells so once, and syncFile() may not know of
+/// it.
+[[nodiscard]] bool startWriteback(QFileDevice &file, qint64 offset, qint64 size);
 
 /// Lets the next read of a file that was synced come from the drive.
 void dropCachedPages(QFileDevice &file);

@@ -55,6 +55,12 @@ bool blocksLieWithin(const SecureFileIndex &index, qint64 containerSize)
     return true;
 }
 
+/// Of copying the new container to the drive and reading it again.
+QString replacingLabel()
+{
+    return QCoreApplication::translate("VaultManager", "Substituindo container no USB");
+}
+
 qint64 freeBytes(const QString &folderPath)
 {
     return QStorageInfo(folderPath).bytesAvailable();
@@ -69,18 +75,18 @@ void readChunk(QFile &source, qint64 size, QByteArray &chunk)
 
 bool copyInChunks(QFile &source, QFile &target, const ProgressCallback &progress)
 {
-    const QString label = QCoreApplication::translate("VaultManager", "Substituindo container no USB");
     const qint64 totalBytes = source.size();
     qint64 doneBytes = 0;
     QByteArray chunk;
     while (!source.atEnd()) {
         readChunk(source, copyChunkSize, chunk);
-        if (chunk.isEmpty() || target.write(chunk) != chunk.size())
+        if (chunk.isEmpty() || target.write(chunk) != chunk.size() ||
+            !startWriteback(target, doneBytes, chunk.size())) {
             return false;
-        startWriteback(target, doneBytes, chunk.size());
+        }
         doneBytes += chunk.size();
         if (progress)
-            progress(doneBytes, totalBytes, label);
+            progress(doneBytes, totalBytes, replacingLabel());
     }
     return doneBytes == totalBytes;
 }
@@ -103,7 +109,7 @@ bool copyDurably(const QString &sourcePath, const QString &targetPath, const Pro
 }
 
 /// Compares two files with what the drives hold, not with what memory still does.
-bool holdSameBytes(const QString &firstPath, const QString &secondPath)
+bool holdSameBytes(const QString &firstPath, const QString &secondPath, const ProgressCallback &progress)
 {
     QFile first(firstPath);
     QFile second(secondPath);
@@ -111,17 +117,32 @@ bool holdSameBytes(const QString &firstPath, const QString &secondPath)
         !second.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || first.size() != second.size()) {
         return false;
     }
+    const qint64 totalBytes = first.size();
     dropCachedPages(first);
     dropCachedPages(second);
     QByteArray chunk;
     QByteArray otherChunk;
-    while (!first.atEnd()) {
+    for (qint64 doneBytes = 0; doneBytes < totalBytes;) {
         readChunk(first, comparedChunkSize, chunk);
         readChunk(second, comparedChunkSize, otherChunk);
         if (chunk.isEmpty() || chunk != otherChunk)
             return false;
+        doneBytes += chunk.size();
+        if (progress && (doneBytes % copyChunkSize == 0 || doneBytes == totalBytes))
+            progress(doneBytes, totalBytes, replacingLabel());
     }
     return true;
+}
+
+/// A copy that is on the drive for good, read again from there; one that failed does not stay.
+bool copyAndCheck(const QString &sourcePath, const QString &targetPath, const ProgressCallback &progress)
+{
+    if (!copyDurably(sourcePath, targetPath, progress))
+        return false;
+    if (holdSameBytes(sourcePath, targetPath, progress))
+        return true;
+    QFile::remove(targetPath);
+    return false;
 }
 
 /// Where the drive has room for both, puts a checked copy of the new container beside the old one, so that
@@ -138,12 +159,7 @@ QString putTwinBeside(const QString &newContainerPath, const QString &targetPath
         twinPath = target.dir().filePath(
             QStringLiteral("%1-compactado-%2.trvx").arg(target.completeBaseName(), QString::number(number)));
     }
-    if (!copyDurably(newContainerPath, twinPath, progress))
-        return {};
-    if (holdSameBytes(newContainerPath, twinPath))
-        return twinPath;
-    QFile::remove(twinPath);
-    return {};
+    return copyAndCheck(newContainerPath, twinPath, progress) ? twinPath : QString();
 }
 
 } // namespace
@@ -195,7 +211,7 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     sessionIndex = compacted.index;
     sessionSeal = sealOf(compacted.document);
     knownHeaderHash.clear();
-    if (copyDurably(compacted.path, targetPath, progress)) {
+    if (copyAndCheck(compacted.path, targetPath, progress)) {
         QFile::setPermissions(targetPath, permissions);
         return true;
     }

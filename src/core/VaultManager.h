@@ -138,7 +138,7 @@ public:
     [[nodiscard]] bool prepareFileForEditing(const QString &vaultPath, QString *tempPath,
                                              const ProgressCallback &progress);
 
-    /// Imports every changed copy; stops at the first failure.
+    /// Imports every changed copy; stops at the first failure. Progress counts the bytes of all together.
     [[nodiscard]] bool syncModifiedTempFiles();
     [[nodiscard]] bool syncModifiedTempFiles(const ProgressCallback &progress);
 
@@ -177,6 +177,7 @@ private:
 
     // Opening and recovery (VaultRecovery.cpp)
     struct OpenedVault;
+    /// False with the key open when only the index is damaged, and no change broke off.
     [[nodiscard]] bool openVault(const QString &path, const QByteArray &password, OpenedVault &opened) const;
     [[nodiscard]] bool openWithRecord(QFile &container, const UndoRecord &record, const QByteArray &password,
                                       OpenedVault &opened, ContainerUpdate *update) const;
@@ -190,7 +191,7 @@ private:
 
     // Storage
     [[nodiscard]] SecureFileIndex indexForImport(const QString &vaultPath) const;
-    [[nodiscard]] bool appendBlocks(QFile &source, QFile &container, VaultFileEntry &entry,
+    [[nodiscard]] bool appendBlocks(QFile &source, ContainerUpdate &change, VaultFileEntry &entry,
                                     const ProgressCallback &progress) const;
     void adoptIndexInForce(ContainerUpdate &update);
     void forgetCopies(const QString &vaultPath, const QString &exceptTempPath);

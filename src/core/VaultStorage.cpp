@@ -80,7 +80,7 @@ bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPat
     const qint64 formerSize = change.file().size();
     VaultFileEntry entry = newEntry(path, sourceInfo);
     SecureFileIndex index = indexForImport(path);
-    if (!change.file().seek(formerSize) || !appendBlocks(source, change.file(), entry, progress) ||
+    if (!change.file().seek(formerSize) || !appendBlocks(source, change, entry, progress) ||
         !index.addOrReplace(entry)) {
         change.cutBack(formerSize);
         return false;
@@ -89,7 +89,7 @@ bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPat
     const bool isSeries = change.isInSeries();
     const ContainerUpdate::Outcome outcome =
         writeIndex(change, document, index, ContainerUpdate::Care::Usual);
-    if (outcome == ContainerUpdate::Outcome::Undone && !isSeries)
+    if (outcome == ContainerUpdate::Outcome::Undone)
         change.cutBack(formerSize);
     if (outcome != ContainerUpdate::Outcome::Done) {
         if (isSeries)
@@ -118,9 +118,10 @@ SecureFileIndex VaultManager::indexForImport(const QString &vaultPath) const
 }
 
 /// Encrypts the source block by block to where the container stands, and completes the entry.
-bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry &entry,
+bool VaultManager::appendBlocks(QFile &source, ContainerUpdate &change, VaultFileEntry &entry,
                                 const ProgressCallback &progress) const
 {
+    QFile &container = change.file();
     const QByteArray blockData = associatedData({}, "file-block");
     const qint64 totalBytes = entry.sizeBytes;
     qint64 doneBytes = 0;
@@ -140,11 +141,11 @@ bool VaultManager::appendBlocks(QFile &source, QFile &container, VaultFileEntry 
         block.encryptedSize = chunkSize + CryptoManager::tagSizeBytes;
         block.nonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
         if (!crypto.encryptInto(buffers.stored(), chunk, dataKey(), block.nonce, blockData) ||
-            container.write(buffers.stored(), block.encryptedSize) != block.encryptedSize) {
+            container.write(buffers.stored(), block.encryptedSize) != block.encryptedSize ||
+            !change.startWriteback(block.offset, block.encryptedSize)) {
             return false;
         }
 
-        startWriteback(container, block.offset, block.encryptedSize);
         entry.blocks.append(block);
         doneBytes += chunkSize;
         if (progress)

@@ -267,6 +267,7 @@ void MainWindow::buildFilesTable()
     filesTable->setAccessibleName(tr("Arquivos protegidos"));
     filesTable->setHorizontalHeaderLabels(
         {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
+    filesTable->horizontalHeaderItem(VaultTable::IconColumn)->setData(Qt::AccessibleTextRole, tr("Ícone"));
     filesTable->setMinimumHeight(220);
     filesTable->setContextMenuPolicy(Qt::CustomContextMenu);
     filesTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -374,6 +375,7 @@ void MainWindow::updateVaultToggleButton()
         purpose = tr("Desbloquear cofre");
     vaultToggleButton->setToolTip(purpose);
     vaultToggleButton->setAccessibleName(purpose);
+    vaultToggleButton->setAccessibleDescription(vaultStateText());
 }
 
 void MainWindow::updateStatusBar()
@@ -390,10 +392,11 @@ void MainWindow::updateStatusBar()
     containerLabel->setText(
         containerLabel->fontMetrics().elidedText(fullText, Qt::ElideMiddle, containerLabel->width() - 8));
     containerLabel->setToolTip(plainToolTip(fullText));
+    containerLabel->setAccessibleName(fullText); // Unlike the text, not cut.
 
     const bool unlocked = isUnlocked();
     vaultIndicatorLabel->setText(tr("COFRE"));
-    vaultIndicatorLabel->setAccessibleName(unlocked ? tr("Cofre desbloqueado") : tr("Cofre bloqueado"));
+    vaultIndicatorLabel->setAccessibleName(vaultStateText());
     vaultIndicatorLabel->setStyleSheet(
         unlocked ? u"QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; "
                    "padding-left: 4px; padding-right: 4px; }"_s
@@ -404,6 +407,11 @@ void MainWindow::updateStatusBar()
 void MainWindow::setStatusMessage(const QString &text, int timeoutMs)
 {
     statusBar()->showMessage(text, timeoutMs);
+}
+
+QString MainWindow::vaultStateText() const
+{
+    return isUnlocked() ? tr("Cofre desbloqueado") : tr("Cofre bloqueado");
 }
 
 bool MainWindow::isUnlocked() const

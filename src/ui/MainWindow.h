@@ -73,6 +73,7 @@ private:
     void updateStatusBar();
     void setStatusMessage(const QString &text, int timeoutMs);
     [[nodiscard]] bool isUnlocked() const;
+    [[nodiscard]] QString vaultStateText() const;
 
     // Menus and wiring (MainWindowMenus.cpp) ----------------------------------------------------------------
     void buildMenus();
@@ -124,6 +125,7 @@ private:
     // The table (MainWindowBrowser.cpp) ---------------------------------------------------------------------
     void refreshVaultFiles();
     void updateProtectedFilesLabel();
+    void describeTable(const QString &text);
     void followTableSelection();
     [[nodiscard]] QString selectedVaultPath() const;
     [[nodiscard]] QString selectedDirectoryPath() const;

@@ -59,6 +59,7 @@ void MainWindow::updateProtectedFilesLabel()
     if (!isUnlocked()) {
         protectedFilesLabel->setText(tr("Nenhum cofre em uso (aberto)"));
         protectedFilesLabel->setToolTip({});
+        describeTable(protectedFilesLabel->text());
         return;
     }
     const qsizetype fileCount = vaultManager.fileIndex().entries().size();
@@ -76,6 +77,13 @@ void MainWindow::updateProtectedFilesLabel()
     const QString shownFolder = metrics.elidedText(folder, Qt::ElideMiddle, room);
     protectedFilesLabel->setText(text.arg(shownFolder, countText));
     protectedFilesLabel->setToolTip(shownFolder == folder ? QString() : plainToolTip(folder));
+    describeTable(text.arg(folder, countText));
+}
+
+void MainWindow::describeTable(const QString &text)
+{
+    protectedFilesLabel->setAccessibleName(text); // Unlike the label's text, not cut.
+    filesTable->setAccessibleDescription(text);
 }
 
 void MainWindow::followTableSelection()
@@ -163,6 +171,7 @@ void MainWindow::showTableMenu(const QPoint &position)
     updateActions();
 
     QMenu menu(this);
+    menu.setAccessibleName(tr("Arquivos protegidos"));
     menu.addActions({createDirectoryAction, renameDirectoryAction, deleteDirectoryAction});
     menu.addSeparator();
     menu.addActions({importAction, exportAction, openAction});

@@ -49,6 +49,13 @@ void addNote(QListWidget *list, const QString &text)
     item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
 }
 
+/// For people who point at the row as for people who hear it.
+void setHint(QListWidgetItem *item, const QString &hint)
+{
+    item->setToolTip(hint);
+    item->setData(Qt::AccessibleDescriptionRole, hint);
+}
+
 QString rowText(const Platform::UsbDevice &device)
 {
     const QString name =
@@ -133,7 +140,7 @@ void MainWindow::addDeviceRow(const Platform::UsbDevice &device)
     item->setText(item->text() + tr(" | não montado"));
     item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
     item->setForeground(QColor(u"#6e6e6e"_s));
-    item->setToolTip(tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
+    setHint(item, tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
 }
 
 QString MainWindow::selectedUsbRootPath() const
@@ -180,10 +187,10 @@ void MainWindow::selectDeviceForContainer(const QString &path)
         const QString root = rootPathOf(item);
         if (root.isEmpty())
             continue;
-        item->setToolTip({});
+        setHint(item, {});
         if (containerRow < 0 && comparablePath(root) == containerRoot) {
             containerRow = row;
-            item->setToolTip(tr("Dispositivo associado ao container selecionado."));
+            setHint(item, tr("Dispositivo associado ao container selecionado."));
         }
     }
     setCurrentDeviceRow(containerRow);

@@ -37,6 +37,7 @@ QMenu *makeMenu(Parent *parent, const QString &name, const QString &text)
 {
     QMenu *menu = parent->addMenu(text);
     menu->setObjectName(name);
+    menu->setAccessibleName(text);
     return menu;
 }
 
@@ -45,6 +46,7 @@ QMenu *makeMenu(Parent *parent, const QString &name, const QString &text)
 void MainWindow::buildMenus()
 {
     menuBar()->setObjectName(u"menuBar"_s);
+    menuBar()->setAccessibleName(tr("Menus"));
     buildFileMenu();
     buildUsbMenu();
     buildAboutMenu();

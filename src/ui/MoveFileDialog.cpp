@@ -57,6 +57,7 @@ MoveFileDialog::MoveFileDialog(const QString &fileName, const QStringList &desti
     destinationBox->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     destinationBox->setMinimumContentsLength(visibleFolderCharacters);
     destinationBox->view()->setTextElideMode(Qt::ElideMiddle);
+    destinationBox->view()->setAccessibleName(destinationBox->accessibleName());
     for (const QString &folder : destinations)
         destinationBox->addItem(folder.isEmpty() ? tr("Raiz") : folder, folder);
 

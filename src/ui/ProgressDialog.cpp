@@ -8,6 +8,7 @@
 #include <QDeadlineTimer>
 #include <QLabel>
 #include <QPainter>
+#include <QProgressBar>
 #include <QTextLayout>
 #include <QThread>
 
@@ -113,6 +114,7 @@ void ProgressDialog::build(const QString &title, Qt::WindowModality modality)
     setWindowTitle(title);
     setWindowModality(modality);
     setLabel(new WrappingLabel(this));
+    findChild<QProgressBar *>()->setAccessibleName(title);
     setCancelButton(nullptr);
     setRange(0, barSteps);
     // Not by itself: it would guess how long the work takes, and show sooner.

@@ -107,6 +107,11 @@ void writeRow(QTableWidget &table, int rowNumber, const Row &row)
             item->setData(PathRole, row.path);
     }
 
+    for (QTableWidgetItem *item : {sizeItem, dateItem}) {
+        if (item->text().isEmpty())
+            item->setData(Qt::AccessibleTextRole, translated("vazio"));
+    }
+
     table.setItem(rowNumber, IconColumn, iconItem);
     table.setItem(rowNumber, NameColumn, nameItem);
     table.setItem(rowNumber, SizeColumn, sizeItem);

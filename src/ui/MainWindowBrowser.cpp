@@ -88,9 +88,12 @@ void MainWindow::describeTable(const QString &text)
 
 void MainWindow::followTableSelection()
 {
-    // A row can lose its highlight and stay the current one: operations must not work on what nobody sees.
-    if (filesTable->selectedItems().isEmpty())
-        filesTable->setCurrentCell(-1, -1);
+    // A row can lose its highlight and stay the current one, and a screen reader highlights a row without
+    // making it current: operations must work on what is seen.
+    const QList<QTableWidgetItem *> selected = filesTable->selectedItems();
+    const int row = selected.isEmpty() ? -1 : selected.constFirst()->row();
+    if (row != filesTable->currentRow())
+        filesTable->setCurrentCell(row, row < 0 ? -1 : VaultTable::NameColumn, QItemSelectionModel::NoUpdate);
     updateActions();
 }
 

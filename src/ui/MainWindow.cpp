@@ -8,6 +8,7 @@
 #include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
+#include "ui/Painting.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
@@ -58,14 +59,15 @@ QLabel *makeStatusLabel(const QString &name, int width, const QString &styleShee
     return label;
 }
 
-QIcon padlockIcon(bool open, bool enabled)
+/// A padlock of 48 by 48, in the middle of a square of the given side.
+QPixmap padlockPixmap(bool open, bool enabled, int side)
 {
     const QColor stroke(enabled ? u"#464646"_s : u"#a5a5a5"_s);
     const QColor fill(enabled ? u"#eeeeee"_s : u"#e2e2e2"_s);
 
-    QPixmap pixmap(padlockSize, padlockSize);
-    pixmap.fill(Qt::transparent);
+    QPixmap pixmap = blankPixmap(side);
     QPainter painter(&pixmap);
+    painter.translate((side - padlockSize) / 2.0, (side - padlockSize) / 2.0);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(QPen(stroke, 3.0, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
 
@@ -84,11 +86,19 @@ QIcon padlockIcon(bool open, bool enabled)
     painter.setBrush(stroke);
     painter.drawEllipse(QRectF(22, 30, 4, 4));
     painter.drawLine(QPointF(24, 34), QPointF(24, 37));
-    painter.end();
+    return pixmap;
+}
 
-    // Left to itself, the style would grey the disabled padlock a second time.
-    QIcon icon(pixmap);
-    icon.addPixmap(pixmap, QIcon::Disabled);
+/// To be shown in a square of the given side. A fine screen would blow up the padlock that fills its picture.
+QIcon padlockIcon(bool open, bool enabled, int shownSide)
+{
+    QIcon icon;
+    for (const int side : {padlockSize, shownSide}) {
+        const QPixmap pixmap = padlockPixmap(open, enabled, side);
+        icon.addPixmap(pixmap);
+        // Left to itself, the style would grey the disabled padlock a second time.
+        icon.addPixmap(pixmap, QIcon::Disabled);
+    }
     return icon;
 }
 
@@ -366,7 +376,7 @@ void MainWindow::updateVaultToggleButton()
     const bool enabled = (unlocked ? lockAction : unlockAction)->isEnabled();
     vaultToggleButton->setEnabled(enabled);
     vaultToggleButton->setChecked(unlocked);
-    vaultToggleButton->setIcon(padlockIcon(unlocked, enabled));
+    vaultToggleButton->setIcon(padlockIcon(unlocked, enabled, vaultToggleButton->iconSize().width()));
 
     QString purpose = tr("Selecione um container para desbloquear o cofre.");
     if (unlocked)

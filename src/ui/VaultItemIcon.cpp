@@ -2,6 +2,8 @@
 // themes tend to draw alike or not at all.
 #include "ui/VaultItemIcon.h"
 
+#include "ui/Painting.h"
+
 #include <QApplication>
 #include <QFileIconProvider>
 #include <QFileInfo>
@@ -48,8 +50,7 @@ const Placeholder *placeholderFor(const QString &suffix)
 /// A page with a folded corner and a coloured band; every length is in pixels.
 QIcon paintedPlaceholder(const Placeholder &placeholder)
 {
-    QPixmap pixmap(22, 22);
-    pixmap.fill(Qt::transparent);
+    QPixmap pixmap = blankPixmap(22);
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
 

@@ -3,6 +3,7 @@
 
 #include "ui/ApplicationIcon.h"
 #include "ui/WebAddresses.h"
+#include "ui/WindowGeometry.h"
 
 #include <QCoreApplication>
 #include <QDialogButtonBox>
@@ -11,6 +12,7 @@
 #include <QLibraryInfo>
 #include <QListWidget>
 #include <QPushButton>
+#include <QScreen>
 #include <QStyledItemDelegate>
 #include <QSysInfo>
 #include <QTextDocument>
@@ -19,11 +21,15 @@
 
 #include <sodium.h>
 
+#include <algorithm>
+
 namespace Tessarin::UI {
 
 namespace {
 
 constexpr int headerIconSize = 56;
+constexpr int initialWidth = 560;
+constexpr int initialHeight = 560;
 
 /// Sets the rows of the component list close together.
 class CompactListItemDelegate final : public QStyledItemDelegate
@@ -100,14 +106,14 @@ void AboutDialog::buildUi()
     setObjectName(QStringLiteral("aboutDialog"));
     setWindowTitle(tr("Sobre o Tessarin"));
     setModal(true);
-    resize(560, 600);
 
     componentList = new QListWidget;
     componentList->setObjectName(QStringLiteral("componentList"));
     componentList->setAccessibleName(tr("Componentes e bibliotecas relevantes"));
     componentList->setStyleSheet(QStringLiteral("QListWidget::item { padding: 0px; margin: 0px; }"));
     componentList->setItemDelegate(new CompactListItemDelegate(componentList));
-    componentList->setFixedHeight(5 * (componentList->fontMetrics().height() + 3));
+    componentList->setFixedHeight(4 * (componentList->fontMetrics().height() + 3) +
+                                  2 * componentList->frameWidth());
 
     detailsView = new QTextEdit;
     detailsView->setObjectName(QStringLiteral("detailsView"));
@@ -115,6 +121,7 @@ void AboutDialog::buildUi()
     detailsView->setReadOnly(true);
     detailsView->setStyleSheet(QStringLiteral("QTextEdit { padding: 0px; }"));
     detailsView->document()->setDocumentMargin(0);
+    detailsView->setMinimumHeight(4 * detailsView->fontMetrics().lineSpacing());
 
     auto *noticeLabel = new QLabel(tr(
         "Aviso: este programa de computador é protegido por leis de direitos autorais e tratados "
@@ -132,9 +139,10 @@ void AboutDialog::buildUi()
     layout->setContentsMargins(16, 16, 16, 16);
     layout->setSpacing(8);
     layout->addLayout(buildHeader(this));
-    layout->addWidget(buildProductLabel(this));
-    layout->addSpacing(4);
-    layout->addWidget(buildEnvironmentLabel(this));
+    auto *facts = new QHBoxLayout;
+    facts->addWidget(buildProductLabel(this), 1, Qt::AlignTop);
+    facts->addWidget(buildEnvironmentLabel(this), 1, Qt::AlignTop);
+    layout->addLayout(facts);
     layout->addSpacing(4);
     layout->addWidget(new QLabel(tr("Componentes e bibliotecas relevantes:")));
     layout->addWidget(componentList);
@@ -146,6 +154,10 @@ void AboutDialog::buildUi()
     connect(componentList, &QListWidget::currentTextChanged, this,
             [this](const QString &title) { detailsView->setPlainText(componentDetails.value(title)); });
     connect(buttons, &QDialogButtonBox::rejected, this, &AboutDialog::close);
+
+    // Only the layout knows how many lines the notice takes in this font.
+    const QSize wished(initialWidth, std::max(initialHeight, layout->minimumHeightForWidth(initialWidth)));
+    resize(dialogSize(wished, screen()->availableGeometry().size()));
 }
 
 void AboutDialog::populateComponents()

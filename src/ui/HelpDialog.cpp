@@ -1,9 +1,12 @@
 // Shows the help page that is compiled into the program.
 #include "ui/HelpDialog.h"
 
+#include "ui/WindowGeometry.h"
+
 #include <QDialogButtonBox>
 #include <QFile>
 #include <QPushButton>
+#include <QScreen>
 #include <QTextBrowser>
 #include <QVBoxLayout>
 
@@ -20,7 +23,7 @@ void HelpDialog::buildUi()
     setObjectName(QStringLiteral("helpDialog"));
     setWindowTitle(tr("Ajuda do Tessarin"));
     setModal(true);
-    resize(820, 600);
+    resize(dialogSize({820, 600}, screen()->availableGeometry().size()));
 
     auto *layout = new QVBoxLayout(this);
     helpBrowser = new QTextBrowser;

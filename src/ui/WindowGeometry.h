@@ -1,4 +1,4 @@
-// How large the window's contents are on a given screen.
+// How large the window's contents and the large dialogs are on a given screen.
 #pragma once
 
 #include <QSize>
@@ -22,6 +22,13 @@ namespace Tessarin::UI {
     if (size.height() > available.height())
         size = {available.height() * 16 / 9, available.height()};
     return size;
+}
+
+/// `wished`, or as much of it as a screen without panels has room for besides a window's frame, in pixels.
+[[nodiscard]] inline QSize dialogSize(const QSize &wished, const QSize &available)
+{
+    constexpr QSize frame(8, 40);
+    return wished.boundedTo(available - frame);
 }
 
 } // namespace Tessarin::UI

@@ -2,6 +2,7 @@
 #include "ui/AboutDialog.h"
 
 #include "ui/ApplicationIcon.h"
+#include "ui/Contrast.h"
 #include "ui/WebAddresses.h"
 #include "ui/WindowGeometry.h"
 
@@ -27,6 +28,7 @@ namespace Tessarin::UI {
 
 namespace {
 
+constexpr QColor titleColor(0x0b, 0x4f, 0x8a);
 constexpr int headerIconSize = 56;
 constexpr int initialWidth = 560;
 constexpr int initialHeight = 560;
@@ -43,14 +45,15 @@ public:
     }
 };
 
-QLayout *buildHeader(QWidget *parent)
+QWidget *buildHeader(QWidget *parent)
 {
-    auto *iconLabel = new QLabel(parent);
+    auto *header = new QWidget(parent);
+    auto *iconLabel = new QLabel(header);
     iconLabel->setObjectName(QStringLiteral("iconLabel"));
     iconLabel->setAccessibleName(AboutDialog::tr("Ícone do Tessarin"));
     iconLabel->setPixmap(applicationIcon().pixmap(headerIconSize));
 
-    auto *titleLabel = new QLabel(AboutDialog::tr("Tessarin"), parent);
+    auto *titleLabel = new QLabel(AboutDialog::tr("Tessarin"), header);
     titleLabel->setObjectName(QStringLiteral("titleLabel"));
     QFont titleFont = titleLabel->font();
     titleFont.setBold(true);
@@ -58,19 +61,36 @@ QLayout *buildHeader(QWidget *parent)
     titleLabel->setFont(titleFont);
     titleLabel->setStyleSheet(QStringLiteral("color: #0B4F8A;"));
 
-    auto *header = new QHBoxLayout;
-    header->setSpacing(14);
-    header->addWidget(iconLabel);
-    header->addWidget(titleLabel, 1);
+    auto *layout = new QHBoxLayout(header);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(14);
+    layout->addWidget(iconLabel);
+    layout->addWidget(titleLabel, 1);
+
+    QPalette palette = header->palette();
+    if (!isReadable(titleColor, palette.color(QPalette::Window))) {
+        palette.setColor(QPalette::Window, lightGround);
+        header->setPalette(palette);
+        header->setAutoFillBackground(true);
+        layout->setContentsMargins(8, 8, 8, 8);
+    }
     return header;
+}
+
+/// The desktop's, where it can be read. A link is known by its line, too.
+QColor linkColor(const QPalette &palette)
+{
+    const QColor wished = palette.color(QPalette::Link);
+    return isReadable(wished, palette.color(QPalette::Window)) ? wished : palette.color(QPalette::WindowText);
 }
 
 QLabel *buildProductLabel(QWidget *parent)
 {
     const QString version = AboutDialog::tr("Versão %1").arg(QCoreApplication::applicationVersion());
     const QString maker = AboutDialog::tr("Desenvolvido pela %1.")
-                              .arg(QStringLiteral("<a href=\"%1\">%2</a>")
-                                       .arg(makerWebPage(), AboutDialog::tr("equipe do Tessarin")));
+                              .arg(QStringLiteral("<a href=\"%1\" style=\"color: %2\">%3</a>")
+                                       .arg(makerWebPage(), linkColor(parent->palette()).name(),
+                                            AboutDialog::tr("equipe do Tessarin")));
     auto *label = new QLabel(parent);
     label->setObjectName(QStringLiteral("productLabel"));
     label->setTextFormat(Qt::RichText);
@@ -138,7 +158,7 @@ void AboutDialog::buildUi()
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(16, 16, 16, 16);
     layout->setSpacing(8);
-    layout->addLayout(buildHeader(this));
+    layout->addWidget(buildHeader(this));
     auto *facts = new QHBoxLayout;
     facts->addWidget(buildProductLabel(this), 1, Qt::AlignTop);
     facts->addWidget(buildEnvironmentLabel(this), 1, Qt::AlignTop);

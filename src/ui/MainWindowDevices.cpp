@@ -3,6 +3,7 @@
 
 #include "core/ContainerManager.h"
 #include "core/Secret.h"
+#include "ui/Contrast.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/WaitCursor.h"
@@ -26,6 +27,7 @@ namespace {
 
 constexpr int rootPathRole = Qt::UserRole;
 constexpr int identityRole = Qt::UserRole + 1;
+constexpr QColor unmountedColor(0x6e, 0x6e, 0x6e);
 
 QString containerFilter()
 {
@@ -139,7 +141,9 @@ void MainWindow::addDeviceRow(const Platform::UsbDevice &device)
     }
     item->setText(item->text() + tr(" | não montado"));
     item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
-    item->setForeground(QColor(u"#6e6e6e"_s));
+    item->setForeground(unmountedColor);
+    if (!isReadable(unmountedColor, deviceList->palette().color(QPalette::Base)))
+        item->setBackground(lightGround);
     setHint(item, tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
 }
 

@@ -1,14 +1,43 @@
 // The boxes that speak to people.
 #include "ui/MessageBoxes.h"
 
+#include "ui/WrappingLabel.h"
+
 #include <QCoreApplication>
+#include <QFontMetrics>
 #include <QLabel>
+#include <QLayout>
 #include <QMessageBox>
 #include <QPushButton>
+
+#include <algorithm>
+#include <memory>
 
 namespace Tessarin::UI {
 
 namespace {
+
+bool hasWideWord(const QLabel &label)
+{
+    const QStringList words = label.text().simplified().split(u' ');
+    return std::ranges::any_of(words, [&](const QString &word) {
+        return label.fontMetrics().horizontalAdvance(word) > WrappingLabel::textWidth;
+    });
+}
+
+/// The box's own labels would cut off a name that is wider than the box.
+void breakWideWords(QMessageBox &box)
+{
+    const QList<QLabel *> labels = box.findChildren<QLabel *>();
+    for (QLabel *label : labels) {
+        if (!hasWideWord(*label))
+            continue;
+        auto *wrapping = new WrappingLabel(&box);
+        wrapping->setText(label->text());
+        const std::unique_ptr<QLayoutItem> old(box.layout()->replaceWidget(label, wrapping));
+        label->hide();
+    }
+}
 
 void showBox(QMessageBox::Icon icon, QWidget *parent, const QString &title, const QString &text,
              const QString &details)
@@ -19,6 +48,7 @@ void showBox(QMessageBox::Icon icon, QWidget *parent, const QString &title, cons
     const QList<QLabel *> labels = box.findChildren<QLabel *>();
     for (QLabel *label : labels)
         label->setTextFormat(Qt::PlainText);
+    breakWideWords(box);
     box.exec();
 }
 
@@ -31,6 +61,7 @@ bool question(QWidget *parent, const QString &title, const QString &text, const 
     QPushButton *rejectButton = box.addButton(rejectText, QMessageBox::RejectRole);
     box.setDefaultButton(rejectButton);
     box.setEscapeButton(rejectButton);
+    breakWideWords(box);
     box.exec();
     return box.clickedButton() == acceptButton;
 }

@@ -2,17 +2,14 @@
 #include "ui/ProgressDialog.h"
 
 #include "ui/Formatting.h"
+#include "ui/WrappingLabel.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QLabel>
-#include <QPainter>
 #include <QProgressBar>
-#include <QTextLayout>
 #include <QThread>
 
-#include <cmath>
 #include <limits>
 
 namespace Tessarin::UI {
@@ -20,65 +17,9 @@ namespace Tessarin::UI {
 namespace {
 
 constexpr int dialogWidth = 460;
-constexpr int textWidth = 420;
 constexpr int barSteps = 1000;
 constexpr int focusTimeoutMs = 300;
 constexpr int longWorkMs = 500;
-
-/// A label that breaks a word which is wider than the label: file names may have 255 letters and no space.
-class WrappingLabel final : public QLabel
-{
-public:
-    explicit WrappingLabel(QWidget *parent) : QLabel(parent)
-    {
-        setTextFormat(Qt::PlainText);
-        setWordWrap(true);
-    }
-
-    QSize sizeHint() const override { return {textWidth, heightForWidth(textWidth)}; }
-    QSize minimumSizeHint() const override { return sizeHint(); }
-
-    int heightForWidth(int width) const override
-    {
-        QTextLayout layout;
-        return static_cast<int>(std::ceil(lay(layout, width)));
-    }
-
-protected:
-    void paintEvent(QPaintEvent *) override
-    {
-        QTextLayout layout;
-        const qreal height = lay(layout, width());
-        QPainter painter(this);
-        painter.setPen(palette().color(foregroundRole()));
-        layout.draw(&painter, QPointF(0, std::max<qreal>(0, (this->height() - height) / 2)));
-    }
-
-private:
-    /// Breaks the text into lines of the given width in pixels; returns their height.
-    qreal lay(QTextLayout &layout, int width) const
-    {
-        layout.setFont(font());
-        layout.setText(text().replace(u'\n', QChar::LineSeparator));
-        layout.setTextOption(wrapping());
-        layout.beginLayout();
-        qreal height = 0;
-        for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
-            line.setLineWidth(width);
-            line.setPosition(QPointF(0, height));
-            height += line.height();
-        }
-        layout.endLayout();
-        return height;
-    }
-
-    static QTextOption wrapping()
-    {
-        QTextOption option;
-        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-        return option;
-    }
-};
 
 /// A file dialog may have closed just now, and the window manager still be handing the keyboard back. A modal
 /// window that comes and goes meanwhile makes Qt miss it: the window would look active with dead shortcuts.

@@ -99,7 +99,6 @@ void writeRow(QTableWidget &table, int rowNumber, const Row &row)
     sizeItem->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
     auto *typeItem = new QTableWidgetItem(row.typeText);
     typeItem->setTextAlignment(Qt::AlignCenter);
-    typeItem->setToolTip(plainToolTip(row.typeText));
     auto *dateItem = new QTableWidgetItem(row.dateText);
     dateItem->setTextAlignment(Qt::AlignCenter);
     if (row.kind == VaultTableItemKind::File) {
@@ -107,7 +106,9 @@ void writeRow(QTableWidget &table, int rowNumber, const Row &row)
             item->setData(PathRole, row.path);
     }
 
-    for (QTableWidgetItem *item : {sizeItem, dateItem}) {
+    for (QTableWidgetItem *item : {sizeItem, typeItem, dateItem}) {
+        // The columns keep their widths in every font, and may cut the text.
+        item->setToolTip(plainToolTip(item->text()));
         if (item->text().isEmpty())
             item->setData(Qt::AccessibleTextRole, translated("vazio"));
     }

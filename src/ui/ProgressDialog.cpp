@@ -7,6 +7,7 @@
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QGuiApplication>
 #include <QProgressBar>
 #include <QThread>
 
@@ -104,7 +105,12 @@ void ProgressDialog::finish()
     if (!isVisible())
         return;
     setValue(maximum());
+    const bool isInUse = QGuiApplication::applicationState() == Qt::ApplicationActive;
     accept();
+    // A window manager that was about to hand the keyboard to this dialog, from a question just answered,
+    // leaves it with nobody.
+    if (isInUse && parentWidget() != nullptr)
+        parentWidget()->activateWindow();
 }
 
 void ProgressDialog::reject()

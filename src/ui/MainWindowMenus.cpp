@@ -144,11 +144,18 @@ void MainWindow::connectSignals()
     runOn(webPageAction, &MainWindow::openWebPage);
     runOn(aboutAction, &MainWindow::showAbout);
 
-    connect(vaultToggleButton, &QToolButton::clicked, this, [this] {
+    const auto takeToggle = [this] {
         run(&MainWindow::toggleVault);
         // The click itself has toggled the button, whatever became of the operation.
         updateVaultToggleButton();
-    });
+    };
+    connect(vaultToggleButton, &QToolButton::clicked, this, takeToggle);
+    // A screen reader toggles the button without a click. After one, there is nothing left to do here.
+    const auto takeSilentToggle = [=, this] {
+        if (!operationRunning && vaultToggleButton->isChecked() != isUnlocked())
+            takeToggle();
+    };
+    connect(vaultToggleButton, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
 
     connect(deviceList, &QListWidget::currentItemChanged, this, &MainWindow::keepContainerDevice);
     // A mouse click selects its row only after the current row has changed.

@@ -38,7 +38,7 @@ def until(expected, look, describe=None, timeout=TIMEOUT_SECONDS):
 class Desktop:
     """Everything it starts ends with it; all that its programs write goes below one temporary directory."""
 
-    def __init__(self):
+    def __init__(self, screen=SCREEN, environment=None):
         self.directory = tempfile.TemporaryDirectory(prefix="tour-", ignore_cleanup_errors=True)
         self.root = Path(self.directory.name)
         self.processes = []
@@ -49,9 +49,9 @@ class Desktop:
         opener = self.root / "bin/xdg-open"
         opener.write_text(FAKE_OPENER)
         opener.chmod(0o755)
-        self.environment = self._environment()
+        self.environment = self._environment() | (environment or {})
 
-        self._start_display()
+        self._start_display(screen)
         self._start_bus()
         self._start("openbox", "--sm-disable")
         # Only now, since the bindings find their bus through the environment.
@@ -79,9 +79,9 @@ class Desktop:
         self.processes.append(process)
         return process
 
-    def _start_display(self):
+    def _start_display(self, screen):
         reader, writer = os.pipe()
-        self._start("Xvfb", "-displayfd", str(writer), "-screen", "0", SCREEN, "-nolisten", "tcp",
+        self._start("Xvfb", "-displayfd", str(writer), "-screen", "0", screen, "-nolisten", "tcp",
                     pass_fds=[writer])
         os.close(writer)
         with os.fdopen(reader) as pipe:
@@ -211,8 +211,10 @@ class Desktop:
         self.atspi.EditableText.set_text_contents(field, text)
 
     def area(self, node):
+        """Width, height, x and y in the screen's own pixels; a scaled program tells its own, larger ones."""
+        scale = float(self.environment.get("QT_SCALE_FACTOR", 1))
         extents = node.get_extents(self.atspi.CoordType.SCREEN)
-        return extents.width, extents.height, extents.x, extents.y
+        return [round(scale * length) for length in (extents.width, extents.height, extents.x, extents.y)]
 
     def has_focus(self, node):
         return node.get_state_set().contains(self.atspi.StateType.FOCUSED)

@@ -53,7 +53,10 @@ class Desktop:
 
         self._start_display(screen)
         self._start_bus()
-        self._start("openbox", "--sm-disable")
+        # A window that is mapped while the window manager starts up may never be shown.
+        ready = self.root / "window-manager-is-ready"
+        self._start("openbox", "--sm-disable", "--startup", f"touch {ready}")
+        until("a window manager", ready.exists, lambda: "none")
         # Only now, since the bindings find their bus through the environment.
         os.environ.update(self.environment)
         import gi

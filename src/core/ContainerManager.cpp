@@ -201,7 +201,8 @@ bool ContainerManager::parseHeader(const QByteArray &header, ContainerDocument *
 bool ContainerManager::readDocument(const QString &path, ContainerDocument *document) const
 {
     QFile file(path);
-    if (document == nullptr || !file.open(QIODevice::ReadOnly) || !readMagic(file))
+    if (document == nullptr || !QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly) ||
+        !readMagic(file))
         return false;
 
     const QByteArray line = readLengthLine(file);

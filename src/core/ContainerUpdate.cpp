@@ -4,6 +4,8 @@
 #include "core/HostFile.h"
 #include "core/Sha256.h"
 
+#include <QFileInfo>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -106,7 +108,8 @@ ContainerUpdate::ContainerUpdate(const QString &path) : container(path) {}
 
 bool ContainerUpdate::begin()
 {
-    if (!container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
+    if (!QFileInfo(container).isFile() ||
+        !container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
         !lockFile(container)) {
         return false;
     }

@@ -98,6 +98,14 @@ public:
         return ::openat(descriptor, name.constData(), flags | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
     }
 
+    [[nodiscard]] bool moveFile(const QByteArray &name, const Directory &target,
+                                const QByteArray &newName) const
+    {
+        return ::renameat(descriptor, name.constData(), target.descriptor, newName.constData()) == 0;
+    }
+
+    void deleteFile(const QByteArray &name) const { ::unlinkat(descriptor, name.constData(), 0); }
+
     /// Deletes all that is in it, wherever it lies by now; links as such.
     [[nodiscard]] bool removeContents() const
     {
@@ -177,19 +185,36 @@ bool TempWorkspaceManager::prepare()
     return true;
 }
 
-bool TempWorkspaceManager::openCopy(const QString &vaultPath, QFile &copy)
+bool TempWorkspaceManager::openNewCopy(QFile &copy)
 {
-    if (!handle || vaultPath == lockFileName)
+    if (!handle)
         return false;
-    const auto [parent, name] = handle->parentOf(vaultPath, true);
-    if (!parent.isOpen() || name.isEmpty())
-        return false;
-
-    const int descriptor = parent.openFile(name, O_WRONLY | O_CREAT | O_TRUNC);
-    copy.setFileName(pathForVaultFile(vaultPath));
+    newCopyName = ".tessarin-" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+    const int descriptor = handle->openFile(newCopyName, O_WRONLY | O_CREAT | O_EXCL);
     return descriptor >= 0 &&
            copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle) &&
-           ::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0 && isOpenAt(copy, pathForVaultFile(vaultPath));
+           ::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0;
+}
+
+bool TempWorkspaceManager::putCopy(const QString &vaultPath, QFile &copy)
+{
+    if (handle && vaultPath != lockFileName) {
+        const auto [parent, name] = handle->parentOf(vaultPath, true);
+        if (parent.isOpen() && !name.isEmpty() && handle->moveFile(newCopyName, parent, name)) {
+            const bool isThere = isOpenAt(copy, pathForVaultFile(vaultPath));
+            copy.close();
+            return isThere;
+        }
+    }
+    dropCopy(copy);
+    return false;
+}
+
+void TempWorkspaceManager::dropCopy(QFile &copy)
+{
+    copy.close();
+    if (handle)
+        handle->deleteFile(newCopyName);
 }
 
 bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const

@@ -5,6 +5,7 @@
 // from there without following links; what belongs to someone else or is open to others is refused.
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <memory>
@@ -29,10 +30,17 @@ public:
     /// Creates the workspace, readable by its owner alone, and takes its lock without waiting.
     [[nodiscard]] bool prepare();
 
-    /// Opens the copy of a vault file for writing, emptied and readable by its owner alone, and creates the
-    /// folders above it. False, and nothing written, unless the workspace is prepared and all on the way is
-    /// private; false too for the lock file's own path.
-    [[nodiscard]] bool openCopy(const QString &vaultPath, QFile &copy);
+    /// Opens a new file for writing, readable by its owner alone, which becomes a copy by putCopy(). False,
+    /// and nothing written, unless the workspace is prepared.
+    [[nodiscard]] bool openNewCopy(QFile &copy);
+
+    /// Closes it and puts it where the copy of a vault file lies, in place of a former one; creates the
+    /// folders above. False unless all on the way is private, and for the lock file's own path: then a former
+    /// copy stays as it is.
+    [[nodiscard]] bool putCopy(const QString &vaultPath, QFile &copy);
+
+    /// Closes and deletes one that could not be completed.
+    void dropCopy(QFile &copy);
 
     /// True when the path of a copy leads, without a link, to a regular file in this workspace.
     [[nodiscard]] bool holdsCopy(const QString &vaultPath) const;
@@ -46,6 +54,7 @@ private:
     QString directory;
     std::unique_ptr<Directory> handle;
     std::unique_ptr<QLockFile> lock;
+    QByteArray newCopyName; ///< In the workspace, until it is put in its place.
 };
 
 } // namespace Tessarin::Core

@@ -25,17 +25,15 @@ bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *temp
     // The stored letter case: two spellings of one name must not become two copies that overwrite each other.
     const QString path = entry->vaultPath;
     const QString copyPath = workspace.pathForVaultFile(path);
+    // A former copy, which may be edited, stays until the new one is complete.
     QFile copy;
-    const bool isOpened = workspace.openCopy(path, copy);
-    // Once it is open the copy is not what was tracked, and if it stays incomplete it must not go back.
-    if (copy.isOpen())
-        openCopies.untrack(path);
-    if (!isOpened)
+    if (!workspace.openNewCopy(copy))
         return false;
-    if (!writeVaultFileToDevice(path, &copy, progress))
+    if (!writeVaultFileToDevice(path, &copy, progress)) {
+        workspace.dropCopy(copy);
         return false;
-    copy.close();
-    if (!openCopies.track(path, copyPath))
+    }
+    if (!workspace.putCopy(path, copy) || !openCopies.track(path, copyPath))
         return false;
 
     *tempPath = copyPath;

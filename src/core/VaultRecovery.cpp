@@ -5,6 +5,7 @@
 #include "core/BlockReader.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
 
 #include <algorithm>
@@ -30,8 +31,9 @@ QSet<BlockKey> blockKeys(const SecureFileIndex &index)
 
 bool VaultManager::openVault(const QString &path, const QByteArray &password, OpenedVault &opened) const
 {
+    // Opening a named pipe would wait for ever.
     QFile container(path);
-    if (!container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    if (!QFileInfo(path).isFile() || !container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return false;
     if (!findUndoRecord(container)) {
         return containers.readDocument(path, &opened.document) && openDocument(password, opened);

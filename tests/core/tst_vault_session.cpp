@@ -120,18 +120,20 @@ private Q_SLOTS:
         QCOMPARE(f.get(u"igual"_s), "velho");
     }
 
-    void aCopyThatCouldNotBeCompletedNeverGoesBack()
+    void anEditSurvivesOpeningItsFileAgainInVain()
     {
         VaultFixture f;
         QVERIFY(f.createAndUnlock() && f.put(u"a"_s, noise(100, 1)));
         QString copy;
         QVERIFY(f.vault.prepareFileForEditing(u"a"_s, &copy));
+        edit(copy, "editado");
         const VaultFileBlock block = f.vault.fileIndex().entries().first().blocks.first();
         overwrite(f.container, block.offset, "danificado");
-        QVERIFY(!f.vault.prepareFileForEditing(u"a"_s, &copy));
-        edit(copy, "pela metade");
+        QVERIFY(!f.vault.prepareFileForEditing(u"a"_s, &copy) && readFile(copy) == "editado");
+        const auto all = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
+        QCOMPARE(QDir(f.vault.workspacePath()).entryList(all).size(), 2);
         QVERIFY(f.vault.lockVault() && f.unlock());
-        QCOMPARE(f.vault.fileIndex().entries().first().sizeBytes, 100);
+        QCOMPARE(f.get(u"a"_s), "editado");
     }
 
     void theWorkspaceIsPrivateWhateverTheUmask()

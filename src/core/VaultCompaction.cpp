@@ -73,22 +73,30 @@ void readChunk(QFile &source, qint64 size, QByteArray &chunk)
     chunk.resize(qMax(qint64(0), source.read(chunk.data(), size)));
 }
 
+/// The part with the header comes last and by itself: a copy that breaks off is no container to anybody.
 bool copyInChunks(QFile &source, QFile &target, const ProgressCallback &progress)
 {
     const qint64 totalBytes = source.size();
     qint64 doneBytes = 0;
     QByteArray chunk;
-    while (!source.atEnd()) {
-        readChunk(source, copyChunkSize, chunk);
-        if (chunk.isEmpty() || target.write(chunk) != chunk.size() ||
-            !startWriteback(target, doneBytes, chunk.size())) {
+    const auto copyPart = [&](qint64 offset, qint64 end) {
+        if (!source.seek(offset) || !target.seek(offset))
             return false;
+        while (offset < end) {
+            readChunk(source, qMin(copyChunkSize, end - offset), chunk);
+            if (chunk.isEmpty() || target.write(chunk) != chunk.size() ||
+                !startWriteback(target, offset, chunk.size())) {
+                return false;
+            }
+            offset += chunk.size();
+            doneBytes += chunk.size();
+            if (progress)
+                progress(doneBytes, totalBytes, replacingLabel());
         }
-        doneBytes += chunk.size();
-        if (progress)
-            progress(doneBytes, totalBytes, replacingLabel());
-    }
-    return doneBytes == totalBytes;
+        return true;
+    };
+    return copyPart(copyChunkSize, totalBytes) && syncFile(target) &&
+           copyPart(0, qMin(copyChunkSize, totalBytes));
 }
 
 /// Copies a file and waits until it and its name have reached the drive; a failed copy does not stay.

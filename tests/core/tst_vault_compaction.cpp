@@ -176,7 +176,7 @@ private Q_SLOTS:
         const auto fillDrive = [&](qint64, qint64, const QString &label) {
             QFile filler(root + u"/filler"_s);
             const bool isTime = hasTwin
-                                    ? !QFile::exists(container) || QFileInfo(container).size() < 16 * mebibyte
+                                    ? !QFile::exists(container) || QFileInfo(container).size() < 20 * mebibyte
                                     : label == u"Substituindo container no USB"_s;
             if (isTime && filler.open(QIODevice::Append))
                 filler.write(QByteArray(200 * mebibyte, 'f'));

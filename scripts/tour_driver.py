@@ -156,6 +156,9 @@ class Tour:
     def start(self):
         self.desktop.launch(self.program)
         self.desktop.window("Tessarin", "frame")
+        limits = Path(f"/proc/{self.desktop.program.pid}/limits").read_text(encoding="ascii").splitlines()
+        cores = next(line for line in limits if line.startswith("Max core file size"))
+        require(cores.split()[4:6] == ["0", "0"], "no core dumps", cores)
 
     def choose_drive(self):
         self.status("Pronto")

@@ -117,11 +117,12 @@ void addUnmountedDrives(FoundDevices &found)
     const QStringList blockNames =
         QDir(QStringLiteral("/sys/class/block")).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString &blockName : blockNames) {
-        if (found.hasDevice(blockName) || !qualifies(blockName) || isPartitionedDisk(blockName))
-            continue;
+        // Most devices have no label, and the other questions take many looks at the tree each.
         const auto label = labels.constFind(blockName);
-        if (label == labels.cend())
+        if (label == labels.cend() || found.hasDevice(blockName) || !qualifies(blockName) ||
+            isPartitionedDisk(blockName)) {
             continue;
+        }
 
         UsbDevice device;
         device.identifier = blockName;

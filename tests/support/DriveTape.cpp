@@ -242,6 +242,14 @@ int open64(const char *path, int flags, ...)
     return descriptor;
 }
 
+off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
+{
+    static const auto forward = FORWARD(lseek64);
+    DriveTape::Event event = {DriveTape::Write, 0, 0, {}};
+    const bool isTaped = running != nullptr && whence == SEEK_SET && running->watches(descriptor, event);
+    return isTaped && running->fails() ? -1 : forward(descriptor, offset, whence);
+}
+
 ssize_t write(int descriptor, const void *bytes, size_t size)
 {
     static const auto forward = FORWARD(write);

@@ -95,6 +95,9 @@ void addMountTable(FoundDevices &found)
 
     const QList<QByteArray> lines = mountTable.readAll().split('\n');
     for (const QByteArray &line : lines) {
+        // Most file systems are on no device; their lines need no taking apart.
+        if (!line.contains(" /dev/"))
+            continue;
         const std::optional<MountInfoLine> mount = parseMountInfoLine(QFile::decodeName(line));
         if (!mount || !mount->source.startsWith("/dev/"_L1))
             continue;
@@ -114,6 +117,8 @@ void addMountTable(FoundDevices &found)
 void addUnmountedDrives(FoundDevices &found)
 {
     const QHash<QString, QString> labels = blockLabelMap();
+    if (labels.isEmpty())
+        return;
     const QStringList blockNames =
         QDir(QStringLiteral("/sys/class/block")).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString &blockName : blockNames) {

@@ -10,6 +10,7 @@
 #include <QGuiApplication>
 #include <QProgressBar>
 #include <QThread>
+#include <QWindow>
 
 #include <limits>
 
@@ -19,15 +20,15 @@ namespace {
 
 constexpr int dialogWidth = 460;
 constexpr int barSteps = 1000;
-constexpr int focusTimeoutMs = 300;
+constexpr int windowManagerTimeoutMs = 300;
 constexpr int longWorkMs = 500;
 
-/// A file dialog may have closed just now, and the window manager still be handing the keyboard back. A modal
-/// window that comes and goes meanwhile makes Qt miss it: the window would look active with dead shortcuts.
-void awaitFocus(const QWidget *parent)
+/// Lets events run until the window manager has done its part, or takes too long.
+template <typename Condition>
+void await(Condition isMet)
 {
-    const QDeadlineTimer deadline(focusTimeoutMs);
-    while (parent != nullptr && !parent->isActiveWindow() && !deadline.hasExpired()) {
+    const QDeadlineTimer deadline(windowManagerTimeoutMs);
+    while (!isMet() && !deadline.hasExpired()) {
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
         QThread::msleep(1);
     }
@@ -69,11 +70,15 @@ void ProgressDialog::build(const QString &title, Qt::WindowModality modality)
 void ProgressDialog::begin(const QString &text)
 {
     waitCursor.reset();
-    awaitFocus(parentWidget());
+    // A file dialog may have closed just now, and the keyboard be on its way back. A modal window that comes
+    // and goes meanwhile makes Qt miss it: the window would look active with dead shortcuts.
+    await([this] { return parentWidget() == nullptr || parentWidget()->isActiveWindow(); });
     setMinimumDuration(0);
     setLabelText(text);
     setValue(0);
     show();
+    // Else a slow drive would leave the dialog blank until its first block is through.
+    await([this] { return windowHandle()->isExposed(); });
     QCoreApplication::processEvents();
 }
 

@@ -222,6 +222,11 @@ class Desktop:
     def has_focus(self, node):
         return node.get_state_set().contains(self.atspi.StateType.FOCUSED)
 
+    def click_close_button(self, area):
+        """The one of the frame, which the window manager puts above a window at its right end."""
+        width, _, x, y = area
+        self._xdotool("mousemove", x + width - 12, y - 10, "click", 1)
+
     def click(self, node, button=1, times=1):
         width, height, x, y = self.area(node)
         self._xdotool("mousemove", x + width // 2, y + height // 2, "click", "--repeat", times, "--delay", 60, button)

@@ -7,6 +7,7 @@ import argparse
 import os
 import subprocess
 import sys
+import threading
 import time
 import traceback
 from pathlib import Path
@@ -373,7 +374,7 @@ class Tour:
         require(stored.read("receita.txt") == self.odd, repr(self.odd), "other bytes")
 
     def open_foreign_container(self):
-        content = os.urandom((16 << 20) + 1)
+        content = self.foreign = os.urandom((32 << 20) + 1)
         path = self.drive / "de-outro-autor.trvx"
         read_container.create(path, PASSWORD, {"Música/Ópera/ária.ogg": content, "leia-me": b"ok"})
         self.press("ctrl+o")
@@ -399,8 +400,44 @@ class Tour:
         self.shot()
         self.desktop.click(self.desktop.find("push button", "Fechar"))
 
+    def close_while_it_works(self):
+        """The close button of the window's frame, while an export waits for whoever reads it."""
+        area = self.desktop.area(self.desktop.window("Tessarin", "frame"))
+        pipe = self.desktop.home / "lento"
+        os.mkfifo(pipe)
+        received, go_on = [], threading.Event()
+
+        def read_slowly():
+            with pipe.open("rb") as stream:
+                time.sleep(1)
+                received.append(stream.read(16 << 20))
+                go_on.wait()
+                received.append(stream.read())
+
+        reader = threading.Thread(target=read_slowly, daemon=True)
+        reader.start()
+        self.desktop.click(self.cell("ária.ogg"))
+        self.press("ctrl+e")
+        self.box("Exportar arquivo", "Exportar ", "Continuar")
+        self.ask("Exportar arquivo", str(pipe))
+        self.box("Exportar arquivo", "lento já existe.", "Sim")
+        # The program is waiting for the pipe: it can be seen, and answers nobody.
+        until("the export's progress", lambda: received and self.desktop.popups())
+        self.shot()
+        self.desktop.click_close_button(area)
+        time.sleep(0.3)
+        require(self.desktop.program.poll() is None, "a program that goes on", "its end")
+        go_on.set()
+        reader.join()
+        self.ended()
+        require(b"".join(received) == self.foreign, "ária.ogg as it was written", "other bytes")
+
     def quit(self):
+        self.start()
         self.press("ctrl+q")
+        self.ended()
+
+    def ended(self):
         code = until("the program's end", lambda: self.desktop.program.poll() is not None,
                      self.desktop.describe) and self.desktop.program.returncode
         require(code == 0, "exit code 0", code)
@@ -409,7 +446,8 @@ class Tour:
     STATIONS = [start, choose_drive, create_vault, refuse_wrong_password, unlock_vault, create_folders, import_several,
                 enter_folder_and_replace, export_file, open_and_edit, lock_by_padlock, edit_came_back, move_file,
                 rename_file, rename_folder, browse, context_menu, delete_file, delete_folder, compact, backup,
-                change_password, open_foreign_container, about, help, quit]
+                change_password, open_foreign_container, about, help,
+                close_while_it_works, quit]
 
     def run(self):
         for number, station in enumerate(self.STATIONS, 1):

@@ -5,10 +5,12 @@
 #include "platform/linux/LinuxDeviceManager.h"
 #include "platform/linux/MountWatcher.h"
 #include "ui/ApplicationIcon.h"
+#include "ui/CloseRequest.h"
 #include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/Painting.h"
+#include "ui/ProgressDialog.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
@@ -172,6 +174,15 @@ void MainWindow::closeEvent(QCloseEvent *event)
         if (!locked)
             showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
     });
+}
+
+bool MainWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr *result)
+{
+    // To Qt a blocked window cannot be closed. A question can be answered first, but long work cannot.
+    const bool workShows = qobject_cast<ProgressDialog *>(QApplication::activeModalWidget()) != nullptr;
+    if (workShows && isCloseRequest(eventType, message))
+        closingTimer.start();
+    return QMainWindow::nativeEvent(eventType, message, result);
 }
 
 void MainWindow::closeSoon()

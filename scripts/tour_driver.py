@@ -312,6 +312,11 @@ class Tour:
         self.shot()
         self.desktop.key("Escape")
 
+    def open_without_program(self):
+        self.desktop.click(self.cell("chave.pem"), times=2)
+        self.box("Tessarin", "Não foi possível abrir o arquivo no aplicativo padrão.", "OK")
+        self.status("Falha ao abrir o arquivo.")
+
     def delete_file(self):
         before = self.container.stat().st_size
         self.desktop.click(self.cell("férias.mp3"))
@@ -445,9 +450,8 @@ class Tour:
 
     STATIONS = [start, choose_drive, create_vault, refuse_wrong_password, unlock_vault, create_folders, import_several,
                 enter_folder_and_replace, export_file, open_and_edit, lock_by_padlock, edit_came_back, move_file,
-                rename_file, rename_folder, browse, context_menu, delete_file, delete_folder, compact, backup,
-                change_password, open_foreign_container, about, help,
-                close_while_it_works, quit]
+                rename_file, rename_folder, browse, context_menu, open_without_program, delete_file, delete_folder,
+                compact, backup, change_password, open_foreign_container, about, help, close_while_it_works, quit]
 
     def run(self):
         for number, station in enumerate(self.STATIONS, 1):

@@ -1,5 +1,6 @@
 // Starts the program: who it is, its window, its event loop.
 #include "ui/ApplicationIcon.h"
+#include "ui/FileOpener.h"
 #include "ui/MainWindow.h"
 #include "ui/ProcessProtection.h"
 #include "ui/QtTexts.h"
@@ -22,6 +23,9 @@ int main(int argc, char *argv[])
     QApplication::installTranslator(&qtTexts);
 
     Tessarin::UI::MainWindow window;
+    const Tessarin::UI::FileOpener opener;
+    QObject::connect(&opener, &Tessarin::UI::FileOpener::failed, &window,
+                     &Tessarin::UI::MainWindow::tellOfFailedOpening, Qt::QueuedConnection);
     const Tessarin::UI::TerminationSignals termination;
     QObject::connect(&termination, &Tessarin::UI::TerminationSignals::requested, &window,
                      &Tessarin::UI::MainWindow::closeSoon);

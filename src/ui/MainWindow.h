@@ -49,6 +49,9 @@ public:
     /// The same at the end of the desktop session, which is asked to wait while the vault is open.
     void endSession(QSessionManager &session);
 
+    /// Says that nothing has opened a file after all; in passing only while an operation runs.
+    void tellOfFailedOpening();
+
 protected:
     bool event(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
@@ -150,6 +153,7 @@ private:
                                         ProgressDialog &progress);
     void exportSelectedFile();
     void openSelectedFile();
+    void warnOfFailedOpening();
     void deleteSelectedFile();
     void moveSelectedFile();
     void renameSelectedFile();

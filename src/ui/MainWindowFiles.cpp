@@ -223,6 +223,19 @@ void MainWindow::openSelectedFile()
         setStatusMessage(tr("Arquivo aberto para edição."), statusTimeoutMs);
         return;
     }
+    warnOfFailedOpening();
+}
+
+void MainWindow::tellOfFailedOpening()
+{
+    if (operationRunning)
+        setStatusMessage(tr("Falha ao abrir o arquivo."), statusTimeoutMs);
+    else
+        run(&MainWindow::warnOfFailedOpening);
+}
+
+void MainWindow::warnOfFailedOpening()
+{
     showWarning(this, tr("Tessarin"), tr("Não foi possível abrir o arquivo no aplicativo padrão."));
     setStatusMessage(tr("Falha ao abrir o arquivo."), statusTimeoutMs);
 }

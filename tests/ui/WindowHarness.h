@@ -6,6 +6,7 @@
 #include "ui/MainWindow.h"
 
 #include <QAction>
+#include <QDesktopServices>
 #include <QDropEvent>
 #include <QListWidget>
 #include <QMimeData>
@@ -27,6 +28,20 @@ inline Platform::UsbDevice usbDrive(const QString &name, const QString &rootPath
     device.mounted = !rootPath.isEmpty();
     return device;
 }
+
+/// Stands in for the desktop that opens files.
+class OpenedFile : public QObject
+{
+    Q_OBJECT
+
+public:
+    OpenedFile() { QDesktopServices::setUrlHandler(u"file"_qs, this, "remember"); }
+    ~OpenedFile() override { QDesktopServices::unsetUrlHandler(u"file"_qs); }
+    QString path;
+
+public Q_SLOTS:
+    void remember(const QUrl &url) { path = url.toLocalFile(); }
+};
 
 class WindowHarness
 {

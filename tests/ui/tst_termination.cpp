@@ -4,10 +4,8 @@
 #include "support/VaultFixture.h"
 #include "ui/TerminationSignals.h"
 
-#include <QDesktopServices>
 #include <QDir>
 #include <QThread>
-#include <QUrl>
 
 #include <csignal>
 
@@ -21,9 +19,6 @@ class TerminationTest : public QObject
 {
     Q_OBJECT
 
-public Q_SLOTS:
-    void rememberOpened(const QUrl &url) { openedCopy = url.toLocalFile(); }
-
 private Q_SLOTS:
     void initTestCase()
     {
@@ -32,10 +27,7 @@ private Q_SLOTS:
         // Only now, for the test library has handlers of its own.
         connect(new TerminationSignals(this), &TerminationSignals::requested, &w.window,
                 &MainWindow::closeSoon);
-        QDesktopServices::setUrlHandler(u"file"_s, this, "rememberOpened");
     }
-
-    void cleanupTestCase() { QDesktopServices::unsetUrlHandler(u"file"_s); }
 
     void init()
     {
@@ -58,7 +50,7 @@ private Q_SLOTS:
     {
         QFETCH(const int, number);
         const QByteArray edited = "editada " + QByteArray::number(number);
-        writeFile(openedCopy, edited);
+        writeFile(opened.path, edited);
         std::raise(number);
         verifyClosed(edited);
     }
@@ -69,7 +61,7 @@ private Q_SLOTS:
         const QString photo = vault.folder.filePath(u"foto.jpg"_s);
         writeFile(other, "de fora");
         writeFile(photo, noise(300000, 1));
-        writeFile(openedCopy, "de dentro");
+        writeFile(opened.path, "de dentro");
         const auto ask = [this](QWidget &question) {
             w.window.close();
             QTRY_VERIFY(!question.isVisible());
@@ -94,7 +86,7 @@ private Q_SLOTS:
         }));
         reader->start();
 
-        writeFile(openedCopy, "editada");
+        writeFile(opened.path, "editada");
         const QString title = u"Exportar arquivo"_s;
         const auto ask = [&](QWidget &progress) {
             std::raise(SIGTERM);
@@ -112,12 +104,12 @@ private Q_SLOTS:
 
     void aVaultThatCannotBeLockedKeepsItsWindow()
     {
-        QVERIFY(QFile::remove(openedCopy) && QDir().mkpath(openedCopy));
+        QVERIFY(QFile::remove(opened.path) && QDir().mkpath(opened.path));
         const auto askAgain = [this](QWidget &warning) {
             QTest::qWait(100);
             QVERIFY(warning.isVisible() && w.window.isVisible());
-            QVERIFY(QDir().rmdir(openedCopy));
-            writeFile(openedCopy, "afinal");
+            QVERIFY(QDir().rmdir(opened.path));
+            writeFile(opened.path, "afinal");
             std::raise(SIGTERM);
             QTRY_VERIFY(!warning.isVisible());
         };
@@ -134,7 +126,7 @@ private:
     void verifyClosed(const QByteArray &expected)
     {
         QTRY_VERIFY(!w.window.isVisible());
-        QVERIFY(!w.padlock.isChecked() && !QFileInfo::exists(QFileInfo(openedCopy).path()));
+        QVERIFY(!w.padlock.isChecked() && !QFileInfo::exists(QFileInfo(opened.path).path()));
         QVERIFY(vault.unlock());
         QCOMPARE(vault.get(u"carta.txt"_s), expected);
         QVERIFY(vault.vault.lockVault());
@@ -142,7 +134,7 @@ private:
 
     VaultFixture vault;
     const QByteArray video = noise(40000000, 2); ///< Three blocks.
-    QString openedCopy;
+    OpenedFile opened;
     WindowHarness w{{usbDrive(u"PENDRIVE"_s, vault.folder.path(), u"/dev/x1"_s)}};
 };
 

@@ -4,7 +4,6 @@
 #include "support/VaultFixture.h"
 
 #include <QComboBox>
-#include <QDesktopServices>
 #include <QHeaderView>
 #include <QMenu>
 #include <QMessageBox>
@@ -17,9 +16,6 @@ using namespace Qt::Literals::StringLiterals;
 class WindowStoriesTest : public QObject
 {
     Q_OBJECT
-
-public Q_SLOTS:
-    void rememberOpened(const QUrl &url) { openedCopy = url.toLocalFile(); }
 
 private Q_SLOTS:
     void aVaultIsCreatedAtTheDrivesRootWithAGoodPassword()
@@ -242,25 +238,23 @@ private Q_SLOTS:
 
     void aVaultWhoseCopyCannotComeBackStaysOpen()
     {
-        QDesktopServices::setUrlHandler(u"file"_s, this, "rememberOpened");
         w.enter(u"Foto.JPG"_s);
-        QDesktopServices::unsetUrlHandler(u"file"_s);
-        QCOMPARE(readFile(openedCopy), photo);
+        QCOMPARE(readFile(opened.path), photo);
 
         // A directory in the copy's place is newer than it, and cannot be imported.
         QTest::qWait(20);
-        QVERIFY(QFile::remove(openedCopy) && QDir().mkpath(openedCopy));
+        QVERIFY(QFile::remove(opened.path) && QDir().mkpath(opened.path));
         w.act(u"lock"_s, {told(u"Não foi possível limpar a área temporária."_s)});
         QVERIFY(w.padlock.isChecked());
         QCOMPARE(w.rows().size(), 3);
         drive([&] { w.window.close(); }, {told(u"Não foi possível bloquear o cofre."_s)});
         QVERIFY(w.window.isVisible() && w.padlock.isChecked());
 
-        QVERIFY(QDir().rmdir(openedCopy));
-        writeFile(openedCopy, "editada");
+        QVERIFY(QDir().rmdir(opened.path));
+        writeFile(opened.path, "editada");
         w.enter(u"Papéis"_s);
         w.act(u"lock"_s, {}, u"Cofre bloqueado."_s);
-        QVERIFY(w.table.rowCount() == 0 && !QFile::exists(openedCopy));
+        QVERIFY(w.table.rowCount() == 0 && !QFile::exists(opened.path));
         QVERIFY(!w.drop({host.filePath(u"nota.txt"_s)}));
         QCOMPARE(w.window.statusBar()->currentMessage(), u"Desbloqueie o cofre para importar arquivos."_s);
 
@@ -368,7 +362,7 @@ private:
     const QString container = stick.filePath(u"tessarin.trvx"_s);
     const QByteArray photo = noise(300000, 7);
     QString password = u"uma senha boa"_s;
-    QString openedCopy;
+    OpenedFile opened;
     WindowHarness w{{usbDrive(u"PENDRIVE"_s, stick.path(), u"/dev/x1"_s)}};
 };
 

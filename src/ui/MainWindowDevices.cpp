@@ -256,6 +256,7 @@ void MainWindow::chooseContainer()
 void MainWindow::createVault()
 {
     const QString root = selectedUsbRootPath();
+    const QByteArray drive = QStorageInfo(root).device();
     const QString chosenPath =
         QFileDialog::getSaveFileName(this, tr("Criar container Tessarin"),
                                      Core::ContainerManager().containerPath(root), containerFilter());
@@ -278,7 +279,8 @@ void MainWindow::createVault()
     {
         const Core::WipedAtScopeEnd wiped(password);
         const WaitCursor waitCursor;
-        created = vaultManager.createVault(file.filePath(), password);
+        // A directory that a pulled drive was mounted at may still be there, on the disk of the system.
+        created = QStorageInfo(root).device() == drive && vaultManager.createVault(file.filePath(), password);
     }
     if (!created) {
         refreshVaultFiles();

@@ -1,7 +1,6 @@
 // The window while drives are plugged in and pulled out: file systems really mounted and unmounted, on the
 // machine with a practice drive that this test is started on.
 #include "WindowHarness.h"
-#include "core/VaultManager.h"
 #include "platform/linux/LinuxDeviceManager.h"
 
 #include <QDir>
@@ -38,8 +37,21 @@ private Q_SLOTS:
         plugIn();
         QTRY_COMPARE(shown(), u"[PRATICA] OUTRO"_s);
         const QString password = u"uma senha boa"_s;
-        QVERIFY(Tessarin::Core::VaultManager().createVault(root + u"/tessarin.trvx"_s, password.toUtf8()));
-        Q_EMIT w.deviceList.itemDoubleClicked(w.deviceList.item(1));
+        const QString container = root + u"/tessarin.trvx"_s;
+        const auto create = [&](const std::function<void()> &meanwhile) {
+            w.deviceList.setCurrentRow(1);
+            DialogStep confirm = type(u"Confirmar senha do cofre"_s, {password});
+            confirm.answer = [&, answer = confirm.answer](QWidget &dialog) {
+                meanwhile();
+                answer(dialog);
+            };
+            return QList<DialogStep>{pick(u"Criar container Tessarin"_s, {container}),
+                                     type(u"Definir senha do cofre"_s, {password}), confirm};
+        };
+        w.act(u"createVault"_s, create([this] { pullOut(); }) << told(u"Não foi possível criar o cofre."_s));
+        QVERIFY(!QFile::exists(container));
+        plugIn();
+        w.act(u"createVault"_s, create([] {}), u"Cofre criado com sucesso."_s);
         w.act(u"unlock"_s, {type(u"Senha do cofre"_s, {password})});
         pullOut();
         QTRY_COMPARE(shown(), u"PRATICA"_s);

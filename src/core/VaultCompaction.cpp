@@ -153,6 +153,14 @@ bool copyAndCheck(const QString &sourcePath, const QString &targetPath, const Pr
     return false;
 }
 
+/// What the names of a container's twins begin with; a number and the suffix follow.
+QString twinBaseName(const QFileInfo &container)
+{
+    return container.completeBaseName() + QLatin1String("-compactado-");
+}
+
+const QLatin1StringView twinSuffix(".trvx");
+
 /// Where the drive has room for both, puts a checked copy of the new container beside the old one, so that
 /// at every instant a complete container lies on the drive. Empty where it has not.
 QString putTwinBeside(const QString &newContainerPath, const QString &targetPath,
@@ -163,10 +171,8 @@ QString putTwinBeside(const QString &newContainerPath, const QString &targetPath
         QFileInfo(newContainerPath).size() + ContainerFormat::headerAreaSize)
         return {};
     QString twinPath;
-    for (int number = 1; twinPath.isEmpty() || QFileInfo::exists(twinPath); ++number) {
-        twinPath = target.dir().filePath(
-            QStringLiteral("%1-compactado-%2.trvx").arg(target.completeBaseName(), QString::number(number)));
-    }
+    for (int number = 1; twinPath.isEmpty() || QFileInfo::exists(twinPath); ++number)
+        twinPath = target.dir().filePath(twinBaseName(target) + QString::number(number) + twinSuffix);
     return copyAndCheck(newContainerPath, twinPath, progress) ? twinPath : QString();
 }
 
@@ -229,6 +235,19 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     if (preservedPath != nullptr)
         *preservedPath = twinPath.isEmpty() ? compacted.path : twinPath;
     return false;
+}
+
+QStringList VaultManager::compactionTwins(const QString &containerPath)
+{
+    const QFileInfo container(containerPath);
+    const QString beginning = twinBaseName(container);
+    QStringList twins;
+    const QFileInfoList files = container.dir().entryInfoList(QDir::Files, QDir::Name);
+    for (const QFileInfo &file : files) {
+        if (file.fileName().startsWith(beginning) && file.fileName().endsWith(twinSuffix))
+            twins.append(file.filePath());
+    }
+    return twins;
 }
 
 /// Writes the new container into its working folder. The index is sealed last, with the new offsets in it.

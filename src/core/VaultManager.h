@@ -129,6 +129,9 @@ public:
     /// Rebuilds the container without unreferenced blocks. When the old container is gone and the new one
     /// could not be put in its place, `preservedPath` (may be null) receives where the new one lies.
     [[nodiscard]] bool compactVault(const ProgressCallback &progress, QString *preservedPath);
+    /// The files beside a container, or where it was, that only a compaction that broke off leaves; their
+    /// paths. One of them may be the only whole container.
+    [[nodiscard]] static QStringList compactionTwins(const QString &containerPath);
 
     // Editing (VaultEditing.cpp) ----------------------------------------------------------------------------
 

@@ -108,6 +108,8 @@ private:
     void useContainer(const QString &path);
     void openDeviceItem(QListWidgetItem *item);
     void useContainerOf(const QString &driveRoot);
+    /// Where the vault may be after a compaction that broke off; empty when nothing points to one.
+    [[nodiscard]] static QString compactionTwinNote(const QString &path);
     void chooseContainer();
     void createVault();
     /// UTF-8; empty when cancelled. The caller wipes it.

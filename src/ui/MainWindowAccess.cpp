@@ -67,7 +67,7 @@ void MainWindow::unlockVault()
                 isUnlocked()
                     ? tr("A senha está certa e o cofre está aberto, mas a área temporária não pôde ser "
                          "preparada. Abrir arquivos para edição pode falhar.")
-                    : QString());
+                    : compactionTwinNote(containerPath));
 }
 
 void MainWindow::lockVault()

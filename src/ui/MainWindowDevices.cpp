@@ -235,12 +235,23 @@ void MainWindow::useContainerOf(const QString &driveRoot)
         showInformation(
             this, tr("Tessarin"),
             tr("Nenhum tessarin.trvx foi encontrado em %1. Use Criar cofre para criar um novo container.")
-                .arg(driveRoot));
+                .arg(driveRoot),
+            compactionTwinNote(path));
         return;
     }
     // The container of an open vault stays the current one until the vault is locked.
     if (!isUnlocked())
         useContainer(path);
+}
+
+QString MainWindow::compactionTwinNote(const QString &path)
+{
+    const QStringList twins = Core::VaultManager::compactionTwins(path);
+    if (twins.isEmpty())
+        return {};
+    return tr("Uma compactação deste cofre parece ter sido interrompida. Ele pode estar inteiro em:\n%1\n\n"
+              "Escolha esse arquivo em USB > Container > Escolher container... e use a mesma senha.")
+        .arg(QDir::toNativeSeparators(twins.join(u'\n')));
 }
 
 void MainWindow::chooseContainer()

@@ -73,9 +73,9 @@ void showWarning(QWidget *parent, const QString &title, const QString &text, con
     showBox(QMessageBox::Warning, parent, title, text, details);
 }
 
-void showInformation(QWidget *parent, const QString &title, const QString &text)
+void showInformation(QWidget *parent, const QString &title, const QString &text, const QString &details)
 {
-    showBox(QMessageBox::Information, parent, title, text, {});
+    showBox(QMessageBox::Information, parent, title, text, details);
 }
 
 bool questionYesNo(QWidget *parent, const QString &title, const QString &text)

@@ -9,7 +9,7 @@ namespace Tessarin::UI {
 
 /// `details` may follow the text, as a paragraph of its own.
 void showWarning(QWidget *parent, const QString &title, const QString &text, const QString &details = {});
-void showInformation(QWidget *parent, const QString &title, const QString &text);
+void showInformation(QWidget *parent, const QString &title, const QString &text, const QString &details = {});
 
 /// "Sim" or "Não"; true only for "Sim". "Não" is the default and what closing the box means.
 [[nodiscard]] bool questionYesNo(QWidget *parent, const QString &title, const QString &text);

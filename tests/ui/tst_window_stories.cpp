@@ -324,6 +324,9 @@ private Q_SLOTS:
         }
         const QString none = u"Nenhum tessarin.trvx foi encontrado em "_s + second.path();
         drive([&] { Q_EMIT list.itemDoubleClicked(list.item(0)); }, {told(none)});
+        writeFile(second.filePath(u"tessarin-compactado-1.trvx"_s), {});
+        const QString twin = u"Uma compactação deste cofre parece ter sido interrompida."_s;
+        drive([&] { Q_EMIT list.itemDoubleClicked(list.item(0)); }, {told(twin)});
         QCOMPARE(current(), 1);
 
         w.drives->removeAt(1);

@@ -1,6 +1,7 @@
 // A day with the window: each story presses what people press, answers what they are asked, and looks at what
 // they would see, in the window and on the drive. The stories follow one another on one vault.
 #include "WindowHarness.h"
+#include "core/HostFile.h"
 #include "support/VaultFixture.h"
 
 #include <QComboBox>
@@ -233,6 +234,28 @@ private Q_SLOTS:
         w.act(u"compact"_s, {agree, told(u"Não foi possível compactar o cofre."_s, title)},
               u"Falha ao compactar o cofre."_s);
         QVERIFY(QFile::rename(container + u".away"_s, container));
+
+        // Another program grows the new container while it is put in the old one's place.
+        const QString former = stick.filePath(u"antigo.trvx"_s);
+        const QString twin = stick.filePath(u"tessarin-compactado-1.trvx"_s);
+        std::filesystem::create_hard_link(container.toStdString(), former.toStdString());
+        const auto meddle = [&](QWidget &progress) {
+            auto *timer = new QTimer(&progress);
+            connect(timer, &QTimer::timeout, &progress, [&] {
+                if (QFile::exists(container) && !Tessarin::Core::isSameFile(container, former))
+                    QFile::resize(container, QFileInfo(container).size() + 1);
+            });
+            timer->start(0);
+        };
+        w.act(u"compact"_s,
+              {agree,
+               {title, {}, meddle},
+               told(u"Não foi possível substituir o container no USB.\n\nUm container compactado "
+                    "criptografado foi preservado em:\n"_s +
+                        twin,
+                    title)},
+              u"Falha ao compactar o cofre."_s);
+        QVERIFY(!QFile::exists(container) && QFile::rename(twin, container) && QFile::remove(former));
         QCOMPARE(w.rows().size(), 3);
     }
 

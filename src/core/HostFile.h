@@ -18,7 +18,7 @@ namespace Tessarin::Core {
 [[nodiscard]] bool syncFile(QFileDevice &file);
 
 /// Takes the file's advisory lock (flock) without waiting. False when another program, or another handle of
-/// this one, holds it; a file system without locks counts as locked.
+/// this one, holds it. True on a file system without locks.
 [[nodiscard]] bool lockFile(QFileDevice &file);
 
 /// Sends written bytes on their way to the drive, and waits for those before them, so that a long write

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <QDateTime>
+#include <QHash>
 #include <QList>
-#include <QMap>
 #include <QString>
 
 namespace Tessarin::Core {
@@ -34,7 +34,7 @@ public:
     void clear();
 
 private:
-    QMap<QString, TrackedTempFile> records; ///< By vault path, letter case counting.
+    QHash<QString, TrackedTempFile> records; ///< By vault path, letter case counting.
 };
 
 } // namespace Tessarin::Core

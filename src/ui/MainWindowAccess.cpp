@@ -15,8 +15,6 @@
 #include <QFileDialog>
 #include <QFileInfo>
 
-#include <algorithm>
-
 using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
@@ -99,10 +97,11 @@ QString MainWindow::lockFailureDetails() const
 
     const QList<Core::TrackedTempFile> copies = vaultManager.modifiedOpenFiles();
     QStringList paths;
-    for (const Core::TrackedTempFile &copy : copies.first(std::min(copies.size(), listedCopies)))
+    for (const Core::TrackedTempFile &copy : copies)
         paths.append(QDir::toNativeSeparators(copy.tempPath));
-    if (copies.size() > listedCopies)
-        paths.append(tr("e mais %1").arg(copies.size() - listedCopies));
+    paths.sort();
+    if (const qsizetype rest = paths.size() - listedCopies; rest > 0)
+        paths = paths.first(listedCopies) << tr("e mais %1").arg(rest);
     return tr("O cofre continua aberto, porque cópias editadas não puderam ser gravadas de volta nele. As "
               "edições não se perderam: estão em\n%1\n\n%2\n\nVerifique se a unidade USB está conectada e "
               "tem espaço livre, e bloqueie o cofre de novo. Se outro programa alterou este cofre, copie as "

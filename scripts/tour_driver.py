@@ -242,12 +242,25 @@ class Tour:
         self.desktop.click(self.cell("relatório.odt"), times=2)
         self.status("Arquivo aberto para edição.")
         address = until("an opened file", lambda: self.desktop.opened.exists() and self.desktop.opened.read_text())
-        copy = Path(unquote(urlparse(address.strip()).path))
+        copy = self.copy = Path(unquote(urlparse(address.strip()).path))
         require(self.desktop.temporary in copy.parents and copy.read_bytes() == self.report,
                 "a decrypted copy below the temporary directory", copy)
         self.report += b", corrigida"
         copy.write_bytes(self.report)
         self.shot()
+
+    def close_in_vain(self):
+        """A window that cannot be closed, since an edit has no way back, stays however often it is asked to go."""
+        area = self.desktop.area(self.desktop.window("Tessarin", "frame"))
+        aside = self.copy.rename(self.desktop.home / "desviado.odt")
+        self.copy.symlink_to(aside)
+        self.press("ctrl+q")
+        self.desktop.find("alert", "Tessarin")
+        self.desktop.click_close_button(area)
+        time.sleep(0.3)
+        self.box("Tessarin", "Não foi possível bloquear o cofre.", "OK")
+        self.label("Arquivos protegidos | Pasta: Documentos | 8 arquivos no cofre.")
+        aside.rename(self.copy)
 
     def lock_by_padlock(self):
         self.desktop.click(self.desktop.find("check box", "Bloquear cofre"))
@@ -449,9 +462,10 @@ class Tour:
         require(not self.workspaces(), "no temporary copies", self.workspaces())
 
     STATIONS = [start, choose_drive, create_vault, refuse_wrong_password, unlock_vault, create_folders, import_several,
-                enter_folder_and_replace, export_file, open_and_edit, lock_by_padlock, edit_came_back, move_file,
-                rename_file, rename_folder, browse, context_menu, open_without_program, delete_file, delete_folder,
-                compact, backup, change_password, open_foreign_container, about, help, close_while_it_works, quit]
+                enter_folder_and_replace, export_file, open_and_edit, close_in_vain, lock_by_padlock,
+                edit_came_back, move_file, rename_file, rename_folder, browse, context_menu, open_without_program,
+                delete_file, delete_folder, compact, backup, change_password, open_foreign_container, about, help,
+                close_while_it_works, quit]
 
     def run(self):
         for number, station in enumerate(self.STATIONS, 1):

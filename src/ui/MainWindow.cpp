@@ -178,10 +178,14 @@ void MainWindow::closeEvent(QCloseEvent *event)
 
 bool MainWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr *result)
 {
-    // To Qt a blocked window cannot be closed. A question can be answered first, but long work cannot.
-    const bool workShows = qobject_cast<ProgressDialog *>(QApplication::activeModalWidget()) != nullptr;
-    if (workShows && isCloseRequest(eventType, message))
-        closingTimer.start();
+    if (operationRunning && isCloseRequest(eventType, message)) {
+        // Qt drops the wish where a dialog blocks the window. Where the window is closing and waits for its
+        // vault to be locked, it would go at once, and the warning that it could not be locked with it.
+        const QWidget *dialog = QApplication::activeModalWidget();
+        if (dialog == nullptr || qobject_cast<const ProgressDialog *>(dialog) != nullptr)
+            closingTimer.start(); // A question can be answered first, but long work cannot.
+        return true;
+    }
     return QMainWindow::nativeEvent(eventType, message, result);
 }
 

@@ -178,9 +178,10 @@ void MainWindow::closeEvent(QCloseEvent *event)
 
 bool MainWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr *result)
 {
-    if (operationRunning && isCloseRequest(eventType, message)) {
-        // Qt drops the wish where a dialog blocks the window. Where the window is closing and waits for its
-        // vault to be locked, it would go at once, and the warning that it could not be locked with it.
+    if (isCloseRequest(eventType, message)) {
+        // Never by way of Qt: it drops the wish where a dialog blocks the window, even one that has come
+        // since. Where the window is closing and waits for its vault to be locked, it would go at once, and
+        // with it the warning that the vault could not be locked.
         const QWidget *dialog = QApplication::activeModalWidget();
         if (dialog == nullptr || qobject_cast<const ProgressDialog *>(dialog) != nullptr)
             closingTimer.start(); // A question can be answered first, but long work cannot.

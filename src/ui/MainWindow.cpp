@@ -32,6 +32,7 @@
 #include <QStatusBar>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <QWindow>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -146,6 +147,8 @@ void MainWindow::run(const std::function<void()> &operation)
     // Not at once: a row of the list may be what this operation was started from.
     if (mountsChanged)
         QMetaObject::invokeMethod(this, &MainWindow::followMounts, Qt::QueuedConnection);
+    if (openingFailed)
+        QMetaObject::invokeMethod(this, &MainWindow::tellOfFailedOpening, Qt::QueuedConnection);
 }
 
 bool MainWindow::event(QEvent *event)
@@ -167,27 +170,47 @@ void MainWindow::closeEvent(QCloseEvent *event)
     }
 
     run([&] {
+        // From here on Qt would take the window away at the next wish to close, without asking.
+        QWindow *frame = windowHandle();
+        if (frame != nullptr)
+            frame->installEventFilter(this);
         const bool locked = lockShowingProgress();
         refreshVaultFiles();
         updateActions();
         event->setAccepted(locked);
-        if (!locked)
+        if (!locked) {
+            closingTimer.stop(); // The warning answers what was wished so far.
             showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
+        }
+        if (frame != nullptr)
+            frame->removeEventFilter(this);
     });
+}
+
+bool MainWindow::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched != windowHandle() || event->type() != QEvent::Close)
+        return QMainWindow::eventFilter(watched, event);
+    event->ignore();
+    heedWishToClose();
+    return true;
 }
 
 bool MainWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr *result)
 {
-    if (isCloseRequest(eventType, message)) {
-        // Never by way of Qt: it drops the wish where a dialog blocks the window, even one that has come
-        // since. Where the window is closing and waits for its vault to be locked, it would go at once, and
-        // with it the warning that the vault could not be locked.
-        const QWidget *dialog = QApplication::activeModalWidget();
-        if (dialog == nullptr || qobject_cast<const ProgressDialog *>(dialog) != nullptr)
-            closingTimer.start(); // A question can be answered first, but long work cannot.
-        return true;
-    }
-    return QMainWindow::nativeEvent(eventType, message, result);
+    if (!isCloseRequest(eventType, message))
+        return QMainWindow::nativeEvent(eventType, message, result);
+    // Not by way of Qt: it drops the wish where a dialog blocks the window, even one that has come since.
+    heedWishToClose();
+    return true;
+}
+
+void MainWindow::heedWishToClose()
+{
+    // A question can be answered first, but long work cannot.
+    const QWidget *dialog = QApplication::activeModalWidget();
+    if (dialog == nullptr || qobject_cast<const ProgressDialog *>(dialog) != nullptr)
+        closingTimer.start();
 }
 
 void MainWindow::closeSoon()

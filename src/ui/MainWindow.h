@@ -49,12 +49,13 @@ public:
     /// The same at the end of the desktop session, which is asked to wait while the vault is open.
     void endSession(QSessionManager &session);
 
-    /// Says that nothing has opened a file after all; in passing only while an operation runs.
+    /// Says that nothing has opened a file after all, as soon as no operation runs.
     void tellOfFailedOpening();
 
 protected:
     bool event(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
     bool nativeEvent(const QByteArray &eventType, void *message, qintptr *result) override;
 
 private:
@@ -66,6 +67,8 @@ private:
     /// shows the state that the operation left, whatever its outcome, and the drives that came meanwhile.
     void run(const std::function<void()> &operation);
     void run(Operation operation);
+    /// Closes the window as soon as no operation runs, unless one waits for an answer.
+    void heedWishToClose();
 
     // Assembling (MainWindow.cpp) ---------------------------------------------------------------------------
     void buildUi();
@@ -181,6 +184,7 @@ private:
     Qt::SortOrder sortOrder = Qt::AscendingOrder;
     bool operationRunning = false;
     bool mountsChanged = false;          ///< While an operation ran.
+    bool openingFailed = false;          ///< While an operation ran.
     bool containerDriveWasThere = false; ///< The last time that the drives of an open vault were told.
     QTimer closingTimer;                 ///< Runs while a wish to close waits.
 

@@ -219,6 +219,9 @@ void MainWindow::openSelectedFile()
         showWarning(this, tr("Tessarin"), tr("Não foi possível preparar o arquivo para edição."));
         return;
     }
+    // The copy would be gone before a program has opened it.
+    if (closingTimer.isActive())
+        return;
     if (QDesktopServices::openUrl(QUrl::fromLocalFile(tempPath))) {
         setStatusMessage(tr("Arquivo aberto para edição."), statusTimeoutMs);
         return;
@@ -228,9 +231,8 @@ void MainWindow::openSelectedFile()
 
 void MainWindow::tellOfFailedOpening()
 {
-    if (operationRunning)
-        setStatusMessage(tr("Falha ao abrir o arquivo."), statusTimeoutMs);
-    else
+    openingFailed = operationRunning;
+    if (!operationRunning)
         run(&MainWindow::warnOfFailedOpening);
 }
 

@@ -4,8 +4,10 @@
 #include "support/VaultFixture.h"
 #include "ui/TerminationSignals.h"
 
+#include <QCloseEvent>
 #include <QDir>
 #include <QThread>
+#include <QWindow>
 
 #include <csignal>
 
@@ -106,6 +108,9 @@ private Q_SLOTS:
     {
         QVERIFY(QFile::remove(opened.path) && QDir().mkpath(opened.path));
         const auto askAgain = [this](QWidget &warning) {
+            // As Qt sends it when the window's frame is clicked just now.
+            QCloseEvent again;
+            QCoreApplication::sendEvent(w.window.windowHandle(), &again);
             QTest::qWait(100);
             QVERIFY(warning.isVisible() && w.window.isVisible());
             QVERIFY(QDir().rmdir(opened.path));

@@ -51,9 +51,9 @@ QSize availableScreenSize()
     return screen ? screen->availableGeometry().size() : QSize();
 }
 
-QLabel *makeStatusLabel(const QString &name, int width, const QString &styleSheet)
+QLabel *makeStatusLabel(QWidget *parent, const QString &name, int width, const QString &styleSheet)
 {
-    auto *label = new QLabel;
+    auto *label = new QLabel(parent);
     label->setObjectName(name);
     label->setTextFormat(Qt::PlainText);
     label->setAlignment(Qt::AlignCenter);
@@ -285,7 +285,9 @@ QWidget *MainWindow::buildDeviceRow()
     iconLabel->setAlignment(Qt::AlignCenter);
     iconLabel->setPixmap(applicationIcon().pixmap(square, devicePixelRatio()));
 
-    vaultToggleButton = new QToolButton;
+    auto *row = new QWidget(centralWidget());
+    row->setObjectName(u"deviceRow"_s);
+    vaultToggleButton = new QToolButton(row);
     vaultToggleButton->setObjectName(u"vaultToggleButton"_s);
     vaultToggleButton->setCheckable(true);
     vaultToggleButton->setAutoRaise(false);
@@ -298,8 +300,6 @@ QWidget *MainWindow::buildDeviceRow()
         "QToolButton:pressed:enabled { background: #e2e2e2; }"
         "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
 
-    auto *row = new QWidget;
-    row->setObjectName(u"deviceRow"_s);
     auto *layout = new QHBoxLayout(row);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);
@@ -311,7 +311,7 @@ QWidget *MainWindow::buildDeviceRow()
 
 void MainWindow::buildFilesTable()
 {
-    filesTable = new FilesTable(VaultTable::ColumnCount);
+    filesTable = new FilesTable(VaultTable::ColumnCount, centralWidget());
     filesTable->setObjectName(u"filesTable"_s);
     filesTable->setAccessibleName(tr("Arquivos protegidos"));
     filesTable->setHorizontalHeaderLabels(
@@ -354,14 +354,15 @@ void MainWindow::buildStatusBar()
 {
     const QString boxStyle = u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_s;
 
-    auto *containerBox = new QWidget;
+    auto *containerBox = new QWidget(statusBar());
     containerBox->setObjectName(u"containerBox"_s);
     containerBox->setFixedWidth(statusBoxWidth);
-    auto *separator = new QFrame;
+    auto *separator = new QFrame(containerBox);
     separator->setObjectName(u"statusSeparator"_s);
     separator->setFixedWidth(separatorWidth);
     separator->setStyleSheet(u"QFrame { background-color: #c8c8c8; }"_s);
-    containerLabel = makeStatusLabel(u"containerLabel"_s, statusBoxWidth - separatorWidth, boxStyle);
+    containerLabel =
+        makeStatusLabel(containerBox, u"containerLabel"_s, statusBoxWidth - separatorWidth, boxStyle);
     containerLabel->setText(tr("Container: nenhum"));
     auto *boxLayout = new QHBoxLayout(containerBox);
     boxLayout->setContentsMargins(0, 0, 0, 0);
@@ -369,11 +370,11 @@ void MainWindow::buildStatusBar()
     boxLayout->addWidget(separator);
     boxLayout->addWidget(containerLabel, 1);
 
-    versionLabel = makeStatusLabel(u"versionLabel"_s, statusBoxWidth, boxStyle);
+    versionLabel = makeStatusLabel(statusBar(), u"versionLabel"_s, statusBoxWidth, boxStyle);
     versionLabel->setText(tr("Versão %1").arg(QStringLiteral(TESSARIN_VERSION)));
-    dateLabel = makeStatusLabel(u"dateLabel"_s, 78, u"QLabel { font-size: 11px; }"_s);
+    dateLabel = makeStatusLabel(statusBar(), u"dateLabel"_s, 78, u"QLabel { font-size: 11px; }"_s);
     dateLabel->setText(QDate::currentDate().toString(u"dd/MM/yyyy"));
-    vaultIndicatorLabel = makeStatusLabel(u"vaultIndicatorLabel"_s, 50, {});
+    vaultIndicatorLabel = makeStatusLabel(statusBar(), u"vaultIndicatorLabel"_s, 50, {});
 
     statusBar()->setObjectName(u"statusBar"_s);
     statusBar()->setSizeGripEnabled(false);

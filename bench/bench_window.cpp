@@ -104,7 +104,7 @@ void largeFolder(benchmark::State &state)
     samples.reportTo(state);
 }
 
-BENCHMARK(start)->Iterations(15);
+BENCHMARK(start)->Iterations(60);
 BENCHMARK(largeFolder)->Iterations(7);
 
 } // namespace

@@ -101,24 +101,6 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(f.container).size(), size);
     }
 
-    void strangeNamesStayAsTheyAre()
-    {
-        VaultFixture f;
-        QVERIFY(f.createAndUnlock());
-        const QStringList names{u"100%1 %2.txt"_s,     u"<img src=x>"_s,     u"&Arquivo"_s,
-                                u"e\u0301 e é"_s,      u"\"aspas\"'"_s,      QString(255, u'n'),
-                                u"\U0001F511 chave"_s, u"tab\tnova\nlinha"_s};
-        for (const QString &name : names) {
-            const QString source = f.folder.filePath(name);
-            writeFile(source, name.toUtf8());
-            QVERIFY(f.vault.importFile(source, u"p/"_s + name));
-        }
-        QVERIFY(f.vault.lockVault() && f.unlock());
-        for (const QString &name : names)
-            QCOMPARE(f.get(u"p/"_s + name), name.toUtf8());
-        QCOMPARE(f.vault.fileIndex().entries().size(), names.size());
-    }
-
     void whatIsNoFileIsRefusedAndNothingIsWritten()
     {
         VaultFixture f;

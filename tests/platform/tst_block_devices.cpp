@@ -129,19 +129,6 @@ private Q_SLOTS:
               u"36 35 8:17 / /mnt - ext4 /dev/sdb1"_s})
             QVERIFY2(parsed(malformed).isEmpty(), qPrintable(malformed));
     }
-
-    void firstLinesAreBoundedAndNamesFallBack()
-    {
-        write(u"/two"_s, " 1 \n2\n");
-        write(u"/endless"_s, QByteArray(1 << 20, 'x'));
-        QCOMPARE(readFirstLine(root + u"/two"_s), u"1"_s);
-        QVERIFY(readFirstLine(root + u"/endless"_s).size() <= 4096);
-        QCOMPARE(readFirstLine(root + u"/missing"_s), QString());
-
-        QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, u"/media/u/STICK"_s), u"STICK"_s);
-        QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, u"/"_s), u"sdb1"_s);
-        QCOMPARE(fallbackDisplayName(u"/dev/sdb1"_s, QString()), u"sdb1"_s);
-    }
 };
 
 QTEST_GUILESS_MAIN(BlockDevicesTest)

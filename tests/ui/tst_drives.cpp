@@ -4,6 +4,7 @@
 #include "platform/linux/LinuxDeviceManager.h"
 
 #include <QDir>
+#include <QStorageInfo>
 
 #include <sys/mount.h>
 
@@ -15,6 +16,21 @@ class DrivesTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void thePracticeDriveIsFoundOnceAsItsPartition()
+    {
+        const QString place = QFileInfo(root).path() + u"/PRATICA"_s;
+        const auto devices = Tessarin::Platform::Linux::LinuxDeviceManager().detectUsbDevices();
+        QStringList found;
+        for (const Tessarin::Platform::UsbDevice &device : devices) {
+            if (device.devicePath.startsWith(u"/dev/sdz"_s))
+                found << device.identifier << device.displayName << device.rootPath << device.fileSystemType;
+            QVERIFY(device.rootPath != place || (device.removable && device.mounted));
+        }
+        const QStorageInfo volume(place);
+        QCOMPARE(found, (QStringList{place + u":/dev/sdz1"_s, u"PRATICA"_s, place,
+                                     QString::fromUtf8(volume.fileSystemType())}));
+    }
+
     void theListFollowsTheDrives()
     {
         // To the kernel the second stick is another partition of the practice drive.

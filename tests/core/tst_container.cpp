@@ -70,6 +70,21 @@ private Q_SLOTS:
         QCOMPARE(containers.buildHeader(read), header);
     }
 
+    /// The container of docs/container-format.md, made once by another program.
+    void theSampleContainerOpensAndStaysAsItIs()
+    {
+        const QString original = QStringLiteral(TESSARIN_SOURCE_DIR "/tests/data/sample-v3.trvx");
+        VaultFixture f;
+        QVERIFY(QFile::copy(original, f.container) && f.vault.unlockVault(f.container, "frase de exemplo 3"));
+        QCOMPARE(f.directoryPaths(), QStringList({u"Viagens"_s, u"Viagens/Rio"_s}));
+        QCOMPARE(f.filePaths(),
+                 QStringList({u"Maçã do amor.txt"_s, u"vazio.bin"_s, u"Viagens/Rio/lista.txt"_s}));
+        QCOMPARE(f.get(u"Maçã do amor.txt"_s), "Duas xícaras de açúcar e uma pitada de sal.\n");
+        QCOMPARE(f.get(u"vazio.bin"_s), "");
+        QCOMPARE(f.get(u"Viagens/Rio/lista.txt"_s), "Bring a pen.\n");
+        QVERIFY(f.vault.lockVault() && readFile(f.container) == readFile(original));
+    }
+
     void headersAreRewrittenInPlaceOrNotAtAll()
     {
         const auto writeBlocks = [](QIODevice &output) { return output.write("blocks") == 6; };

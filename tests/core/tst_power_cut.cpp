@@ -11,8 +11,6 @@
 #include <QDir>
 #include <QRandomGenerator>
 
-#include <sodium.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -23,15 +21,6 @@
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
 using namespace Qt::Literals::StringLiterals;
-
-/// Stands in for Argon2id in this executable: vaults are opened thousands of times here.
-extern "C" int crypto_pwhash(unsigned char *const key, unsigned long long keySize, const char *const password,
-                             unsigned long long passwordSize, const unsigned char *const salt,
-                             unsigned long long, size_t, int)
-{
-    return crypto_generichash(key, keySize, reinterpret_cast<const unsigned char *>(password), passwordSize,
-                              salt, crypto_pwhash_SALTBYTES);
-}
 
 /// A clock that can skip the time between two syncs of a series.
 static time_t skippedSeconds = 0;

@@ -5,8 +5,7 @@ import argparse
 import sys
 from pathlib import Path
 
-sys.path.append(str(Path(__file__).resolve().parent.parent.parent / "scripts"))
-from tour_desktop import Desktop, Missed, until  # noqa: E402
+from desktop import Desktop, Missed, until
 
 PASSWORD = "cavalo-bateria-grampo"
 PASSWORD_FIELDS = ["Senha atual:", "Nova senha:", "Confirmar nova senha:", "Alterar", "Cancelar"]

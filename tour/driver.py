@@ -13,11 +13,10 @@ import traceback
 from pathlib import Path
 from urllib.parse import unquote, urlparse
 
-from tour_desktop import Desktop, Missed, until
+import read_container
+from desktop import Desktop, Missed, until
 
 PROJECT = Path(__file__).resolve().parent.parent
-sys.path.append(str(PROJECT / "tests/end_to_end"))
-import read_container  # noqa: E402
 
 PASSWORD = "cavalo-bateria-grampo"
 NEW_PASSWORD = "rio, pedra & 100% vento"

@@ -9,8 +9,9 @@ import sys
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from tour_desktop import SCREEN, Desktop, Missed
-from tour_driver import PASSWORD, Tour, read_container
+import read_container
+from desktop import SCREEN, Desktop, Missed
+from driver import PASSWORD, Tour
 
 # What the desktop with these settings calls its dark colours.
 DARK_COLOURS = """

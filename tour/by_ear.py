@@ -49,7 +49,7 @@ class Ear:
         self.desktop.find(role, name, lambda node: node.get_description() == description)
 
     def is_control(self, node):
-        return node.get_role_name() != "scroll bar" and (node.get_state_set().contains(self.desktop.atspi.StateType.FOCUSABLE)
+        return self.desktop.role_of(node) != "scroll bar" and (node.get_state_set().contains(self.desktop.atspi.StateType.FOCUSABLE)
                 or "Action" in node.get_interfaces() and self.action.get_n_actions(node) > 0)
 
     def window(self, title, role="dialog"):
@@ -58,7 +58,7 @@ class Ear:
         for node in self.desktop.walk(window):
             name = node.get_name()
             if (self.is_control(node) and not name) or "&" in name:
-                raise Missed(f"a name for every control of '{title}'", f"{node.get_role_name()} '{name}'")
+                raise Missed(f"a name for every control of '{title}'", f"{self.desktop.role_of(node)} '{name}'")
 
     # Acting --------------------------------------------------------------------------------------------------
 

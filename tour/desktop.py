@@ -127,7 +127,7 @@ class Desktop:
         for i in range(node.get_child_count()):
             child = node.get_child_at_index(i)
             if child and (child.get_state_set().contains(self.atspi.StateType.SHOWING)
-                          or child.get_role_name() in ("menu", "menu item")):
+                          or self.role_of(child) in ("menu", "menu item")):
                 yield child
                 yield from self.walk(child)
 
@@ -137,7 +137,7 @@ class Desktop:
             raise Missed(f"{role} '{name}'", f"the program had ended with {self.program.returncode}")
         try:
             self.application.clear_cache()
-            return next((node for node in self.walk() if node.get_role_name() == role
+            return next((node for node in self.walk() if self.role_of(node) == role
                          and (name is None or node.get_name() == name) and where(node)), None)
         except self.gone:
             return None
@@ -154,14 +154,19 @@ class Desktop:
         """What is on show, in a line."""
         try:
             self.application.clear_cache()
-            names = [f"{node.get_role_name()} '{self.text_of(node)}'" for node in self.walk()
-                     if node.get_role_name() not in ("menu item", "menu", "filler") and self.text_of(node)]
+            names = [f"{self.role_of(node)} '{self.text_of(node)}'" for node in self.walk()
+                     if self.role_of(node) not in ("menu item", "menu", "filler") and self.text_of(node)]
         except self.gone:
             names = ["a changing window"]
         return "; ".join(names)
 
+    @staticmethod
+    def role_of(node):
+        """The role as AT-SPI calls it now; until version 2.54 a button was a "push button"."""
+        return node.get_role_name().removeprefix("push ")
+
     def text_of(self, node):
-        if node.get_role_name() == "text" and node.get_text_iface():
+        if self.role_of(node) == "text" and node.get_text_iface():
             return self.atspi.Text.get_text(node, 0, -1)
         return node.get_name()
 

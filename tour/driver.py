@@ -79,7 +79,7 @@ class Tour:
         self.desktop.find("alert", title)
         self.desktop.find("label", where=lambda node: node.get_name().startswith(beginning))
         self.shot(detail)
-        self.desktop.click(self.desktop.find("push button", button))
+        self.desktop.click(self.desktop.find("button", button))
 
     def ask(self, title, text, detail="dialog"):
         """Answers an input dialog or a file dialog by typing."""
@@ -291,7 +291,7 @@ class Tour:
         self.desktop.key("F", "Return")
         self.desktop.find("combo box", where=lambda box: "Fotos" in self.desktop.text_of(box))
         self.shot("dialog")
-        self.desktop.click(self.desktop.find("push button", "Mover"))
+        self.desktop.click(self.desktop.find("button", "Mover"))
         self.status("Arquivo movido.")
         self.shows("Documentos", "Fotos", "Rascunhos", "100%1 açúcar.txt", *REST, "férias.mp3", "notas", "visto.png")
 
@@ -377,7 +377,7 @@ class Tour:
         for text in (PASSWORD, NEW_PASSWORD, NEW_PASSWORD + "?"):
             self.desktop.type(text)
             self.desktop.key("Tab")
-        self.desktop.click(self.desktop.find("push button", "Alterar"))
+        self.desktop.click(self.desktop.find("button", "Alterar"))
         self.box("Alterar senha", "A confirmação não coincide com a nova senha.", "OK", "differ")
         self.desktop.window("Alterar senha do cofre")
         self.desktop.click(self.desktop.find("password text", "Confirmar nova senha:"))
@@ -409,13 +409,13 @@ class Tour:
         self.desktop.window("Sobre o Tessarin")
         self.desktop.click(self.desktop.find("list item", where=lambda item: item.get_name().startswith("libsodium")))
         self.shot()
-        self.desktop.click(self.desktop.find("push button", "Fechar"))
+        self.desktop.click(self.desktop.find("button", "Fechar"))
 
     def help(self):
         self.menu("Sobre", "Ajuda")
         self.desktop.window("Ajuda do Tessarin")
         self.shot()
-        self.desktop.click(self.desktop.find("push button", "Fechar"))
+        self.desktop.click(self.desktop.find("button", "Fechar"))
 
     def close_while_it_works(self):
         """The close button of the window's frame, while an export waits for whoever reads it."""

@@ -1,16 +1,16 @@
 // Starts the program: who it is, its window, its event loop.
+#include "platform/ProcessProtection.h"
+#include "platform/TerminationSignals.h"
 #include "ui/ApplicationIcon.h"
 #include "ui/FileOpener.h"
 #include "ui/MainWindow.h"
-#include "ui/ProcessProtection.h"
 #include "ui/QtTexts.h"
-#include "ui/TerminationSignals.h"
 
 #include <QApplication>
 
 int main(int argc, char *argv[])
 {
-    Tessarin::UI::keepMemoryPrivate();
+    Tessarin::Platform::keepMemoryPrivate();
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tessarin"));
     QApplication::setApplicationVersion(QStringLiteral(TESSARIN_VERSION));
@@ -26,8 +26,8 @@ int main(int argc, char *argv[])
     const Tessarin::UI::FileOpener opener;
     QObject::connect(&opener, &Tessarin::UI::FileOpener::failed, &window,
                      &Tessarin::UI::MainWindow::tellOfFailedOpening, Qt::QueuedConnection);
-    const Tessarin::UI::TerminationSignals termination;
-    QObject::connect(&termination, &Tessarin::UI::TerminationSignals::requested, &window,
+    const Tessarin::Platform::TerminationSignals termination;
+    QObject::connect(&termination, &Tessarin::Platform::TerminationSignals::requested, &window,
                      &Tessarin::UI::MainWindow::closeSoon);
     QObject::connect(&application, &QGuiApplication::commitDataRequest, &window,
                      &Tessarin::UI::MainWindow::endSession);

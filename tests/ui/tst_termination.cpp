@@ -1,8 +1,8 @@
 // The program is asked to end, by a signal, at moments good and bad: no edit is lost and nothing decrypted
 // stays behind.
 #include "WindowHarness.h"
+#include "platform/TerminationSignals.h"
 #include "support/VaultFixture.h"
-#include "ui/TerminationSignals.h"
 
 #include <QCloseEvent>
 #include <QDir>
@@ -14,7 +14,8 @@
 #include <sys/stat.h>
 
 using namespace Tessarin::Tests;
-using namespace Tessarin::UI;
+using Tessarin::Platform::TerminationSignals;
+using Tessarin::UI::MainWindow;
 using namespace Qt::Literals::StringLiterals;
 
 class TerminationTest : public QObject

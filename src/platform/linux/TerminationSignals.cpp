@@ -1,5 +1,5 @@
 // A handler may do next to nothing. It writes one byte into a socket whose other end the event loop watches.
-#include "ui/TerminationSignals.h"
+#include "platform/TerminationSignals.h"
 
 #include <QSocketNotifier>
 
@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace Tessarin::UI {
+namespace Tessarin::Platform {
 
 namespace {
 
@@ -71,4 +71,4 @@ TerminationSignals::~TerminationSignals()
     sockets = {};
 }
 
-} // namespace Tessarin::UI
+} // namespace Tessarin::Platform

@@ -4,7 +4,7 @@
 
 #include <QObject>
 
-namespace Tessarin::UI {
+namespace Tessarin::Platform {
 
 /// While it lives, SIGTERM, SIGINT and SIGHUP no longer end the process. At most one at a time.
 class TerminationSignals : public QObject
@@ -20,4 +20,4 @@ Q_SIGNALS:
     void requested();
 };
 
-} // namespace Tessarin::UI
+} // namespace Tessarin::Platform

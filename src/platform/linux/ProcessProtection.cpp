@@ -1,10 +1,10 @@
 // What the kernel offers to a process that holds secrets.
-#include "ui/ProcessProtection.h"
+#include "platform/ProcessProtection.h"
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
-namespace Tessarin::UI {
+namespace Tessarin::Platform {
 
 void keepMemoryPrivate()
 {
@@ -14,4 +14,4 @@ void keepMemoryPrivate()
     ::setrlimit(RLIMIT_CORE, &none);
 }
 
-} // namespace Tessarin::UI
+} // namespace Tessarin::Platform

@@ -1,8 +1,8 @@
 // Starts the program: who it is, its window, its event loop.
+#include "platform/FileOpener.h"
 #include "platform/ProcessProtection.h"
 #include "platform/TerminationSignals.h"
 #include "ui/ApplicationIcon.h"
-#include "ui/FileOpener.h"
 #include "ui/MainWindow.h"
 #include "ui/QtTexts.h"
 
@@ -23,8 +23,8 @@ int main(int argc, char *argv[])
     QApplication::installTranslator(&qtTexts);
 
     Tessarin::UI::MainWindow window;
-    const Tessarin::UI::FileOpener opener;
-    QObject::connect(&opener, &Tessarin::UI::FileOpener::failed, &window,
+    const Tessarin::Platform::FileOpener opener;
+    QObject::connect(&opener, &Tessarin::Platform::FileOpener::failed, &window,
                      &Tessarin::UI::MainWindow::tellOfFailedOpening, Qt::QueuedConnection);
     const Tessarin::Platform::TerminationSignals termination;
     QObject::connect(&termination, &Tessarin::Platform::TerminationSignals::requested, &window,

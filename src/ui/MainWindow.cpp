@@ -2,10 +2,10 @@
 #include "ui/MainWindow.h"
 
 #include "core/ContainerFormat.h"
+#include "platform/CloseRequest.h"
 #include "platform/linux/LinuxDeviceManager.h"
 #include "platform/linux/MountWatcher.h"
 #include "ui/ApplicationIcon.h"
-#include "ui/CloseRequest.h"
 #include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
@@ -198,7 +198,7 @@ bool MainWindow::eventFilter(QObject *watched, QEvent *event)
 
 bool MainWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr *result)
 {
-    if (!isCloseRequest(eventType, message))
+    if (!Platform::isCloseRequest(eventType, message))
         return QMainWindow::nativeEvent(eventType, message, result);
     // Not by way of Qt: it drops the wish where a dialog blocks the window, even one that has come since.
     heedWishToClose();

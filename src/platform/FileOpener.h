@@ -5,7 +5,7 @@
 
 class QUrl;
 
-namespace Tessarin::UI {
+namespace Tessarin::Platform {
 
 /// While it lives, QDesktopServices::openUrl() opens local files by way of it. By itself that starts the
 /// desktop's opener and never learns how it ended, but it is the opener that finds no program for a kind of
@@ -26,4 +26,4 @@ Q_SIGNALS:
     void failed();
 };
 
-} // namespace Tessarin::UI
+} // namespace Tessarin::Platform

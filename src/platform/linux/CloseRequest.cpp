@@ -1,5 +1,5 @@
 // A close request is a client message that carries two atoms.
-#include "ui/CloseRequest.h"
+#include "platform/CloseRequest.h"
 
 #include <QByteArray>
 #include <QGuiApplication>
@@ -10,7 +10,7 @@
 
 #include <xcb/xcb.h>
 
-namespace Tessarin::UI {
+namespace Tessarin::Platform {
 
 namespace {
 
@@ -39,4 +39,4 @@ bool isCloseRequest(const QByteArray &eventType, const void *event)
            message->data.data32[0] == existingAtom(x11->connection(), "WM_DELETE_WINDOW");
 }
 
-} // namespace Tessarin::UI
+} // namespace Tessarin::Platform

@@ -1,5 +1,5 @@
 // The opener is started here instead of by Qt, so that its end can be seen.
-#include "ui/FileOpener.h"
+#include "platform/FileOpener.h"
 
 #include <QDeadlineTimer>
 #include <QDesktopServices>
@@ -11,7 +11,7 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-namespace Tessarin::UI {
+namespace Tessarin::Platform {
 
 namespace {
 
@@ -60,4 +60,4 @@ void FileOpener::open(const QUrl &url)
     opener->start(program, {url.toString(QUrl::FullyEncoded)});
 }
 
-} // namespace Tessarin::UI
+} // namespace Tessarin::Platform

@@ -25,6 +25,7 @@
 #include "core/TempWorkspaceManager.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QMap>
 #include <QSet>
@@ -47,8 +48,11 @@ class VaultManager
 public:
     enum State : int { Locked = 0, Unlocked = 1 };
 
-    /// Characters that a new password has at least.
+    /// Characters (Unicode code points) that a new password has at least.
     static constexpr qsizetype minimumPasswordLength = 12;
+
+    /// Counts in the UTF-8 bytes, so that no other copy of the password is made.
+    [[nodiscard]] static bool isLongEnough(QByteArrayView newPassword);
 
     VaultManager();
     ~VaultManager();
@@ -62,12 +66,13 @@ public:
     [[nodiscard]] SecureFileIndex fileIndex() const;
 
     /// Writes a new, empty vault; passwords are UTF-8. An unlocked session is locked first. False when the
-    /// password is too short or the container cannot be written.
+    /// password is too short or the container cannot be written, and, with the former vault still open, when
+    /// an edited copy could not be written back into that one.
     [[nodiscard]] bool createVault(const QString &containerPath, const QByteArray &password);
 
     /// False on a wrong password or a damaged container (the two are not told apart). Also false, but with
     /// the session unlocked, when the temporary workspace could not be prepared. An unlocked session is
-    /// locked first.
+    /// locked first; false, with the former vault still open, when an edited copy could not be written back.
     [[nodiscard]] bool unlockVault(const QString &containerPath, const QByteArray &password);
 
     /// Writes changed copies back, removes the workspace, forgets the key. False with the session still

@@ -6,6 +6,8 @@
 
 #include <QScopeGuard>
 
+#include <algorithm>
+
 namespace Tessarin::Core {
 
 namespace {
@@ -15,11 +17,6 @@ constexpr qint32 passwordKeySizeBytes = 64;
 
 /// A forged header could ask the fallback derivation for hours of work; this many take some ten seconds.
 constexpr qint32 mostKdfIterations = 2'000'000;
-
-bool isLongEnough(const QByteArray &password)
-{
-    return QString::fromUtf8(password).size() >= VaultManager::minimumPasswordLength;
-}
 
 } // namespace
 
@@ -35,6 +32,12 @@ VaultManager::State VaultManager::state() const
 SecureFileIndex VaultManager::fileIndex() const
 {
     return sessionIndex;
+}
+
+bool VaultManager::isLongEnough(QByteArrayView newPassword)
+{
+    const auto isCharacterStart = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };
+    return std::count_if(newPassword.begin(), newPassword.end(), isCharacterStart) >= minimumPasswordLength;
 }
 
 bool VaultManager::createVault(const QString &containerPath, const QByteArray &password)

@@ -1,6 +1,7 @@
 // Asks for the current password and, twice, for the new one.
 #include "ui/ChangePasswordDialog.h"
 
+#include "core/Secret.h"
 #include "core/VaultManager.h"
 #include "ui/MessageBoxes.h"
 
@@ -85,7 +86,9 @@ void ChangePasswordDialog::validateAndAccept()
         refuse(currentPasswordEdit, tr("Informe a senha atual."));
         return;
     }
-    if (newPasswordEdit->text().size() < Core::VaultManager::minimumPasswordLength) {
+    QByteArray password = newPassword();
+    const Core::WipedAtScopeEnd wiped(password);
+    if (!Core::VaultManager::isLongEnough(password)) {
         refuse(newPasswordEdit, tr("Use uma nova senha com pelo menos 12 caracteres."));
         return;
     }

@@ -333,7 +333,7 @@ QByteArray MainWindow::requestNewVaultPassword()
         showWarning(nullptr, tr("Tessarin"), tr("As senhas informadas não coincidem."));
         return {};
     }
-    if (QString::fromUtf8(password).size() < Core::VaultManager::minimumPasswordLength) {
+    if (!Core::VaultManager::isLongEnough(password)) {
         Core::wipe(password);
         showWarning(nullptr, tr("Tessarin"),
                     tr("Use uma senha com pelo menos 12 caracteres para criar o cofre."));

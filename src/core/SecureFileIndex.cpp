@@ -236,8 +236,10 @@ bool SecureFileIndex::setVaultPath(const QString &vaultPath, const QString &newV
     if (position == fileLookup.byPath.cend() || newVaultPath.isEmpty() || contains(newVaultPath))
         return false;
 
+    // The path may be a reference into the entry that changes; so may those of the two functions below.
+    const QString formerPath = vaultPath;
     fileEntries[*position].vaultPath = newVaultPath;
-    if (!fileLookup.rename(vaultPath, newVaultPath))
+    if (!fileLookup.rename(formerPath, newVaultPath))
         rebuildFileLookup();
     return true;
 }
@@ -248,9 +250,25 @@ bool SecureFileIndex::remove(const QString &vaultPath)
     if (position == fileLookup.byPath.cend())
         return false;
 
+    const QString removedPath = vaultPath;
     fileEntries.removeAt(*position);
-    if (!fileLookup.remove(vaultPath))
+    if (!fileLookup.remove(removedPath))
         rebuildFileLookup();
+    return true;
+}
+
+bool SecureFileIndex::removeInAnyCase(const QString &vaultPath)
+{
+    const VaultFileEntry *first = findFile(vaultPath);
+    if (first == nullptr)
+        return false;
+    if (fileLookup.byPath.size() == fileLookup.firstByKey.size())
+        return remove(first->vaultPath);
+
+    const QString key = vaultPathKey(vaultPath);
+    fileEntries.removeIf(
+        [&key](const VaultFileEntry &entry) { return vaultPathKey(entry.vaultPath) == key; });
+    rebuildFileLookup();
     return true;
 }
 
@@ -260,8 +278,9 @@ bool SecureFileIndex::removeDirectory(const QString &path)
     if (position == directoryLookup.byPath.cend())
         return false;
 
+    const QString removedPath = path;
     directoryEntries.removeAt(*position);
-    if (!directoryLookup.remove(path))
+    if (!directoryLookup.remove(removedPath))
         rebuildDirectoryLookup();
     return true;
 }

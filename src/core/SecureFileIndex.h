@@ -65,6 +65,8 @@ public:
 
     /// Erases the entry of exactly this path; false when there is none. A directory's files stay.
     bool remove(const QString &vaultPath);
+    /// Erases every file whose path is equal without regard to letter case; false when there is none.
+    bool removeInAnyCase(const QString &vaultPath);
     bool removeDirectory(const QString &path);
 
     void clear();

@@ -112,8 +112,7 @@ SecureFileIndex VaultManager::indexForImport(const QString &vaultPath) const
 {
     SecureFileIndex index = sessionIndex;
     ensureParentDirectories(index, vaultPath);
-    while (const VaultFileEntry *replaced = index.findFile(vaultPath))
-        index.remove(QString(replaced->vaultPath));
+    index.removeInAnyCase(vaultPath);
     return index;
 }
 

@@ -93,6 +93,15 @@ private Q_SLOTS:
         QCOMPARE(index.findFile(u"DOCS/A.TXT"_s)->vaultPath, u"Docs/a.txt"_s);
         QVERIFY(indexContainsFilePath(index, u"STRAßE"_s) && !indexContainsFilePath(index, u"strasse"_s));
 
+        SecureFileIndex few = index; // By references into itself, which a sanitizer watches.
+        QVERIFY(few.setVaultPath(few.entries().last().vaultPath, u"y"_s));
+        QVERIFY(few.remove(few.entries().last().vaultPath));
+        QVERIFY(!few.findFile(u"y"_s));
+        QVERIFY(few.removeInAnyCase(u"DOCS/A.TXT"_s));
+        QCOMPARE(paths(few), QStringList(u"Straße"_s));
+        QVERIFY(few.removeInAnyCase(few.entries().first().vaultPath));
+        QVERIFY(!few.findFile(u"Straße"_s));
+
         QVERIFY(!index.setVaultPath(u"z"_s, u"docs/a.txt"_s) && index.setVaultPath(u"z"_s, u"y"_s));
         QVERIFY(index.findFile(u"Y"_s) && !index.findFile(u"z"_s) && index.setVaultPath(u"y"_s, u"z"_s));
         QVERIFY(!index.remove(u"Z"_s) && index.remove(u"Docs/a.txt"_s));

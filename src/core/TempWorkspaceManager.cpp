@@ -3,6 +3,7 @@
 
 #include "core/HostFile.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -11,6 +12,9 @@
 #include <QUuid>
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -32,17 +36,46 @@ bool isUsableName(const QByteArray &name)
     return !name.isEmpty() && !name.contains('\0') && name != "." && name != "..";
 }
 
+bool isFolder(const QByteArray &name)
+{
+    struct stat status = {};
+    return ::lstat(name.constData(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// Gives a folder its final name unless something has that name already.
+bool claimName(const QByteArray &temporaryName, const QByteArray &name)
+{
+    if (::renameat2(AT_FDCWD, temporaryName.constData(), AT_FDCWD, name.constData(), RENAME_NOREPLACE) == 0)
+        return true;
+    // Some file systems lack that kind of renaming. The common kind replaces nothing but an empty folder.
+    return (errno == EINVAL || errno == ENOSYS) && ::rename(temporaryName.constData(), name.constData()) == 0;
+}
+
 /// The folder that the workspaces of all users share. Like the temporary directory above it, everyone may
-/// add to it and nobody may remove what is another's.
+/// add to it and nobody may remove what is another's. It has its permissions before it has its name, since
+/// other programs may be looking for it at the same time.
 bool makeCommonFolder(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
-    struct stat status = {};
-    if (::lstat(name.constData(), &status) == 0)
-        return S_ISDIR(status.st_mode);
+    if (isFolder(name))
+        return true;
 
-    return QDir().mkpath(QFileInfo(path).absolutePath()) && ::mkdir(name.constData(), S_IRWXU) == 0 &&
-           ::chmod(name.constData(), S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO) == 0;
+    QByteArray temporaryName = name + ".XXXXXX";
+    if (!QDir().mkpath(QFileInfo(path).absolutePath()) || ::mkdtemp(temporaryName.data()) == nullptr)
+        return false;
+    const bool isOurs = ::chmod(temporaryName.constData(), S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO) == 0 &&
+                        claimName(temporaryName, name);
+    if (!isOurs)
+        ::rmdir(temporaryName.constData());
+    return isFolder(name);
+}
+
+/// False for a name that is too long for a file system, and for one that its bytes do not give back: halves
+/// of surrogate pairs would all become the same name.
+bool canBeFileName(const QString &name)
+{
+    const QByteArray encoded = QFile::encodeName(name);
+    return encoded.size() <= NAME_MAX && !encoded.contains('\0') && QFile::decodeName(encoded) == name;
 }
 
 } // namespace
@@ -80,10 +113,10 @@ public:
             ::openat(descriptor, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     }
 
-    /// The directory of a vault path's parent below this one, and the name in it.
-    [[nodiscard]] std::pair<Directory, QByteArray> parentOf(const QString &vaultPath, bool mayCreate) const
+    /// The directory below this one that a path leads to, and the name in it.
+    [[nodiscard]] std::pair<Directory, QByteArray> parentOf(const QString &copyPath, bool mayCreate) const
     {
-        QByteArrayList names = QFile::encodeName(vaultPath).split('/');
+        QByteArrayList names = QFile::encodeName(copyPath).split('/');
         const QByteArray last = names.takeLast();
         Directory parent = opened(::openat(descriptor, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         for (const QByteArray &name : std::as_const(names)) {
@@ -160,7 +193,40 @@ QString TempWorkspaceManager::workspacePath() const
 
 QString TempWorkspaceManager::pathForVaultFile(const QString &vaultPath) const
 {
-    return QDir(directory).filePath(vaultPath);
+    // Joined by hand: QDir takes a path that begins with ":" for one of Qt's resources.
+    return directory + QLatin1Char('/') + copyPath(vaultPath);
+}
+
+/// The path of a copy inside the workspace: the vault path, where the file system can hold that.
+QString TempWorkspaceManager::copyPath(const QString &vaultPath) const
+{
+    QStringList names = vaultPath.split(QLatin1Char('/'));
+    for (QString &name : names) {
+        if (!canBeFileName(name))
+            name = substituteName(name, name);
+    }
+    const QString path = names.join(QLatin1Char('/'));
+    const qsizetype length = QFile::encodeName(directory).size() + 1 + QFile::encodeName(path).size();
+    return length < PATH_MAX ? path : substituteName(vaultPath, names.last());
+}
+
+/// A name that the file system can hold, with the beginning and the suffix of the one that it stands for.
+/// The workspace's random path in the digest keeps anyone from giving another file of a vault this name.
+QString TempWorkspaceManager::substituteName(const QString &original, const QString &name) const
+{
+    constexpr qsizetype shownLetters = 40;
+    constexpr qsizetype longestSuffix = 16;
+    const QString seed = directory + original;
+    const QByteArray digest =
+        QCryptographicHash::hash({reinterpret_cast<const char *>(seed.utf16()), seed.size() * 2},
+                                 QCryptographicHash::Sha256)
+            .first(16)
+            .toHex();
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    const QString suffix = dot >= 0 && name.size() - dot <= longestSuffix ? name.mid(dot) : QString();
+    QString substitute = name.left(shownLetters) + QLatin1Char('-') + QLatin1String(digest) + suffix;
+    substitute.remove(QChar(QChar::Null));
+    return QFile::decodeName(QFile::encodeName(substitute));
 }
 
 bool TempWorkspaceManager::prepare()
@@ -199,10 +265,12 @@ bool TempWorkspaceManager::openNewCopy(QFile &copy)
 bool TempWorkspaceManager::putCopy(const QString &vaultPath, QFile &copy)
 {
     if (handle && vaultPath != lockFileName) {
-        const auto [parent, name] = handle->parentOf(vaultPath, true);
+        const auto [parent, name] = handle->parentOf(copyPath(vaultPath), true);
         if (parent.isOpen() && !name.isEmpty() && handle->moveFile(newCopyName, parent, name)) {
             const bool isThere = isOpenAt(copy, pathForVaultFile(vaultPath));
             copy.close();
+            if (!isThere)
+                parent.deleteFile(name);
             return isThere;
         }
     }
@@ -221,7 +289,7 @@ bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const
 {
     if (!handle)
         return false;
-    const auto [parent, name] = handle->parentOf(vaultPath, false);
+    const auto [parent, name] = handle->parentOf(copyPath(vaultPath), false);
     const int descriptor =
         !parent.isOpen() || name.isEmpty() ? -1 : parent.openFile(name, O_RDONLY | O_NONBLOCK);
     QFile copy;

@@ -24,7 +24,9 @@ public:
 
     [[nodiscard]] QString workspacePath() const;
 
-    /// Where the copy of a vault file lies; `vaultPath` is normalized already.
+    /// Where the copy of a vault file lies; `vaultPath` is normalized already. It is joined to the
+    /// workspace's path, with other names in the place of those that a file system cannot hold (256 bytes and
+    /// more, halves of surrogate pairs).
     [[nodiscard]] QString pathForVaultFile(const QString &vaultPath) const;
 
     /// Creates the workspace, readable by its owner alone, and takes its lock without waiting.
@@ -50,6 +52,9 @@ public:
 
 private:
     class Directory;
+
+    [[nodiscard]] QString copyPath(const QString &vaultPath) const;
+    [[nodiscard]] QString substituteName(const QString &original, const QString &name) const;
 
     QString directory;
     std::unique_ptr<Directory> handle;

@@ -136,6 +136,64 @@ private Q_SLOTS:
         QCOMPARE(f.get(u"a"_s), "editado");
     }
 
+    void whatTheVaultHoldsCanBeOpenedWhateverItsName()
+    {
+        VaultFixture f;
+        QVERIFY(f.createAndUnlock());
+        QSet<QString> copies;
+        const QStringList names{u":a"_s,
+                                u":d/b"_s,
+                                u"x"_s + QChar(0xD800),
+                                u"x"_s + QChar(0xD801),
+                                QString(300, u'ã') + u".odt"_s,
+                                (QString(250, u'd') + u'/').repeated(20) + u'f'};
+        for (const QString &name : names) {
+            QString copy;
+            QVERIFY(f.put(name, name.toUtf8()));
+            QVERIFY(f.vault.prepareFileForEditing(name, &copy));
+            QCOMPARE(readFile(copy), name.toUtf8());
+            QVERIFY(copy.endsWith(u".odt"_s) == name.endsWith(u".odt"_s));
+            copies << copy;
+            edit(copy, name.toUtf8() + "!");
+        }
+        QCOMPARE(copies.size(), names.size());
+        QVERIFY(f.vault.lockVault() && f.unlock());
+        for (const QString &name : names)
+            QCOMPARE(f.get(name), name.toUtf8() + "!");
+    }
+
+    void programsThatStartTogetherAllFindTheirWorkspace()
+    {
+        const auto prepareInChildren = [] {
+            int startLine[2];
+            QList<pid_t> children(::pipe(startLine) == 0 ? 12 : 0);
+            for (pid_t &child : children) {
+                child = ::fork();
+                if (child == 0) {
+                    TempWorkspaceManager workspace;
+                    ::close(startLine[1]);
+                    const bool hasStarted = ::read(startLine[0], &child, 1) == 0;
+                    ::_exit(hasStarted && workspace.prepare() ? 0 : 1);
+                }
+            }
+            ::close(startLine[0]);
+            ::close(startLine[1]);
+            return std::count_if(children.cbegin(), children.cend(), [](pid_t child) {
+                int status = 0;
+                return ::waitpid(child, &status, 0) != child || status != 0;
+            });
+        };
+        const QByteArray former = qgetenv("TMPDIR");
+        for (int round = 0; round < 20; ++round) {
+            const QTemporaryDir temporary;
+            qputenv("TMPDIR", QFile::encodeName(temporary.path()));
+            const auto failures = prepareInChildren();
+            qputenv("TMPDIR", former);
+            QCOMPARE(failures, 0);
+            QCOMPARE(QDir(temporary.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+        }
+    }
+
     void theWorkspaceIsPrivateWhateverTheUmask()
     {
         const mode_t former = ::umask(0);

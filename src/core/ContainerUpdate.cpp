@@ -151,6 +151,8 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeade
     const QByteArray former = areaInForce;
     const QByteArrayView formerHeader = headerIn(former);
     const QByteArray newHash = Sha256::of(newHeader);
+    if (formerHash.isEmpty() || newHash.isEmpty())
+        return Outcome::Undone;
     forgetArea();
     const QByteArray record = undoRecordFor({formerHeader, formerHash}, {newHeader, newHash});
     Place place;
@@ -348,7 +350,10 @@ ContainerUpdate::Outcome ContainerUpdate::putBack(const QByteArray &attempted, c
 bool ContainerUpdate::renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader)
 {
     seriesRecord = {};
-    const QByteArray record = undoRecordForSeries({currentHeader, Sha256::of(currentHeader)});
+    const QByteArray hash = Sha256::of(currentHeader);
+    if (hash.isEmpty())
+        return false;
+    const QByteArray record = undoRecordForSeries({currentHeader, hash});
     const Place place{tailRecordOffset(record.size(), std::max(currentHeader.size(), roomForHeader)),
                       record.size(), true};
     if (place.offset < 0)

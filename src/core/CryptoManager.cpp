@@ -20,6 +20,7 @@ namespace {
 
 constexpr unsigned long long argonPasses = 3;
 constexpr size_t argonMemoryBytes = 256UL * 1024 * 1024;
+constexpr qint32 mostKeyBytes = 1024 * 1024;
 
 const unsigned char *bytesOf(QByteArrayView bytes)
 {
@@ -159,7 +160,8 @@ QByteArray CryptoManager::hmacSha256(const QByteArray &data, const QByteArray &k
 
 QByteArray CryptoManager::deriveKey(const QByteArray &password, const KeyDerivationParams &params) const
 {
-    if (password.isEmpty() || params.salt.isEmpty() || params.keyLength < 1)
+    if (password.isEmpty() || params.salt.isEmpty() || params.keyLength < 1 ||
+        params.keyLength > mostKeyBytes)
         return {};
 
     return params.kdf == QLatin1String("Argon2id") ? argon2id(password, params) : pbkdf2(password, params);

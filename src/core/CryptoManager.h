@@ -55,8 +55,8 @@ public:
     [[nodiscard]] QByteArray hmacSha256(const QByteArray &data, const QByteArray &key) const;
 
     /// Argon2id (RFC 9106: 3 passes, 256 MiB, 1 lane) or PBKDF2-HMAC-SHA256 (RFC 8018), as `params.kdf` says.
-    /// Empty on an empty password, a salt that is empty (for Argon2id: under 16 bytes), a length under 1,
-    /// a PBKDF2 count under 1, or when the memory cannot be had.
+    /// Empty on an empty password, a salt that is empty (for Argon2id: under 16 bytes), a length under 1 (for
+    /// Argon2id: under 16) or above 1 MiB, a PBKDF2 count under 1, or when the memory cannot be had.
     [[nodiscard]] QByteArray deriveKey(const QByteArray &password, const KeyDerivationParams &params) const;
 
     /// Compares in a time that depends on the lengths only.

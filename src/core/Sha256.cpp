@@ -3,29 +3,28 @@
 
 #include <openssl/evp.h>
 
-#include <new>
-
 namespace Tessarin::Core {
 
 Sha256::Sha256() : context(EVP_MD_CTX_new())
 {
-    // These calls fail only when memory is out or the library has no SHA-256; neither can be gone on from.
-    if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1)
-        throw std::bad_alloc();
+    // Fails when memory is out, and where the library's configuration offers no SHA-256.
+    isSound = context && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
 }
 
 Sha256::~Sha256() = default;
 
 void Sha256::add(QByteArrayView bytes)
 {
-    EVP_DigestUpdate(context.get(), bytes.data(), static_cast<size_t>(bytes.size()));
+    isSound =
+        isSound && EVP_DigestUpdate(context.get(), bytes.data(), static_cast<size_t>(bytes.size())) == 1;
 }
 
 QByteArray Sha256::result()
 {
     QByteArray digest(sizeBytes, '\0');
-    EVP_DigestFinal_ex(context.get(), reinterpret_cast<unsigned char *>(digest.data()), nullptr);
-    return digest;
+    auto *bytes = reinterpret_cast<unsigned char *>(digest.data());
+    isSound = isSound && EVP_DigestFinal_ex(context.get(), bytes, nullptr) == 1;
+    return isSound ? digest : QByteArray();
 }
 
 QByteArray Sha256::of(QByteArrayView bytes)

@@ -21,7 +21,7 @@ public:
 
     void add(QByteArrayView bytes);
 
-    /// 32 raw bytes. Nothing can be added afterwards.
+    /// 32 raw bytes; empty when the library could not compute them. Nothing can be added afterwards.
     [[nodiscard]] QByteArray result();
 
     [[nodiscard]] static QByteArray of(QByteArrayView bytes);
@@ -32,6 +32,7 @@ private:
         void operator()(evp_md_ctx_st *context) const;
     };
     std::unique_ptr<evp_md_ctx_st, ContextDeleter> context;
+    bool isSound = false;
 };
 
 } // namespace Tessarin::Core

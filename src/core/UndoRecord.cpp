@@ -105,6 +105,8 @@ std::optional<Trailer> parseTrailer(const QByteArray &bytes)
 
     Trailer trailer;
     trailer.kind = qFromBigEndian<quint64>(bytes.constData() + kindAt);
+    if (trailer.kind != WholeIndex && trailer.kind != IndexStaysInPlace)
+        return {};
     for (size_t i = 0; i < trailer.lengths.size(); ++i) {
         trailer.lengths[i] = qFromBigEndian<qint64>(bytes.constData() + lengthsAt + i * 8);
         if (trailer.lengths[i] < 0 || trailer.lengths[i] > headerAreaSize)

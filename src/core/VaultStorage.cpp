@@ -152,7 +152,7 @@ bool VaultManager::appendBlocks(QFile &source, ContainerUpdate &change, VaultFil
     }
     entry.sha256 = hash.result();
     // A source that was cut short meanwhile is not what the user chose.
-    return doneBytes >= totalBytes;
+    return doneBytes >= totalBytes && !entry.sha256.isEmpty();
 }
 
 void VaultManager::beginImportSeries()

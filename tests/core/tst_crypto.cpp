@@ -61,6 +61,8 @@ private Q_SLOTS:
         QVERIFY(crypto.deriveKey({}, {argon, QByteArray(16, 's'), 0, 64}).isEmpty());
         QVERIFY(crypto.deriveKey("password", {argon, QByteArray(15, 's'), 0, 64}).isEmpty());
         QVERIFY(crypto.deriveKey("password", {argon, QByteArray(16, 's'), 0, 0}).isEmpty());
+        QVERIFY(crypto.deriveKey("password", {argon, QByteArray(16, 's'), 0, 15}).isEmpty());
+        QVERIFY(crypto.deriveKey("password", {{}, "salt", 1, std::numeric_limits<qint32>::max()}).isEmpty());
         QVERIFY(crypto.deriveKey("password", {{}, "salt", 0, 64}).isEmpty());
     }
 

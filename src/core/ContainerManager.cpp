@@ -4,6 +4,7 @@
 #include "core/Base64.h"
 #include "core/ContainerUpdate.h"
 #include "core/HostFile.h"
+#include "core/JsonScan.h"
 #include "core/JsonText.h"
 
 #include <QDir>
@@ -11,7 +12,12 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
 #include <QSaveFile>
+
+#include <algorithm>
+#include <initializer_list>
+#include <optional>
 
 namespace Tessarin::Core {
 
@@ -65,6 +71,62 @@ bool isHeaderOfThisFormat(const QJsonObject &header)
 {
     return header.value(QLatin1String("magic")).toString() == QLatin1String(headerMagic) &&
            header.value(QLatin1String("formatVersion")).toInt(0) == version;
+}
+
+using JsonMembers = QMap<QByteArrayView, QByteArrayView>; ///< A member's key, and the JSON of its value.
+
+/// Bytes of a legacy index or legacy payloads, which nothing uses, above which they are left out.
+constexpr qsizetype mostLegacyBytes = 64 * 1024;
+
+/// The members of these names; of equal keys the last one counts. None when the text is no JSON object.
+std::optional<JsonMembers> findMembers(QByteArrayView json, std::initializer_list<QByteArrayView> names)
+{
+    JsonMembers members;
+    const bool isObject = visitJsonMembers(json, [&](QByteArrayView key, QByteArrayView value) {
+        const auto *name = std::find(names.begin(), names.end(), key);
+        if (name != names.end())
+            members[*name] = value;
+    });
+    return isObject ? std::optional(members) : std::nullopt;
+}
+
+bool isScalar(QByteArrayView value)
+{
+    return !value.startsWith('{') && !value.startsWith('[');
+}
+
+QByteArray objectOf(const JsonMembers &members)
+{
+    QByteArray object("{");
+    for (auto member = members.cbegin(); member != members.cend(); ++member) {
+        object.append(object.size() > 1 ? ",\"" : "\"").append(member.key()).append("\":");
+        object.append(member.value());
+    }
+    return object.append('}');
+}
+
+/// The header without what no reader needs. Of a hostile one, whose size is bounded, Qt's parser would build
+/// a hundred times that size. Null when it is no JSON object.
+QByteArray neededPartOf(QByteArrayView header)
+{
+    std::optional<JsonMembers> members =
+        findMembers(header, {"magic", "formatVersion", "crypto", "encryptedIndex", "encryptedPayload",
+                             "fileIndex", "filePayloads"});
+    if (!members)
+        return {};
+    std::optional<JsonMembers> crypto =
+        findMembers(members->take("crypto"), {"kdf", "cipher", "kdfIterations", "salt", "nonce",
+                                              "payloadNonce", "authTag", "encryptedMasterKey"});
+    members->removeIf([](auto member) {
+        const bool isLegacy = member.key() == "fileIndex" || member.key() == "filePayloads";
+        return isLegacy ? member.value().size() > mostLegacyBytes : !isScalar(member.value());
+    });
+    if (!crypto)
+        return objectOf(*members);
+    crypto->removeIf([](auto member) { return !isScalar(member.value()); });
+    const QByteArray cryptoObject = objectOf(*crypto);
+    members->insert("crypto", cryptoObject);
+    return objectOf(*members);
 }
 
 ContainerDocument documentFromJson(const QJsonObject &header, ContainerCryptoMetadata crypto)
@@ -189,7 +251,7 @@ bool ContainerManager::updateDocumentHeader(const QString &path, const Container
 
 bool ContainerManager::parseHeader(const QByteArray &header, ContainerDocument *document) const
 {
-    const QJsonObject object = QJsonDocument::fromJson(header).object();
+    const QJsonObject object = QJsonDocument::fromJson(neededPartOf(header)).object();
     if (!isHeaderOfThisFormat(object))
         return false;
 
@@ -208,7 +270,7 @@ bool ContainerManager::readDocument(const QString &path, ContainerDocument *docu
     const QByteArray line = readLengthLine(file);
     bool isNumber = false;
     const qint64 headerLength = line.trimmed().toLongLong(&isNumber, 10);
-    if (!isNumber || headerLength < 1 || headerLength > headerAreaSize)
+    if (!isNumber || line.contains('\0') || headerLength < 1 || headerLength > headerAreaSize)
         return false;
 
     QByteArray area = file.read(headerAreaSize);

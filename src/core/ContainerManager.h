@@ -69,7 +69,8 @@ public:
     /// or the header exceeds its area.
     [[nodiscard]] bool updateDocumentHeader(const QString &path, const ContainerDocument &document) const;
 
-    /// Reads a header by itself. Fills `document` only on success, and leaves its payloadOffset alone.
+    /// Reads a header by itself, which does not tell the payloadOffset: that is 0 afterwards. Fills
+    /// `document` only on success.
     [[nodiscard]] bool parseHeader(const QByteArray &header, ContainerDocument *document) const;
 
     /// Fills `document` only on success.

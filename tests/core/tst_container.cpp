@@ -127,6 +127,8 @@ private Q_SLOTS:
             writeRaw(line, containers.buildHeader(sample));
             QVERIFY2(!reads(), line.left(30).constData());
         }
+        writeRaw("171" + QByteArray("\0\n", 2), containers.buildHeader(sample).leftJustified(171, ' '));
+        QVERIFY2(!reads(), "a length line with a zero byte in it");
         // A huge file without a line's end is not read to its end.
         writeFile(path, "TRAVEX3");
         QVERIFY(QFile::resize(path, 100000000000) && !reads());
@@ -161,6 +163,32 @@ private Q_SLOTS:
         overwrite(path, 0, "TRAVEX2");
         QVERIFY(!reads() && !containers.updateDocumentHeader(path, sample));
         QVERIFY(!containers.readDocument(path, nullptr) && !containers.readDocument(folder.path(), &sample));
+    }
+
+    void noHeaderCostsMuchMemory_data()
+    {
+        QTest::addColumn<QByteArray>("header");
+        const auto filled = [](const char *start, const QByteArray &unit, const char *end) {
+            const QByteArray head = R"({"magic":"TRAVEX","formatVersion":3,)" + QByteArray(start);
+            return head + unit.repeated(8300000 / unit.size()) + end;
+        };
+        QTest::newRow("nested") << filled(R"("fileIndex":{"x":[)",
+                                          QByteArray(900, '[') + QByteArray(900, ']') + ',', "1]}}");
+        QTest::newRow("entries") << filled(R"("fileIndex":{"files":[)", R"({"vaultPath":"a"},)", "{}]}}");
+        QTest::newRow("index") << filled(R"("encryptedIndex":"é)", "AAA\\/", R"("})");
+    }
+    void noHeaderCostsMuchMemory()
+    {
+        QFETCH(QByteArray, header);
+        writeFile(u"/proc/self/clear_refs"_s, "5"); // The peak begins anew.
+        const auto peak = [] {
+            const QByteArray status = readFile(u"/proc/self/status"_s);
+            return status.mid(status.indexOf("VmHWM:") + 6, 12).trimmed().split(' ').first().toLongLong();
+        };
+        const qint64 idle = peak();
+        ContainerDocument read;
+        QVERIFY(containers.parseHeader(header, &read));
+        QVERIFY2(peak() - idle <= 56 * 1024, qPrintable(QString::number(peak() - idle)));
     }
 
     void missingMembersReadAsDefaultsAndLegacyOnesAreRead()

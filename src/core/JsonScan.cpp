@@ -1,0 +1,185 @@
+// The walk: one pass, a byte of memory for each level of nesting.
+#include "core/JsonScan.h"
+
+#include <QVarLengthArray>
+
+#include <algorithm>
+#include <cctype>
+
+namespace Tessarin::Core {
+
+namespace {
+
+constexpr qsizetype deepestNesting = 1024;
+
+bool isDigit(char byte)
+{
+    return byte >= '0' && byte <= '9';
+}
+
+class Scanner
+{
+public:
+    explicit Scanner(QByteArrayView text) : json(text) {}
+
+    [[nodiscard]] bool isAtEnd() const { return at == json.size(); }
+    [[nodiscard]] char next() const { return at < json.size() ? json[at] : '\0'; }
+
+    void skipSpace()
+    {
+        while (next() == ' ' || next() == '\t' || next() == '\n' || next() == '\r')
+            ++at;
+    }
+
+    bool take(char expected)
+    {
+        skipSpace();
+        if (next() != expected || isAtEnd())
+            return false;
+        ++at;
+        return true;
+    }
+
+    /// The bytes between the quotes; null when no string stands here.
+    QByteArrayView takeString()
+    {
+        if (!take('"'))
+            return {};
+        const qsizetype start = at;
+        for (; !isAtEnd() && next() != '"'; ++at) {
+            if (next() == '\\' && !skipEscape())
+                return {};
+        }
+        return isAtEnd() ? QByteArrayView() : json.sliced(start, at++ - start);
+    }
+
+    /// The bytes of a value of any kind; null when none stands here.
+    QByteArrayView takeValue()
+    {
+        skipSpace();
+        const qsizetype start = at;
+        QVarLengthArray<char, deepestNesting> open; // What closes the objects and arrays around.
+        do {
+            if (!(open.isEmpty() || open.back() == ']' || takeKey()))
+                return {};
+            skipSpace();
+            if (next() == '{' || next() == '[') {
+                if (open.size() == deepestNesting)
+                    return {};
+                open.append(json[at++] == '{' ? '}' : ']');
+                skipSpace();
+                if (next() != open.back())
+                    continue;
+            } else if (!skipScalar()) {
+                return {};
+            }
+            while (!open.isEmpty() && take(open.back()))
+                open.pop_back();
+            if (!open.isEmpty() && !take(','))
+                return {};
+        } while (!open.isEmpty());
+        return json.sliced(start, at - start);
+    }
+
+    bool takeKey() { return !takeString().isNull() && take(':'); }
+
+private:
+    /// Leaves the position at the escape's last byte.
+    bool skipEscape()
+    {
+        ++at;
+        if (next() != 'u')
+            return !isAtEnd();
+        const QByteArrayView digits = json.sliced(at + 1, std::min<qsizetype>(4, json.size() - at - 1));
+        at += digits.size();
+        return digits.size() == 4 && std::all_of(digits.begin(), digits.end(),
+                                                 [](unsigned char byte) { return std::isxdigit(byte); });
+    }
+
+    bool skipScalar()
+    {
+        if (next() == '"')
+            return !takeString().isNull();
+        for (const QByteArrayView word : {"true", "false", "null"}) {
+            if (json.sliced(at).startsWith(word)) {
+                at += word.size();
+                return true;
+            }
+        }
+        return skipNumber();
+    }
+
+    bool skipNumber()
+    {
+        at += next() == '-';
+        const bool startsWithZero = next() == '0';
+        const qsizetype start = at;
+        if (!skipDigits() || (startsWithZero && at > start + 1))
+            return false;
+        if (next() == '.' && (++at, !skipDigits()))
+            return false;
+        if (next() != 'e' && next() != 'E')
+            return true;
+        ++at;
+        at += next() == '+' || next() == '-';
+        return skipDigits();
+    }
+
+    bool skipDigits()
+    {
+        const qsizetype start = at;
+        while (isDigit(next()))
+            ++at;
+        return at > start;
+    }
+
+    QByteArrayView json;
+    qsizetype at = 0;
+};
+
+/// A key as its escapes spell it.
+QByteArray spelledOut(QByteArrayView rawKey)
+{
+    constexpr qsizetype digits = 4;
+    QByteArray key;
+    for (qsizetype at = 0; at < rawKey.size(); ++at) {
+        if (rawKey[at] == '\\' && rawKey[++at] == 'u') {
+            const uint unit = rawKey.sliced(at + 1, digits).toUInt(nullptr, 16);
+            key += unit < 0x80 ? static_cast<char>(unit) : '?';
+            at += digits;
+        } else {
+            key += rawKey[at];
+        }
+    }
+    return key;
+}
+
+} // namespace
+
+bool visitJsonMembers(QByteArrayView json, const JsonMemberVisitor &visit)
+{
+    constexpr QByteArrayView byteOrderMark("\xEF\xBB\xBF");
+    Scanner scanner(json.startsWith(byteOrderMark) ? json.sliced(byteOrderMark.size()) : json);
+    if (!json.isValidUtf8() || !scanner.take('{'))
+        return false;
+    if (!scanner.take('}')) {
+        do {
+            const QByteArrayView rawKey = scanner.takeString();
+            if (rawKey.isNull() || !scanner.take(':'))
+                return false;
+            const QByteArrayView value = scanner.takeValue();
+            if (value.isNull())
+                return false;
+            if (rawKey.contains('\\'))
+                visit(spelledOut(rawKey), value);
+            else
+                visit(rawKey, value);
+        } while (scanner.take(','));
+        if (!scanner.take('}'))
+            return false;
+    }
+    scanner.skipSpace();
+    return scanner.isAtEnd();
+}
+
+} // namespace Tessarin::Core

@@ -1,0 +1,20 @@
+// Walks a JSON text without building anything, so that a hostile one costs no memory beyond its own.
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+
+#include <functional>
+
+namespace Tessarin::Core {
+
+/// Called with every member of an object: its key, in which escapes of other than ASCII characters have
+/// become
+/// "?", and the JSON of its value. Both are valid during the call only.
+using JsonMemberVisitor = std::function<void(QByteArrayView key, QByteArrayView value)>;
+
+/// False when the text is not one JSON object (RFC 8259, in UTF-8, nested at most 1024 deep); the members
+/// before the mistake have been visited by then.
+[[nodiscard]] bool visitJsonMembers(QByteArrayView json, const JsonMemberVisitor &visit);
+
+} // namespace Tessarin::Core

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTimeZone>
 
 #include <algorithm>
 #include <utility>
@@ -55,6 +56,15 @@ QByteArray dateToJson(const QDateTime &when)
     return text;
 }
 
+QDateTime utcDateTime(QDate date, QTime time)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
+    return QDateTime(date, time, QTimeZone::UTC);
+#else
+    return QDateTime(date, time, Qt::UTC);
+#endif
+}
+
 QDateTime dateFromJson(const QJsonValue &value)
 {
     const QString text = value.toString();
@@ -70,7 +80,7 @@ QDateTime dateFromJson(const QJsonValue &value)
         const QDate date(number(0, 4), number(5, 2), number(8, 2));
         const QTime time(number(11, 2), number(14, 2), number(17, 2), number(20, 3));
         if (date.isValid() && time.isValid())
-            return QDateTime(date, time, Qt::UTC);
+            return utcDateTime(date, time);
     }
     return QDateTime::fromString(text, Qt::ISODateWithMs);
 }

@@ -17,6 +17,8 @@
 
 namespace Tessarin::Tests {
 
+using namespace Qt::Literals::StringLiterals;
+
 /// One dialog, menu or progress display, and what to do with it.
 struct DialogStep
 {
@@ -37,13 +39,13 @@ inline DialogStep press(const QString &title, const QString &text, const QString
 }
 
 /// A warning or information box.
-inline DialogStep told(const QString &text, const QString &title = u"Tessarin"_qs)
+inline DialogStep told(const QString &text, const QString &title = u"Tessarin"_s)
 {
-    return press(title, text, u"OK"_qs);
+    return press(title, text, u"OK"_s);
 }
 
 /// Fills the dialog's line edits, from top to bottom, and accepts it.
-inline DialogStep type(const QString &title, const QStringList &inputs, const QString &button = u"OK"_qs)
+inline DialogStep type(const QString &title, const QStringList &inputs, const QString &button = u"OK"_s)
 {
     return {title, {}, [=](QWidget &dialog) {
                 const QList<QLineEdit *> edits = dialog.findChildren<QLineEdit *>();
@@ -58,8 +60,8 @@ inline DialogStep pick(const QString &title, const QStringList &paths)
 {
     return {title, {}, [paths](QWidget &dialog) {
                 const QString names =
-                    paths.size() == 1 ? paths.first() : u'"' + paths.join(u"\" \""_qs) + u'"';
-                dialog.findChild<QLineEdit *>(u"fileNameEdit"_qs)->setText(names);
+                    paths.size() == 1 ? paths.first() : u'"' + paths.join(u"\" \""_s) + u'"';
+                dialog.findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(names);
                 static_cast<QDialog &>(dialog).accept();
             }};
 }
@@ -89,7 +91,7 @@ private:
             // Most progress displays come and go by themselves.
             if (qobject_cast<QProgressDialog *>(shown))
                 return;
-            faults += u"unexpected: "_qs + shown->windowTitle();
+            faults += u"unexpected: "_s + shown->windowTitle();
             steps.clear();
             shown->close();
             return;
@@ -124,7 +126,7 @@ inline void drive(const std::function<void()> &operation, const QList<DialogStep
     DialogDriver driver(steps);
     operation();
     QVERIFY2(driver.faults.isEmpty(), qPrintable(driver.faults));
-    QVERIFY2(driver.steps.isEmpty(), qPrintable(u"missing: "_qs + driver.steps.value(0).title));
+    QVERIFY2(driver.steps.isEmpty(), qPrintable(u"missing: "_s + driver.steps.value(0).title));
 }
 
 } // namespace Tessarin::Tests

@@ -35,8 +35,8 @@ class OpenedFile : public QObject
     Q_OBJECT
 
 public:
-    OpenedFile() { QDesktopServices::setUrlHandler(u"file"_qs, this, "remember"); }
-    ~OpenedFile() override { QDesktopServices::unsetUrlHandler(u"file"_qs); }
+    OpenedFile() { QDesktopServices::setUrlHandler(u"file"_s, this, "remember"); }
+    ~OpenedFile() override { QDesktopServices::unsetUrlHandler(u"file"_s); }
     QString path;
 
 public Q_SLOTS:
@@ -58,7 +58,7 @@ public:
         window.show();
     }
 
-    QAction *action(const QString &name) { return window.findChild<QAction *>(name + u"Action"_qs); }
+    QAction *action(const QString &name) { return window.findChild<QAction *>(name + u"Action"_s); }
     void trigger(const QString &name) { action(name)->trigger(); }
 
     /// Runs an action, answers its dialogs, and looks at the status bar.
@@ -69,7 +69,7 @@ public:
             QCOMPARE(window.statusBar()->currentMessage(), status);
     }
 
-    QString label(const QString &name) { return window.findChild<QLabel *>(name + u"Label"_qs)->text(); }
+    QString label(const QString &name) { return window.findChild<QLabel *>(name + u"Label"_s)->text(); }
 
     QStringList rows() const
     {
@@ -121,9 +121,9 @@ private:
 public:
     Drives drives; ///< Drives come and go with this list.
     UI::MainWindow window;
-    QListWidget &deviceList = *window.findChild<QListWidget *>(u"deviceList"_qs);
-    QTableWidget &table = *window.findChild<QTableWidget *>(u"filesTable"_qs);
-    QToolButton &padlock = *window.findChild<QToolButton *>(u"vaultToggleButton"_qs);
+    QListWidget &deviceList = *window.findChild<QListWidget *>(u"deviceList"_s);
+    QTableWidget &table = *window.findChild<QTableWidget *>(u"filesTable"_s);
+    QToolButton &padlock = *window.findChild<QToolButton *>(u"vaultToggleButton"_s);
 };
 
 } // namespace Tessarin::Tests

@@ -89,6 +89,7 @@ private Q_SLOTS:
                                                                {u"sdc1"_s, u"A\\x20B"_s},
                                                                {u"sdd1"_s, u"%1"_s},
                                                                {u"sde1"_s, u".oculto"_s}}));
+        QCOMPARE(decodeUdevEscapes(uR"(A\x20B\x5cx20\xZZ \x2fé\x2)"_s), uR"(A B\x20\xZZ /é\x2)"_s);
     }
 
     void rootForALabelIsTheFirstExistingCandidate()

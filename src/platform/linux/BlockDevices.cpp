@@ -148,6 +148,18 @@ QString fallbackDisplayName(const QString &devicePath, const QString &rootPath)
     return QFileInfo(rootPath).fileName();
 }
 
+QString decodeUdevEscapes(QString text)
+{
+    for (qsizetype at = text.indexOf("\\x"_L1); at >= 0; at = text.indexOf("\\x"_L1, at + 1)) {
+        bool isHex = false;
+        const QString digits = text.mid(at + 2, 2);
+        const char16_t character = digits.toUShort(&isHex, 16);
+        if (isHex && digits.size() == 2)
+            text.replace(at, 4, QChar(character));
+    }
+    return text;
+}
+
 QHash<QString, QString> blockLabelMap(const QString &root)
 {
     const QString directory = QStringLiteral("/dev/disk/by-label");

@@ -55,7 +55,10 @@ struct MountInfoLine
 /// mounted nowhere or at "/".
 [[nodiscard]] QString fallbackDisplayName(const QString &devicePath, const QString &rootPath);
 
-/// The label of each labelled block device, by kernel name.
+/// Undoes the escapes of the form \x20 that udev writes into the names of links.
+[[nodiscard]] QString decodeUdevEscapes(QString text);
+
+/// The label of each labelled block device, by kernel name, in which udev's escapes are left.
 [[nodiscard]] QHash<QString, QString> blockLabelMap(const QString &root = QStringLiteral("/"));
 
 /// The existing directory where a desktop would have mounted a drive of this label; empty when there is none.

@@ -24,12 +24,16 @@ bool qualifies(const QString &blockName)
 
 QString displayName(const QStorageInfo &volume, const QString &devicePath, const QString &rootPath)
 {
+    if (!volume.name().isEmpty())
+        return volume.name();
+    // Since version 6.8 the toolkit gives no label for some drives that have one.
+    const QString label = decodeUdevEscapes(blockLabelMap().value(QFileInfo(devicePath).fileName()));
+    if (!label.isEmpty())
+        return label;
     // Without a label the toolkit answers with the root path, and "/" is no name for a drive.
     const QString toolkitName = volume.displayName();
     if (!toolkitName.isEmpty() && toolkitName != "/"_L1)
         return toolkitName;
-    if (!volume.name().isEmpty())
-        return volume.name();
     return fallbackDisplayName(devicePath, rootPath);
 }
 

@@ -3,8 +3,6 @@
 
 #include "core/ContainerFormat.h"
 #include "platform/CloseRequest.h"
-#include "platform/linux/LinuxDeviceManager.h"
-#include "platform/linux/MountWatcher.h"
 #include "ui/ApplicationIcon.h"
 #include "ui/FilesTable.h"
 #include "ui/Formatting.h"
@@ -107,10 +105,7 @@ QIcon padlockIcon(bool open, bool enabled, int shownSide)
 
 } // namespace
 
-MainWindow::MainWindow(QWidget *parent)
-    : MainWindow(std::make_unique<Platform::Linux::LinuxDeviceManager>(), parent)
-{
-}
+MainWindow::MainWindow(QWidget *parent) : MainWindow(Platform::makeSystemDeviceManager(), parent) {}
 
 MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidget *parent)
     : QMainWindow(parent), deviceManager(std::move(detector))
@@ -118,9 +113,9 @@ MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidge
     buildUi();
     buildMenus();
     connectSignals();
-    // Before the first look at the drives: what comes after it is told.
-    auto *mountWatcher = new Platform::Linux::MountWatcher(this);
-    connect(mountWatcher, &Platform::Linux::MountWatcher::changed, this, &MainWindow::followMounts);
+    // Before the first look at the drives, so that no change after it is missed.
+    if (deviceManager)
+        deviceManager->setChangeCallback([this] { followMounts(); });
     closingTimer.setInterval(closingIntervalMs);
     connect(&closingTimer, &QTimer::timeout, this, &MainWindow::closeSoon);
     refreshDevices();

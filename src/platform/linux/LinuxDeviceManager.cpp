@@ -3,6 +3,7 @@
 #include "platform/linux/LinuxDeviceManager.h"
 
 #include "platform/linux/BlockDevices.h"
+#include "platform/linux/MountWatcher.h"
 
 #include <QDir>
 #include <QFile>
@@ -145,6 +146,10 @@ void addUnmountedDrives(FoundDevices &found)
 
 } // namespace
 
+LinuxDeviceManager::LinuxDeviceManager() = default;
+
+LinuxDeviceManager::~LinuxDeviceManager() = default;
+
 QList<UsbDevice> LinuxDeviceManager::detectUsbDevices() const
 {
     FoundDevices found;
@@ -154,4 +159,15 @@ QList<UsbDevice> LinuxDeviceManager::detectUsbDevices() const
     return found.devices;
 }
 
+void LinuxDeviceManager::setChangeCallback(const std::function<void()> &changed)
+{
+    mountWatcher = std::make_unique<MountWatcher>();
+    QObject::connect(mountWatcher.get(), &MountWatcher::changed, changed);
+}
+
 } // namespace Tessarin::Platform::Linux
+
+std::unique_ptr<Tessarin::Platform::DeviceManager> Tessarin::Platform::makeSystemDeviceManager()
+{
+    return std::make_unique<Linux::LinuxDeviceManager>();
+}

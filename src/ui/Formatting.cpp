@@ -42,6 +42,11 @@ QString normalizeDirectoryPath(QString path)
     return path;
 }
 
+QString comparablePath(const QString &directoryPath)
+{
+    return normalizeDirectoryPath(QDir::cleanPath(directoryPath));
+}
+
 QString plainToolTip(const QString &text)
 {
     if (!Qt::mightBeRichText(text))

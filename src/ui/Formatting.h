@@ -18,6 +18,9 @@ namespace Tessarin::UI {
 /// A folder of the host with "/" between its parts and exactly one at the end.
 [[nodiscard]] QString normalizeDirectoryPath(QString path);
 
+/// The same for every spelling of one folder of the host.
+[[nodiscard]] QString comparablePath(const QString &directoryPath);
+
 /// What to hand to setToolTip() so that `text` is shown as it stands, tags and entities included.
 [[nodiscard]] QString plainToolTip(const QString &text);
 

@@ -4,25 +4,20 @@
 #include "core/ContainerFormat.h"
 #include "platform/CloseRequest.h"
 #include "ui/ApplicationIcon.h"
+#include "ui/DeviceList.h"
 #include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
-#include "ui/Painting.h"
-#include "ui/ProgressDialog.h"
+#include "ui/PadlockIcon.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
-#include <QApplication>
 #include <QCloseEvent>
 #include <QDate>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QIcon>
 #include <QLabel>
-#include <QListWidget>
-#include <QPainter>
-#include <QScopedValueRollback>
 #include <QScreen>
 #include <QScrollBar>
 #include <QSessionManager>
@@ -30,7 +25,6 @@
 #include <QStatusBar>
 #include <QToolButton>
 #include <QVBoxLayout>
-#include <QWindow>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -38,10 +32,8 @@ namespace Tessarin::UI {
 
 namespace {
 
-constexpr int closingIntervalMs = 20;
 constexpr int statusBoxWidth = 180;
 constexpr int separatorWidth = 1;
-constexpr int padlockSize = 48;
 
 QSize availableScreenSize()
 {
@@ -60,49 +52,6 @@ QLabel *makeStatusLabel(QWidget *parent, const QString &name, int width, const Q
     return label;
 }
 
-/// A padlock of 48 by 48, in the middle of a square of the given side.
-QPixmap padlockPixmap(bool open, bool enabled, int side)
-{
-    const QColor stroke(enabled ? u"#464646"_s : u"#a5a5a5"_s);
-    const QColor fill(enabled ? u"#eeeeee"_s : u"#e2e2e2"_s);
-
-    QPixmap pixmap = blankPixmap(side);
-    QPainter painter(&pixmap);
-    painter.translate((side - padlockSize) / 2.0, (side - padlockSize) / 2.0);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(stroke, 3.0, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-
-    // Angles are in sixteenths of a degree.
-    painter.setBrush(Qt::NoBrush);
-    if (open) {
-        painter.drawArc(QRectF(14, 7, 20, 26), 25 * 16, 245 * 16);
-        painter.drawLine(QPointF(35, 19), QPointF(40, 15));
-    } else {
-        painter.drawArc(QRectF(13, 7, 22, 26), 0, 180 * 16);
-    }
-
-    painter.setBrush(fill);
-    painter.drawRoundedRect(QRectF(10, 22, 28, 20), 4, 4);
-
-    painter.setBrush(stroke);
-    painter.drawEllipse(QRectF(22, 30, 4, 4));
-    painter.drawLine(QPointF(24, 34), QPointF(24, 37));
-    return pixmap;
-}
-
-/// To be shown in a square of the given side. A fine screen would blow up the padlock that fills its picture.
-QIcon padlockIcon(bool open, bool enabled, int shownSide)
-{
-    QIcon icon;
-    for (const int side : {padlockSize, shownSide}) {
-        const QPixmap pixmap = padlockPixmap(open, enabled, side);
-        icon.addPixmap(pixmap);
-        // Left to itself, the style would grey the disabled padlock a second time.
-        icon.addPixmap(pixmap, QIcon::Disabled);
-    }
-    return icon;
-}
-
 } // namespace
 
 MainWindow::MainWindow(QWidget *parent) : MainWindow(Platform::makeSystemDeviceManager(), parent) {}
@@ -113,11 +62,6 @@ MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidge
     buildUi();
     buildMenus();
     connectSignals();
-    // Before the first look at the drives, so that no change after it is missed.
-    if (deviceManager)
-        deviceManager->setChangeCallback([this] { followMounts(); });
-    closingTimer.setInterval(closingIntervalMs);
-    connect(&closingTimer, &QTimer::timeout, this, &MainWindow::closeSoon);
     refreshDevices();
     updateActions();
     setStatusMessage(tr("Pronto"), 0);
@@ -132,18 +76,7 @@ void MainWindow::run(Operation operation)
 
 void MainWindow::run(const std::function<void()> &operation)
 {
-    if (operationRunning)
-        return;
-    {
-        const QScopedValueRollback<bool> guard(operationRunning, true);
-        operation();
-        updateActions();
-    }
-    // Not at once: a row of the list may be what this operation was started from.
-    if (mountsChanged)
-        QMetaObject::invokeMethod(this, &MainWindow::followMounts, Qt::QueuedConnection);
-    if (openingFailed)
-        QMetaObject::invokeMethod(this, &MainWindow::tellOfFailedOpening, Qt::QueuedConnection);
+    guard.run(operation);
 }
 
 bool MainWindow::event(QEvent *event)
@@ -154,9 +87,9 @@ bool MainWindow::event(QEvent *event)
 
 void MainWindow::closeEvent(QCloseEvent *event)
 {
-    if (operationRunning) {
+    if (guard.isRunning()) {
         event->ignore();
-        closingTimer.start(); // The wish waits until the operation is over.
+        closer.wait();
         return;
     }
     if (!isUnlocked()) {
@@ -165,64 +98,31 @@ void MainWindow::closeEvent(QCloseEvent *event)
     }
 
     run([&] {
-        // From here on Qt would take the window away at the next wish to close, without asking.
-        QWindow *frame = windowHandle();
-        if (frame != nullptr)
-            frame->installEventFilter(this);
+        closer.hold();
         const bool locked = lockShowingProgress();
         refreshVaultFiles();
         updateActions();
         event->setAccepted(locked);
         if (!locked) {
-            closingTimer.stop(); // The warning answers what was wished so far.
+            closer.cancel();
             showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
         }
-        if (frame != nullptr)
-            frame->removeEventFilter(this);
+        closer.release();
     });
-}
-
-bool MainWindow::eventFilter(QObject *watched, QEvent *event)
-{
-    if (watched != windowHandle() || event->type() != QEvent::Close)
-        return QMainWindow::eventFilter(watched, event);
-    event->ignore();
-    heedWishToClose();
-    return true;
 }
 
 bool MainWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr *result)
 {
     if (!Platform::isCloseRequest(eventType, message))
         return QMainWindow::nativeEvent(eventType, message, result);
-    // Not by way of Qt: it drops the wish where a dialog blocks the window, even one that has come since.
-    heedWishToClose();
+    // Not by way of Qt: it drops the request where a dialog blocks the window, even one that has come since.
+    closer.requestFromFrame();
     return true;
-}
-
-void MainWindow::heedWishToClose()
-{
-    // A question can be answered first, but long work cannot.
-    const QWidget *dialog = QApplication::activeModalWidget();
-    if (dialog == nullptr || qobject_cast<const ProgressDialog *>(dialog) != nullptr)
-        closingTimer.start();
 }
 
 void MainWindow::closeSoon()
 {
-    closingTimer.start();
-    QWidget *waiting = QApplication::activePopupWidget();
-    if (waiting == nullptr)
-        waiting = QApplication::activeModalWidget();
-    if (waiting != nullptr) {
-        waiting->close(); // Progress displays do not heed it.
-        return;
-    }
-    if (operationRunning)
-        return;
-    // Before closing: the warning that the vault stays open is not to be closed at once.
-    closingTimer.stop();
-    close();
+    closer.closeSoon();
 }
 
 void MainWindow::endSession(QSessionManager &session)
@@ -265,14 +165,8 @@ void MainWindow::buildUi()
 
 QWidget *MainWindow::buildDeviceRow()
 {
-    deviceList = new QListWidget;
-    deviceList->setObjectName(u"deviceList"_s);
-    deviceList->setAccessibleName(tr("Dispositivos USB"));
-    deviceList->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    const int rowHeight = 3 * deviceList->fontMetrics().height() + 24 + 2 * deviceList->frameWidth();
-    deviceList->setFixedHeight(rowHeight);
-
-    const QSize square(rowHeight, rowHeight);
+    deviceList = new DeviceList(deviceManager.get(), guard);
+    const QSize square(deviceList->minimumHeight(), deviceList->minimumHeight());
     auto *iconLabel = new QLabel;
     iconLabel->setObjectName(u"iconLabel"_s);
     iconLabel->setAccessibleName(tr("Ícone do Tessarin"));

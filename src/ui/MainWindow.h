@@ -2,17 +2,17 @@
 // words everything that is said to people. It assembles itself in MainWindow.cpp; each group of operations
 // below has a file of its own.
 //
-// While an operation runs, dialogs and the progress display let events through. run() is the guard that
-// keeps a second operation from starting meanwhile: every user action enters by it.
+// Every user action enters by run(), so that a second one cannot start in the middle of the first.
 #pragma once
 
 #include "core/VaultManager.h"
 #include "platform/DeviceManager.h"
+#include "ui/OperationGuard.h"
 #include "ui/VaultTable.h"
+#include "ui/WindowCloser.h"
 
 #include <QList>
 #include <QMainWindow>
-#include <QTimer>
 #include <QUrl>
 
 #include <functional>
@@ -21,8 +21,6 @@
 class QAction;
 class QFile;
 class QLabel;
-class QListWidget;
-class QListWidgetItem;
 class QMenu;
 class QSessionManager;
 class QTableWidgetItem;
@@ -30,6 +28,7 @@ class QToolButton;
 
 namespace Tessarin::UI {
 
+class DeviceList;
 class FilesTable;
 class ProgressDialog;
 
@@ -55,7 +54,6 @@ public:
 protected:
     bool event(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
-    bool eventFilter(QObject *watched, QEvent *event) override;
     bool nativeEvent(const QByteArray &eventType, void *message, qintptr *result) override;
 
 private:
@@ -63,12 +61,10 @@ private:
 
     static constexpr int statusTimeoutMs = 5000; ///< Of the messages that tell an outcome.
 
-    /// Runs a user's operation, unless one is running already; then nothing happens. Afterwards the window
-    /// shows the state that the operation left, whatever its outcome, and the drives that came meanwhile.
+    /// Runs a user's operation under the guard. Afterwards the window shows the state that it left, whatever
+    /// its outcome.
     void run(const std::function<void()> &operation);
     void run(Operation operation);
-    /// Closes the window as soon as no operation runs, unless one waits for an answer.
-    void heedWishToClose();
 
     // Assembling (MainWindow.cpp) ---------------------------------------------------------------------------
     void buildUi();
@@ -96,28 +92,19 @@ private:
 
     // Drives and containers (MainWindowDevices.cpp) ---------------------------------------------------------
     void refreshDevices();
-    /// Refreshes by itself, as soon as no operation runs, keeping the choice of a drive.
-    void followMounts();
-    void tellOfContainerDrive();
-    void addDeviceRow(const Platform::UsbDevice &device);
     [[nodiscard]] QString selectedUsbRootPath() const;
     [[nodiscard]] QString selectedUsbDisplayName() const;
     [[nodiscard]] int mountedUsbDeviceCount() const;
     void selectDefaultUsbAfterRefresh();
     void selectDeviceForContainer(const QString &path);
-    void setCurrentDeviceRow(int row);
-    /// Pulls the choice of a drive back to the one that holds the chosen container.
-    void keepContainerDevice();
     void useContainer(const QString &path);
-    void openDeviceItem(QListWidgetItem *item);
     void useContainerOf(const QString &driveRoot);
     /// Where the vault may be after a compaction that broke off; empty when nothing points to one.
     [[nodiscard]] static QString compactionTwinNote(const QString &path);
     void chooseContainer();
     void createVault();
-    /// UTF-8; empty when cancelled. The caller wipes it.
+    /// UTF-8; empty when cancelled, the new one also when refused. The caller wipes it.
     [[nodiscard]] QByteArray requestPassword(const QString &title);
-    /// UTF-8; empty when cancelled or refused. The caller wipes it.
     [[nodiscard]] QByteArray requestNewVaultPassword();
 
     // Vault access (MainWindowAccess.cpp) -------------------------------------------------------------------
@@ -182,13 +169,11 @@ private:
     QString currentDirectory; ///< Vault path of the folder on show; empty is the root.
     int sortColumn = VaultTable::NameColumn;
     Qt::SortOrder sortOrder = Qt::AscendingOrder;
-    bool operationRunning = false;
-    bool mountsChanged = false;          ///< While an operation ran.
-    bool openingFailed = false;          ///< While an operation ran.
-    bool containerDriveWasThere = false; ///< The last time that the drives of an open vault were told.
-    QTimer closingTimer;                 ///< Runs while a wish to close waits.
+    bool openingFailed = false; ///< While an operation ran.
+    OperationGuard guard;
+    WindowCloser closer{this, guard};
 
-    QListWidget *deviceList = nullptr;
+    DeviceList *deviceList = nullptr;
     QToolButton *vaultToggleButton = nullptr;
     QLabel *protectedFilesLabel = nullptr;
     FilesTable *filesTable = nullptr;

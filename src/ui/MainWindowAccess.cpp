@@ -4,6 +4,7 @@
 #include "core/HostFile.h"
 #include "core/Secret.h"
 #include "ui/ChangePasswordDialog.h"
+#include "ui/DeviceList.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/ProgressDialog.h"
@@ -53,7 +54,7 @@ void MainWindow::unlockVault()
         const WaitCursor waitCursor;
         unlocked = vaultManager.unlockVault(containerPath, password);
     }
-    containerDriveWasThere = !selectedUsbRootPath().isEmpty();
+    deviceList->watchContainerDrive();
     refreshVaultFiles();
     updateActions();
     if (unlocked) {

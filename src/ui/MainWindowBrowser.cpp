@@ -187,7 +187,7 @@ void MainWindow::showTableMenu(const QPoint &position)
 
 bool MainWindow::takesDrops()
 {
-    if (operationRunning)
+    if (guard.isRunning())
         return false;
     if (!isUnlocked())
         setStatusMessage(tr("Desbloqueie o cofre para importar arquivos."), statusTimeoutMs);

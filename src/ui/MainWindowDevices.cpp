@@ -3,21 +3,16 @@
 
 #include "core/ContainerManager.h"
 #include "core/Secret.h"
-#include "ui/Contrast.h"
+#include "ui/DeviceList.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
+#include "ui/PasswordPrompt.h"
 #include "ui/WaitCursor.h"
 
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QInputDialog>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QSignalBlocker>
 #include <QStorageInfo>
-
-#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -25,193 +20,41 @@ namespace Tessarin::UI {
 
 namespace {
 
-constexpr int rootPathRole = Qt::UserRole;
-constexpr int identityRole = Qt::UserRole + 1;
-constexpr QColor unmountedColor(0x6e, 0x6e, 0x6e);
-
 QString containerFilter()
 {
     return MainWindow::tr("Tessarin Container (*.trvx);;Todos os arquivos (*.*)");
-}
-
-QString rootPathOf(const QListWidgetItem *item)
-{
-    return item ? item->data(rootPathRole).toString() : QString();
-}
-
-QString comparablePath(const QString &directoryPath)
-{
-    return normalizeDirectoryPath(QDir::cleanPath(directoryPath));
-}
-
-/// A row that tells why there are no drives; it is none itself.
-void addNote(QListWidget *list, const QString &text)
-{
-    auto *item = new QListWidgetItem(text, list);
-    item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
-}
-
-/// For people who point at the row as for people who hear it.
-void setHint(QListWidgetItem *item, const QString &hint)
-{
-    item->setToolTip(hint);
-    item->setData(Qt::AccessibleDescriptionRole, hint);
-}
-
-QString rowText(const Platform::UsbDevice &device)
-{
-    const QString name =
-        device.displayName.isEmpty() ? QFileInfo(device.devicePath).fileName() : device.displayName;
-    QString place = device.devicePath;
-    if (device.mounted)
-        place = device.rootPath;
-    else if (place.isEmpty())
-        place = MainWindow::tr("não montado");
-    return MainWindow::tr("%1 (%2)").arg(name, place);
-}
-
-QString freeSpaceText(const QString &rootPath)
-{
-    const QStorageInfo storage(rootPath);
-    if (!storage.isValid() || !storage.isReady())
-        return {};
-    return MainWindow::tr(" | %1").arg(
-        MainWindow::tr("%1 livres").arg(formatFileSize(storage.bytesAvailable())));
 }
 
 } // namespace
 
 void MainWindow::refreshDevices()
 {
-    {
-        const QSignalBlocker blocker(deviceList);
-        deviceList->clear();
-        if (!deviceManager) {
-            addNote(deviceList, tr("Detecção de USB ainda não disponível neste sistema."));
-        } else {
-            const QList<Platform::UsbDevice> devices = deviceManager->detectUsbDevices();
-            for (const Platform::UsbDevice &device : devices)
-                addDeviceRow(device);
-            if (devices.isEmpty())
-                addNote(deviceList, tr("Nenhum dispositivo USB detectado."));
-        }
-        if (containerPath.isEmpty())
-            selectDefaultUsbAfterRefresh();
-        else
-            selectDeviceForContainer(containerPath);
-    }
-    updateActions();
-}
-
-void MainWindow::followMounts()
-{
-    mountsChanged = operationRunning;
-    if (operationRunning)
-        return;
-    const QString chosenRoot = selectedUsbRootPath();
-    refreshDevices();
-    if (containerPath.isEmpty()) {
-        for (int row = 0; row < deviceList->count(); ++row) {
-            if (!chosenRoot.isEmpty() && rootPathOf(deviceList->item(row)) == chosenRoot)
-                setCurrentDeviceRow(row);
-        }
-    }
-    if (isUnlocked())
-        tellOfContainerDrive();
-}
-
-void MainWindow::tellOfContainerDrive()
-{
-    const bool isThere = !selectedUsbRootPath().isEmpty();
-    const bool wasThere = std::exchange(containerDriveWasThere, isThere);
-    if (wasThere && !isThere)
-        setStatusMessage(tr("A unidade do cofre aberto foi desconectada."), 0);
-    else if (!wasThere && isThere)
-        setStatusMessage(tr("A unidade do cofre aberto foi conectada de novo."), statusTimeoutMs);
-}
-
-void MainWindow::addDeviceRow(const Platform::UsbDevice &device)
-{
-    auto *item = new QListWidgetItem(rowText(device), deviceList);
-    item->setData(identityRole, device.identifier);
-    if (device.mounted) {
-        item->setData(rootPathRole, device.rootPath);
-        item->setText(item->text() + freeSpaceText(device.rootPath));
-        return;
-    }
-    item->setText(item->text() + tr(" | não montado"));
-    item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
-    item->setForeground(unmountedColor);
-    if (!isReadable(unmountedColor, deviceList->palette().color(QPalette::Base)))
-        item->setBackground(lightGround);
-    setHint(item, tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
-}
-
-QString MainWindow::selectedUsbRootPath() const
-{
-    // A Ctrl+click leaves a row current that no longer shows as chosen.
-    const QListWidgetItem *item = deviceList->currentItem();
-    return item && item->isSelected() ? rootPathOf(item) : QString();
-}
-
-QString MainWindow::selectedUsbDisplayName() const
-{
-    return selectedUsbRootPath().isEmpty() ? QString() : deviceList->currentItem()->text();
-}
-
-int MainWindow::mountedUsbDeviceCount() const
-{
-    int count = 0;
-    for (int row = 0; row < deviceList->count(); ++row) {
-        if (!rootPathOf(deviceList->item(row)).isEmpty())
-            ++count;
-    }
-    return count;
-}
-
-void MainWindow::selectDefaultUsbAfterRefresh()
-{
-    // With several drives people must choose, lest a vault is created on the wrong one.
-    setCurrentDeviceRow(-1);
-    if (mountedUsbDeviceCount() != 1)
-        return;
-    for (int row = 0; row < deviceList->count(); ++row) {
-        if (!rootPathOf(deviceList->item(row)).isEmpty())
-            setCurrentDeviceRow(row);
-    }
+    deviceList->refresh();
 }
 
 void MainWindow::selectDeviceForContainer(const QString &path)
 {
-    const QSignalBlocker blocker(deviceList);
-    const QString containerRoot = path.isEmpty() ? QString() : comparablePath(QFileInfo(path).absolutePath());
-    int containerRow = -1;
-    for (int row = 0; row < deviceList->count(); ++row) {
-        QListWidgetItem *item = deviceList->item(row);
-        const QString root = rootPathOf(item);
-        if (root.isEmpty())
-            continue;
-        setHint(item, {});
-        if (containerRow < 0 && comparablePath(root) == containerRoot) {
-            containerRow = row;
-            setHint(item, tr("Dispositivo associado ao container selecionado."));
-        }
-    }
-    setCurrentDeviceRow(containerRow);
+    deviceList->selectDeviceForContainer(path);
 }
 
-void MainWindow::setCurrentDeviceRow(int row)
+void MainWindow::selectDefaultUsbAfterRefresh()
 {
-    deviceList->clearSelection();
-    // Told of no row by setCurrentRow(), the list would make its first row current once it has the focus.
-    deviceList->setCurrentIndex(deviceList->model()->index(row, 0));
+    deviceList->selectDefaultUsbAfterRefresh();
 }
 
-void MainWindow::keepContainerDevice()
+QString MainWindow::selectedUsbRootPath() const
 {
-    if (!containerPath.isEmpty())
-        selectDeviceForContainer(containerPath);
-    updateActions();
+    return deviceList->selectedUsbRootPath();
+}
+
+QString MainWindow::selectedUsbDisplayName() const
+{
+    return deviceList->selectedUsbDisplayName();
+}
+
+int MainWindow::mountedUsbDeviceCount() const
+{
+    return deviceList->mountedUsbDeviceCount();
 }
 
 void MainWindow::useContainer(const QString &path)
@@ -219,13 +62,6 @@ void MainWindow::useContainer(const QString &path)
     containerPath = path;
     selectDeviceForContainer(path);
     updateActions();
-}
-
-void MainWindow::openDeviceItem(QListWidgetItem *item)
-{
-    const QString root = rootPathOf(item);
-    if (!root.isEmpty())
-        run([this, root] { useContainerOf(root); });
 }
 
 void MainWindow::useContainerOf(const QString &driveRoot)
@@ -307,39 +143,12 @@ void MainWindow::createVault()
 
 QByteArray MainWindow::requestPassword(const QString &title)
 {
-    QInputDialog dialog(this);
-    dialog.setObjectName(u"passwordDialog"_s);
-    dialog.setWindowTitle(title);
-    dialog.setInputMode(QInputDialog::TextInput);
-    dialog.setLabelText(tr("Senha:"));
-    dialog.setTextEchoMode(QLineEdit::Password);
-    dialog.resize(360, dialog.sizeHint().height());
-    const bool accepted = dialog.exec() == QDialog::Accepted;
-    QByteArray password = accepted ? dialog.textValue().toUtf8() : QByteArray();
-    dialog.setTextValue({});
-    return password;
+    return UI::requestPassword(this, title);
 }
 
 QByteArray MainWindow::requestNewVaultPassword()
 {
-    QByteArray password = requestPassword(tr("Definir senha do cofre"));
-    if (password.isEmpty())
-        return {};
-    QByteArray confirmation = requestPassword(tr("Confirmar senha do cofre"));
-    const Core::WipedAtScopeEnd wipedConfirmation(confirmation);
-
-    if (confirmation != password) {
-        Core::wipe(password);
-        showWarning(nullptr, tr("Tessarin"), tr("As senhas informadas não coincidem."));
-        return {};
-    }
-    if (!Core::VaultManager::isLongEnough(password)) {
-        Core::wipe(password);
-        showWarning(nullptr, tr("Tessarin"),
-                    tr("Use uma senha com pelo menos 12 caracteres para criar o cofre."));
-        return {};
-    }
-    return password;
+    return UI::requestNewVaultPassword(this);
 }
 
 } // namespace Tessarin::UI

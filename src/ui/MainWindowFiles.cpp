@@ -220,7 +220,7 @@ void MainWindow::openSelectedFile()
         return;
     }
     // The copy would be gone before a program has opened it.
-    if (closingTimer.isActive())
+    if (closer.isWaiting())
         return;
     if (QDesktopServices::openUrl(QUrl::fromLocalFile(tempPath))) {
         setStatusMessage(tr("Arquivo aberto para edição."), statusTimeoutMs);
@@ -231,8 +231,8 @@ void MainWindow::openSelectedFile()
 
 void MainWindow::tellOfFailedOpening()
 {
-    openingFailed = operationRunning;
-    if (!operationRunning)
+    openingFailed = guard.isRunning();
+    if (!guard.isRunning())
         run(&MainWindow::warnOfFailedOpening);
 }
 

@@ -2,6 +2,7 @@
 #include "ui/MainWindow.h"
 
 #include "ui/AboutDialog.h"
+#include "ui/DeviceList.h"
 #include "ui/FilesTable.h"
 #include "ui/HelpDialog.h"
 #include "ui/WebAddresses.h"
@@ -10,7 +11,6 @@
 #include <QDesktopServices>
 #include <QHeaderView>
 #include <QKeySequence>
-#include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
 #include <QToolButton>
@@ -117,6 +117,11 @@ void MainWindow::buildAboutMenu()
 
 void MainWindow::connectSignals()
 {
+    connect(&guard, &OperationGuard::finishing, this, &MainWindow::updateActions);
+    connect(&guard, &OperationGuard::over, this, [this] {
+        if (openingFailed)
+            tellOfFailedOpening();
+    });
     // Not an operation: closeEvent() itself refuses while one runs.
     connect(exitAction, &QAction::triggered, this, &MainWindow::close);
 
@@ -152,25 +157,32 @@ void MainWindow::connectSignals()
     connect(vaultToggleButton, &QToolButton::clicked, this, takeToggle);
     // A screen reader toggles the button without a click. After one, there is nothing left to do here.
     const auto takeSilentToggle = [=, this] {
-        if (!operationRunning && vaultToggleButton->isChecked() != isUnlocked())
+        if (!guard.isRunning() && vaultToggleButton->isChecked() != isUnlocked())
             takeToggle();
     };
     connect(vaultToggleButton, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
 
-    connect(deviceList, &QListWidget::currentItemChanged, this, &MainWindow::keepContainerDevice);
-    // A mouse click selects its row only after the current row has changed.
-    connect(deviceList, &QListWidget::itemSelectionChanged, this, &MainWindow::keepContainerDevice);
-    connect(deviceList, &QListWidget::itemDoubleClicked, this, &MainWindow::openDeviceItem);
+    connect(deviceList, &DeviceList::changed, this, &MainWindow::updateActions);
+    connect(deviceList, &DeviceList::driveOpened, this,
+            [this](const QString &root) { run([this, root] { useContainerOf(root); }); });
+    connect(deviceList, &DeviceList::containerDriveLeft, this, [this] {
+        if (isUnlocked())
+            setStatusMessage(tr("A unidade do cofre aberto foi desconectada."), 0);
+    });
+    connect(deviceList, &DeviceList::containerDriveReturned, this, [this] {
+        if (isUnlocked())
+            setStatusMessage(tr("A unidade do cofre aberto foi conectada de novo."), statusTimeoutMs);
+    });
 
     // These do not hold the guard: what they lead to enters by run().
     connect(filesTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::followTableSelection);
     connect(filesTable->horizontalHeader(), &QHeaderView::sectionClicked, this, [this](int column) {
-        if (!operationRunning)
+        if (!guard.isRunning())
             sortByColumn(column);
     });
     connect(filesTable, &QTableWidget::itemDoubleClicked, this, &MainWindow::openTableItem);
     connect(filesTable, &QTableWidget::customContextMenuRequested, this, [this](const QPoint &position) {
-        if (!operationRunning)
+        if (!guard.isRunning())
             showTableMenu(position);
     });
     filesTable->setDropCheck([this] { return takesDrops(); });

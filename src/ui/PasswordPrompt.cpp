@@ -1,0 +1,62 @@
+// Typed passwords stay in as few places as Qt's input fields allow.
+#include "ui/PasswordPrompt.h"
+
+#include "core/Secret.h"
+#include "core/VaultManager.h"
+#include "ui/MessageBoxes.h"
+
+#include <QCoreApplication>
+#include <QInputDialog>
+#include <QLineEdit>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace Tessarin::UI {
+
+namespace {
+
+QString translated(const char *text)
+{
+    return QCoreApplication::translate("Tessarin::UI::MainWindow", text);
+}
+
+} // namespace
+
+QByteArray requestPassword(QWidget *parent, const QString &title)
+{
+    QInputDialog dialog(parent);
+    dialog.setObjectName(u"passwordDialog"_s);
+    dialog.setWindowTitle(title);
+    dialog.setInputMode(QInputDialog::TextInput);
+    dialog.setLabelText(translated("Senha:"));
+    dialog.setTextEchoMode(QLineEdit::Password);
+    dialog.resize(360, dialog.sizeHint().height());
+    const bool accepted = dialog.exec() == QDialog::Accepted;
+    QByteArray password = accepted ? dialog.textValue().toUtf8() : QByteArray();
+    dialog.setTextValue({});
+    return password;
+}
+
+QByteArray requestNewVaultPassword(QWidget *parent)
+{
+    QByteArray password = requestPassword(parent, translated("Definir senha do cofre"));
+    if (password.isEmpty())
+        return {};
+    QByteArray confirmation = requestPassword(parent, translated("Confirmar senha do cofre"));
+    const Core::WipedAtScopeEnd wipedConfirmation(confirmation);
+
+    if (confirmation != password) {
+        Core::wipe(password);
+        showWarning(nullptr, translated("Tessarin"), translated("As senhas informadas não coincidem."));
+        return {};
+    }
+    if (!Core::VaultManager::isLongEnough(password)) {
+        Core::wipe(password);
+        showWarning(nullptr, translated("Tessarin"),
+                    translated("Use uma senha com pelo menos 12 caracteres para criar o cofre."));
+        return {};
+    }
+    return password;
+}
+
+} // namespace Tessarin::UI

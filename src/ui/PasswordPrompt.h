@@ -1,0 +1,18 @@
+// Asks for a vault's password.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+class QWidget;
+
+namespace Tessarin::UI {
+
+/// UTF-8; empty when cancelled. The caller wipes it.
+[[nodiscard]] QByteArray requestPassword(QWidget *parent, const QString &title);
+
+/// Asks twice for the password of a new vault. UTF-8; empty when cancelled, or refused, which it says. The
+/// caller wipes it.
+[[nodiscard]] QByteArray requestNewVaultPassword(QWidget *parent);
+
+} // namespace Tessarin::UI

@@ -27,9 +27,18 @@ FilesTable::FilesTable(int columns, QWidget *parent) : QTableWidget(0, columns, 
 
 void FilesTable::dragEnterEvent(QDragEnterEvent *event)
 {
-    isDropTarget = event->mimeData()->hasUrls() && event->possibleActions().testFlag(Qt::CopyAction) &&
-                   takesDrops && takesDrops();
+    const std::optional<DropRefusal> refusal = refusalOf(*event);
+    isDropTarget = !refusal.has_value();
     dragMoveEvent(event);
+    if (refusal)
+        Q_EMIT dropRefused(*refusal);
+}
+
+std::optional<DropRefusal> FilesTable::refusalOf(const QDropEvent &event) const
+{
+    if (!event.mimeData()->hasUrls() || !event.possibleActions().testFlag(Qt::CopyAction))
+        return DropRefusal::NothingToCopy;
+    return currentDropRefusal();
 }
 
 void FilesTable::dragMoveEvent(QDragMoveEvent *event)

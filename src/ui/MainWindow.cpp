@@ -5,10 +5,11 @@
 #include "platform/CloseRequest.h"
 #include "ui/ApplicationIcon.h"
 #include "ui/DeviceList.h"
-#include "ui/FilesTable.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/PadlockIcon.h"
+#include "ui/ProtectedFilesLabel.h"
+#include "ui/VaultBrowser.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
@@ -16,10 +17,8 @@
 #include <QDate>
 #include <QFileInfo>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QLabel>
 #include <QScreen>
-#include <QScrollBar>
 #include <QSessionManager>
 #include <QSignalBlocker>
 #include <QStatusBar>
@@ -146,18 +145,14 @@ void MainWindow::buildUi()
 
     auto *devicesLabel = new QLabel(tr("Dispositivos USB"));
     devicesLabel->setObjectName(u"devicesLabel"_s);
-    protectedFilesLabel = new QLabel;
-    protectedFilesLabel->setObjectName(u"protectedFilesLabel"_s);
-    protectedFilesLabel->setTextFormat(Qt::PlainText);
-    // A long folder name is cut off instead of widening the contents beyond the window.
-    protectedFilesLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
 
     auto *layout = new QVBoxLayout(content);
     layout->addWidget(devicesLabel);
     layout->addWidget(buildDeviceRow());
+    protectedFilesLabel = new ProtectedFilesLabel(content);
     layout->addWidget(protectedFilesLabel);
-    buildFilesTable();
-    layout->addWidget(filesTable, 1);
+    browser = new VaultBrowser(vaultManager, guard, content);
+    layout->addWidget(browser, 1);
 
     buildStatusBar();
     setFixedSize(sizeHint());
@@ -196,47 +191,6 @@ QWidget *MainWindow::buildDeviceRow()
     layout->addWidget(deviceList, 1);
     layout->addWidget(vaultToggleButton);
     return row;
-}
-
-void MainWindow::buildFilesTable()
-{
-    filesTable = new FilesTable(VaultTable::ColumnCount, centralWidget());
-    filesTable->setObjectName(u"filesTable"_s);
-    filesTable->setAccessibleName(tr("Arquivos protegidos"));
-    filesTable->setHorizontalHeaderLabels(
-        {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
-    filesTable->horizontalHeaderItem(VaultTable::IconColumn)->setData(Qt::AccessibleTextRole, tr("Ícone"));
-    filesTable->setMinimumHeight(220);
-    filesTable->setContextMenuPolicy(Qt::CustomContextMenu);
-    filesTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    filesTable->setFocusPolicy(Qt::NoFocus);
-    filesTable->setSelectionBehavior(QAbstractItemView::SelectRows);
-    filesTable->setSelectionMode(QAbstractItemView::SingleSelection);
-    filesTable->setAlternatingRowColors(true);
-    filesTable->setShowGrid(false);
-    filesTable->setWordWrap(false);
-    // The size the pages are painted in: scaled down, their labels cannot be read.
-    filesTable->setIconSize({22, 22});
-    filesTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    filesTable->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    filesTable->setStyleSheet(
-        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
-        "QTableWidget::item:focus { outline: none; }"
-        "QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_s);
-    filesTable->verticalHeader()->hide();
-
-    QHeaderView *header = filesTable->horizontalHeader();
-    header->setStretchLastSection(false);
-    header->setSectionsClickable(true);
-    header->setHighlightSections(false);
-    header->setSortIndicatorShown(true);
-    header->setSortIndicator(VaultTable::NameColumn, Qt::AscendingOrder);
-    header->setSectionResizeMode(QHeaderView::Fixed);
-    header->setSectionResizeMode(VaultTable::NameColumn, QHeaderView::Stretch);
-    filesTable->setColumnWidth(VaultTable::IconColumn, 28);
-    filesTable->setColumnWidth(VaultTable::SizeColumn, 110);
-    filesTable->setColumnWidth(VaultTable::TypeColumn, 70);
-    filesTable->setColumnWidth(VaultTable::DateColumn, 140);
 }
 
 void MainWindow::buildStatusBar()

@@ -8,12 +8,10 @@
 #include "core/VaultManager.h"
 #include "platform/DeviceManager.h"
 #include "ui/OperationGuard.h"
-#include "ui/VaultTable.h"
 #include "ui/WindowCloser.h"
 
-#include <QList>
 #include <QMainWindow>
-#include <QUrl>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -23,14 +21,15 @@ class QFile;
 class QLabel;
 class QMenu;
 class QSessionManager;
-class QTableWidgetItem;
 class QToolButton;
 
 namespace Tessarin::UI {
 
 class DeviceList;
-class FilesTable;
 class ProgressDialog;
+class ProtectedFilesLabel;
+class VaultBrowser;
+enum class DropRefusal;
 
 class MainWindow : public QMainWindow
 {
@@ -69,7 +68,6 @@ private:
     // Assembling (MainWindow.cpp) ---------------------------------------------------------------------------
     void buildUi();
     [[nodiscard]] QWidget *buildDeviceRow();
-    void buildFilesTable();
     void buildStatusBar();
     void updateActions();
     void updateVaultToggleButton();
@@ -121,23 +119,17 @@ private:
     // The table (MainWindowBrowser.cpp) ---------------------------------------------------------------------
     void refreshVaultFiles();
     void updateProtectedFilesLabel();
-    void describeTable(const QString &text);
-    void followTableSelection();
     [[nodiscard]] QString selectedVaultPath() const;
     [[nodiscard]] QString selectedDirectoryPath() const;
     [[nodiscard]] bool selectedItemIsDirectory() const;
     [[nodiscard]] bool selectedItemIsParentDirectory() const;
     void enterSelectedDirectory();
     void navigateToParentDirectory();
-    void sortByColumn(int column);
-    void openTableItem(QTableWidgetItem *item);
     void showTableMenu(const QPoint &position);
-    [[nodiscard]] bool takesDrops();
-    void takeDrop(const QList<QUrl> &urls, int row);
+    void explainDropRefusal(DropRefusal reason);
 
     // Files and folders (MainWindowFiles.cpp) ---------------------------------------------------------------
     void importFiles();
-    void importDropped(const QList<QUrl> &urls, const QString &directory);
     void importInto(const QString &directory, const QStringList &sources);
     [[nodiscard]] bool confirmImportFitsStorage(const QStringList &sources) const;
     /// The vault path that the file is stored under; empty when it is not.
@@ -165,18 +157,15 @@ private:
 
     Core::VaultManager vaultManager;
     std::unique_ptr<Platform::DeviceManager> deviceManager;
-    QString containerPath;    ///< Empty: none chosen.
-    QString currentDirectory; ///< Vault path of the folder on show; empty is the root.
-    int sortColumn = VaultTable::NameColumn;
-    Qt::SortOrder sortOrder = Qt::AscendingOrder;
+    QString containerPath;      ///< Empty: none chosen.
     bool openingFailed = false; ///< While an operation ran.
     OperationGuard guard;
     WindowCloser closer{this, guard};
 
     DeviceList *deviceList = nullptr;
     QToolButton *vaultToggleButton = nullptr;
-    QLabel *protectedFilesLabel = nullptr;
-    FilesTable *filesTable = nullptr;
+    ProtectedFilesLabel *protectedFilesLabel = nullptr;
+    VaultBrowser *browser = nullptr;
     QLabel *containerLabel = nullptr;
     QLabel *versionLabel = nullptr;
     QLabel *dateLabel = nullptr;

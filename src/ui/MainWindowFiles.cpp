@@ -8,6 +8,7 @@
 #include "ui/MessageBoxes.h"
 #include "ui/MoveFileDialog.h"
 #include "ui/ProgressDialog.h"
+#include "ui/VaultBrowser.h"
 
 #include <QDesktopServices>
 #include <QFileDialog>
@@ -57,26 +58,7 @@ void MainWindow::importFiles()
 {
     const QStringList sources = QFileDialog::getOpenFileNames(this, tr("Importar arquivos para o cofre"));
     if (!sources.isEmpty())
-        importInto(currentDirectory, sources);
-}
-
-void MainWindow::importDropped(const QList<QUrl> &urls, const QString &directory)
-{
-    QStringList sources;
-    for (const QUrl &url : urls) {
-        const QString path = url.toLocalFile();
-        if (path.isEmpty() || QFileInfo(path).isDir()) {
-            showInformation(
-                this, tr("Importar arquivos"),
-                tr("Nada foi importado. Só arquivos deste computador podem ser arrastados para o "
-                   "cofre, e não pastas nem endereços de rede.\n\nPara importar o conteúdo de uma "
-                   "pasta, abra-a e arraste os arquivos."));
-            return;
-        }
-        sources.append(path);
-    }
-    if (isUnlocked() && !sources.isEmpty())
-        importInto(directory, sources);
+        importInto(browser->currentDirectory(), sources);
 }
 
 void MainWindow::importInto(const QString &directory, const QStringList &sources)
@@ -323,7 +305,7 @@ void MainWindow::createDirectory()
         warnAboutDirectoryName(this, title);
         return;
     }
-    const QString path = Core::joinVaultPath(currentDirectory, name);
+    const QString path = Core::joinVaultPath(browser->currentDirectory(), name);
     if (vaultHasItem(path)) {
         showWarning(this, title, tr("Já existe um item com esse nome nesta pasta."));
         return;
@@ -360,8 +342,8 @@ void MainWindow::renameSelectedDirectory()
                        "novamente."));
         return;
     }
-    if (Core::vaultPathsEqual(currentDirectory, directory))
-        currentDirectory = newPath;
+    if (Core::vaultPathsEqual(browser->currentDirectory(), directory))
+        browser->showDirectory(newPath);
     showNamespaceChange(tr("Pasta renomeada."));
 }
 

@@ -3,13 +3,12 @@
 
 #include "ui/AboutDialog.h"
 #include "ui/DeviceList.h"
-#include "ui/FilesTable.h"
 #include "ui/HelpDialog.h"
+#include "ui/VaultBrowser.h"
 #include "ui/WebAddresses.h"
 
 #include <QAction>
 #include <QDesktopServices>
-#include <QHeaderView>
 #include <QKeySequence>
 #include <QMenu>
 #include <QMenuBar>
@@ -174,19 +173,24 @@ void MainWindow::connectSignals()
             setStatusMessage(tr("A unidade do cofre aberto foi conectada de novo."), statusTimeoutMs);
     });
 
-    // These do not hold the guard: what they lead to enters by run().
-    connect(filesTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::followTableSelection);
-    connect(filesTable->horizontalHeader(), &QHeaderView::sectionClicked, this, [this](int column) {
-        if (!guard.isRunning())
-            sortByColumn(column);
+    connect(browser, &VaultBrowser::changed, this, &MainWindow::updateActions);
+    connect(browser, &VaultBrowser::fileActivated, this, [this] {
+        if (openAction->isEnabled())
+            run(&MainWindow::openSelectedFile);
     });
-    connect(filesTable, &QTableWidget::itemDoubleClicked, this, &MainWindow::openTableItem);
-    connect(filesTable, &QTableWidget::customContextMenuRequested, this, [this](const QPoint &position) {
+    connect(browser, &VaultBrowser::dropRefused, this, &MainWindow::explainDropRefusal);
+    connect(browser, &VaultBrowser::importRequested, this,
+            [this](const QStringList &sources, const QString &directory) {
+                run([&] {
+                    if (isUnlocked())
+                        importInto(directory, sources);
+                });
+            });
+    // Not an operation by itself, but its entries start some.
+    connect(browser, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
         if (!guard.isRunning())
             showTableMenu(position);
     });
-    filesTable->setDropCheck([this] { return takesDrops(); });
-    connect(filesTable, &FilesTable::dropped, this, &MainWindow::takeDrop);
 }
 
 void MainWindow::toggleVault()

@@ -55,6 +55,18 @@ bool lockFile(QFileDevice &file)
     return ::flock(file.handle(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
+bool writeFully(QFileDevice &file, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const ssize_t written = ::write(file.handle(), bytes.data(), static_cast<size_t>(bytes.size()));
+        if (written > 0)
+            bytes = bytes.sliced(written);
+        else if (written == 0 || errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
 bool startWriteback(QFileDevice &file, qint64 offset, qint64 size)
 {
     // Waiting for what came before keeps at most these bytes on their way.
@@ -81,6 +93,11 @@ void syncDirectory(const QString &directoryPath)
         return;
     ::fsync(directory);
     ::close(directory);
+}
+
+bool isLackOfRoom(int errorNumber)
+{
+    return errorNumber == ENOSPC || errorNumber == EDQUOT || errorNumber == EFBIG;
 }
 
 } // namespace Tessarin::Core

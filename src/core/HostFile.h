@@ -2,6 +2,7 @@
 // bytes reached the drive.
 #pragma once
 
+#include <QByteArrayView>
 #include <QString>
 
 class QFileDevice;
@@ -21,6 +22,9 @@ namespace Tessarin::Core {
 /// this one, holds it. True on a file system without locks.
 [[nodiscard]] bool lockFile(QFileDevice &file);
 
+/// Writes all bytes where an unbuffered file stands. On failure, errno tells why.
+[[nodiscard]] bool writeFully(QFileDevice &file, QByteArrayView bytes);
+
 /// Sends written bytes on their way to the drive, and waits for those before them, so that a long write
 /// neither piles up in memory nor tells of progress that the drive has not made. False when the drive has not
 /// taken bytes that were written before, here or earlier: it tells so once, and syncFile() may not know of
@@ -32,5 +36,8 @@ void dropCachedPages(QFileDevice &file);
 
 /// Makes the names in a directory durable, where the file system can do that.
 void syncDirectory(const QString &directoryPath);
+
+/// True when an error number tells that there is no room for more bytes, and of no other fault.
+[[nodiscard]] bool isLackOfRoom(int errorNumber);
 
 } // namespace Tessarin::Core

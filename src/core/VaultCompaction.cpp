@@ -4,6 +4,7 @@
 
 #include "core/BlockReader.h"
 #include "core/HostFile.h"
+#include "core/Leftovers.h"
 #include "core/VaultRecovery.h"
 
 #include <QCoreApplication>
@@ -13,6 +14,9 @@
 #include <QScopeGuard>
 #include <QStorageInfo>
 #include <QTemporaryDir>
+
+#include <cerrno>
+#include <limits>
 
 namespace Tessarin::Core {
 
@@ -73,47 +77,57 @@ void readChunk(QFile &source, qint64 size, QByteArray &chunk)
     chunk.resize(qMax(qint64(0), source.read(chunk.data(), size)));
 }
 
+enum class CopyResult { Done, NoRoom, Failed };
+
+CopyResult failureOf(int errorNumber)
+{
+    return isLackOfRoom(errorNumber) ? CopyResult::NoRoom : CopyResult::Failed;
+}
+
 /// The part with the header comes last and by itself: a copy that breaks off is no container to anybody.
-bool copyInChunks(QFile &source, QFile &target, const ProgressCallback &progress)
+CopyResult copyInChunks(QFile &source, QFile &target, const ProgressCallback &progress)
 {
     const qint64 totalBytes = source.size();
     qint64 doneBytes = 0;
     QByteArray chunk;
     const auto copyPart = [&](qint64 offset, qint64 end) {
         if (!source.seek(offset) || !target.seek(offset))
-            return false;
+            return CopyResult::Failed;
         while (offset < end) {
             readChunk(source, qMin(copyChunkSize, end - offset), chunk);
-            if (chunk.isEmpty() || target.write(chunk) != chunk.size() ||
-                !startWriteback(target, offset, chunk.size())) {
-                return false;
-            }
+            if (chunk.isEmpty())
+                return CopyResult::Failed;
+            if (!writeFully(target, chunk) || !startWriteback(target, offset, chunk.size()))
+                return failureOf(errno);
             offset += chunk.size();
             doneBytes += chunk.size();
             if (progress)
                 progress(doneBytes, totalBytes, replacingLabel());
         }
-        return true;
+        return CopyResult::Done;
     };
-    return copyPart(copyChunkSize, totalBytes) && syncFile(target) &&
-           copyPart(0, qMin(copyChunkSize, totalBytes));
+    if (const CopyResult result = copyPart(copyChunkSize, totalBytes); result != CopyResult::Done)
+        return result;
+    if (!syncFile(target))
+        return failureOf(errno);
+    return copyPart(0, qMin(copyChunkSize, totalBytes));
 }
 
-/// Copies a file and waits until it and its name have reached the drive; a failed copy does not stay.
-bool copyDurably(const QString &sourcePath, const QString &targetPath, const ProgressCallback &progress)
+/// Copies a file and waits until it and its name have reached the drive. The new file stays open and locked.
+CopyResult copyDurably(const QString &sourcePath, QFile &target, const ProgressCallback &progress)
 {
     QFile source(sourcePath);
-    QFile target(targetPath);
     if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered) ||
-        !target.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered)) {
-        return false;
+        !target.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered) ||
+        !lockFile(target)) {
+        return CopyResult::Failed;
     }
-    if (!copyInChunks(source, target, progress) || !syncFile(target)) {
-        target.remove();
-        return false;
-    }
-    syncDirectory(QFileInfo(targetPath).absolutePath());
-    return true;
+    if (const CopyResult result = copyInChunks(source, target, progress); result != CopyResult::Done)
+        return result;
+    if (!syncFile(target))
+        return failureOf(errno);
+    syncDirectory(QFileInfo(target).absolutePath());
+    return CopyResult::Done;
 }
 
 /// Compares two files with what the drives hold, not with what memory still does.
@@ -142,38 +156,29 @@ bool holdSameBytes(const QString &firstPath, const QString &secondPath, const Pr
     return true;
 }
 
-/// A copy that is on the drive for good, read again from there; one that failed does not stay.
-bool copyAndCheck(const QString &sourcePath, const QString &targetPath, const ProgressCallback &progress)
+/// A copy that is on the drive for good, read again from there; one that failed does not stay. Until `target`
+/// is closed, no other program takes it for the leftover of a compaction that was killed.
+CopyResult copyAndCheck(const QString &sourcePath, QFile &target, const ProgressCallback &progress)
 {
-    if (!copyDurably(sourcePath, targetPath, progress))
-        return false;
-    if (holdSameBytes(sourcePath, targetPath, progress))
-        return true;
-    QFile::remove(targetPath);
-    return false;
+    CopyResult result = copyDurably(sourcePath, target, progress);
+    if (result == CopyResult::Done && !holdSameBytes(sourcePath, target.fileName(), progress))
+        result = CopyResult::Failed;
+    if (result != CopyResult::Done && target.isOpen())
+        target.remove();
+    return result;
 }
-
-/// What the names of a container's twins begin with; a number and the suffix follow.
-QString twinBaseName(const QFileInfo &container)
-{
-    return container.completeBaseName() + QLatin1String("-compactado-");
-}
-
-const QLatin1StringView twinSuffix(".trvx");
 
 /// Where the drive has room for both, puts a checked copy of the new container beside the old one, so that
-/// at every instant a complete container lies on the drive. Empty where it has not.
-QString putTwinBeside(const QString &newContainerPath, const QString &targetPath,
-                      const ProgressCallback &progress)
+/// at every instant a complete container lies on the drive.
+CopyResult putTwinBeside(const QString &newContainerPath, const QString &targetPath, QFile &twin,
+                         const ProgressCallback &progress)
 {
-    const QFileInfo target(targetPath);
-    if (freeBytes(target.absolutePath()) <
-        QFileInfo(newContainerPath).size() + ContainerFormat::headerAreaSize)
-        return {};
-    QString twinPath;
-    for (int number = 1; twinPath.isEmpty() || QFileInfo::exists(twinPath); ++number)
-        twinPath = target.dir().filePath(twinBaseName(target) + QString::number(number) + twinSuffix);
-    return copyAndCheck(newContainerPath, twinPath, progress) ? twinPath : QString();
+    const qint64 available = freeBytes(QFileInfo(targetPath).absolutePath());
+    const qint64 needed = QFileInfo(newContainerPath).size() + ContainerFormat::headerAreaSize;
+    if (available >= 0 && available < needed)
+        return CopyResult::NoRoom;
+    twin.setFileName(newTwinPath(targetPath));
+    return copyAndCheck(newContainerPath, twin, progress);
 }
 
 } // namespace
@@ -192,62 +197,89 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
         return false;
 
     CompactedContainer compacted;
-    ContainerUpdate oldContainer(sessionContainerPath);
-    if (!beginChange(oldContainer, compacted.document))
+    ContainerUpdate usual(sessionContainerPath);
+    QFile withOtherLine(sessionContainerPath);
+    const bool isUsual = !hasOtherLengthLine();
+    QFile &oldContainer = isUsual ? usual.file() : withOtherLine;
+    if (!(isUsual ? beginChange(usual, compacted.document)
+                  : lockForReading(withOtherLine, compacted.document))) {
         return false;
-    QTemporaryDir folder(QDir::tempPath() + QLatin1String("/Tessarin-compact-XXXXXX"));
+    }
+    clearLeftovers({oldContainer, masterKey, sessionIndex, std::numeric_limits<qint64>::max()}, progress);
+
+    QTemporaryDir folder(workingFolderTemplate());
     folder.setAutoRemove(false);
-    if (!folder.isValid())
+    QFile folderLock;
+    if (!folder.isValid() || !lockWorkingFolder(folder.path(), folderLock))
         return false;
     auto removeFolder = qScopeGuard([&folder] { QDir(folder.path()).removeRecursively(); });
 
     compacted.path = folder.filePath(QLatin1String(ContainerFormat::defaultFileName));
     if (freeBytes(folder.path()) < containerBytes(sessionIndex) ||
-        !buildCompacted(oldContainer.file(), compacted, progress) || !verifyCompacted(compacted)) {
+        !buildCompacted(oldContainer, compacted, progress) || !verifyCompacted(compacted)) {
         return false;
     }
 
     // Through a link, the file itself is replaced and not the link.
     const QString targetPath = QFileInfo(sessionContainerPath).canonicalFilePath();
-    const QString twinPath = putTwinBeside(compacted.path, targetPath, progress);
-    auto removeTwin = qScopeGuard([&twinPath] {
-        if (!twinPath.isEmpty())
-            QFile::remove(twinPath);
+    QFile twin;
+    const CopyResult twinResult = putTwinBeside(compacted.path, targetPath, twin, progress);
+    const bool hasTwin = twinResult == CopyResult::Done;
+    auto removeTwin = qScopeGuard([&twin, hasTwin] {
+        if (hasTwin)
+            twin.remove();
     });
-    // Another file may have been put in its place meanwhile; that one is not ours to delete.
+    // A drive that could not take a second container for another reason will not take the only one either.
+    if (twinResult == CopyResult::Failed)
+        return false;
     const QFileDevice::Permissions permissions = QFile::permissions(targetPath);
-    if (!isOpenAt(oldContainer.file(), targetPath) || !QFile::remove(targetPath))
+    if (!isStillTheSame(oldContainer, targetPath, compacted.document) || !QFile::remove(targetPath))
         return false;
 
     // A deleted file keeps its room on the drive while it is open, and the new container needs that room.
-    oldContainer.file().close();
+    oldContainer.close();
     // The old container is gone: from here on the new one's offsets count, wherever it ends up.
     sessionIndex = compacted.index;
     sessionSeal = sealOf(compacted.document);
     knownHeaderHash.clear();
-    if (copyAndCheck(compacted.path, targetPath, progress)) {
-        QFile::setPermissions(targetPath, permissions);
+    QFile target(targetPath);
+    if (copyAndCheck(compacted.path, target, progress) == CopyResult::Done) {
+        target.setPermissions(permissions);
         return true;
     }
     removeTwin.dismiss();
-    if (twinPath.isEmpty())
+    const bool isOnDrive = hasTwin && QFile::exists(twin.fileName());
+    if (!isOnDrive)
         removeFolder.dismiss();
     if (preservedPath != nullptr)
-        *preservedPath = twinPath.isEmpty() ? compacted.path : twinPath;
+        *preservedPath = isOnDrive ? twin.fileName() : compacted.path;
     return false;
 }
 
-QStringList VaultManager::compactionTwins(const QString &containerPath)
+/// True for a container whose blocks begin elsewhere than where this program puts them. It has no records,
+/// and nothing but compaction changes it.
+bool VaultManager::hasOtherLengthLine() const
 {
-    const QFileInfo container(containerPath);
-    const QString beginning = twinBaseName(container);
-    QStringList twins;
-    const QFileInfoList files = container.dir().entryInfoList(QDir::Files, QDir::Name);
-    for (const QFileInfo &file : files) {
-        if (file.fileName().startsWith(beginning) && file.fileName().endsWith(twinSuffix))
-            twins.append(file.filePath());
-    }
-    return twins;
+    ContainerDocument document;
+    return containers.readDocument(sessionContainerPath, &document) &&
+           document.payloadOffset != ContainerFormat::blockAreaOffset;
+}
+
+bool VaultManager::lockForReading(QFile &container, ContainerDocument &document) const
+{
+    return container.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && lockFile(container) &&
+           containers.readDocument(container.fileName(), &document) && sealOf(document) == sessionSeal;
+}
+
+/// Before the old container is deleted: on a file system without locks, another program may have saved or
+/// changed the password since, or another file may lie there now. Neither is ours to delete.
+bool VaultManager::isStillTheSame(const QFile &oldContainer, const QString &path,
+                                  const ContainerDocument &compacted) const
+{
+    ContainerDocument document;
+    return isOpenAt(oldContainer, path) && containers.readDocument(path, &document) &&
+           sealOf(document) == sessionSeal &&
+           document.crypto.encryptedMasterKey == compacted.crypto.encryptedMasterKey;
 }
 
 /// Writes the new container into its working folder. The index is sealed last, with the new offsets in it.

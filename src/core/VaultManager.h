@@ -30,6 +30,7 @@
 #include <QMap>
 #include <QSet>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -137,6 +138,10 @@ public:
     /// The files beside a container, or where it was, that only a compaction that broke off leaves; their
     /// paths. One of them may be the only whole container.
     [[nodiscard]] static QStringList compactionTwins(const QString &containerPath);
+    /// What compactions of this vault that were killed have left, and what may hold files that the vault does
+    /// not; paths of containers. Of the last unlocking or change of the password, either of which has removed
+    /// what the vault provably holds itself.
+    [[nodiscard]] QStringList compactionLeftovers() const;
 
     // Editing (VaultEditing.cpp) ----------------------------------------------------------------------------
 
@@ -216,6 +221,16 @@ private:
     [[nodiscard]] bool copyLiveBlocks(QFile &oldContainer, QIODevice &output, CompactedContainer &compacted,
                                       const ProgressCallback &progress) const;
     [[nodiscard]] bool verifyCompacted(const CompactedContainer &compacted) const;
+    [[nodiscard]] bool hasOtherLengthLine() const;
+    [[nodiscard]] bool lockForReading(QFile &container, ContainerDocument &document) const;
+    [[nodiscard]] bool isStillTheSame(const QFile &oldContainer, const QString &path,
+                                      const ContainerDocument &compacted) const;
+
+    // What compactions left (VaultLeftovers.cpp)
+    struct LockedVault;
+    void clearLeftovers(const LockedVault &present, const ProgressCallback &progress);
+    void clearLeftoversOfSession();
+    [[nodiscard]] bool everyBlockOpens(const LockedVault &present, const ProgressCallback &progress) const;
 
     State sessionState = Locked;
     QString sessionContainerPath;
@@ -226,6 +241,7 @@ private:
     ContainerDocument knownDocument; ///< What that header says, but for the index.
     QByteArray sessionSeal;          ///< Tells the index that this session read or wrote last from any other.
     QSet<QByteArray> ownSeals;       ///< Of every index that this session tried to write.
+    QStringList leftovers;           ///< Of compactions: the paths of those that had to stay.
     std::unique_ptr<ContainerUpdate> importSeries;
     ContainerManager containers;
     CryptoManager crypto;

@@ -84,6 +84,7 @@ bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &p
     sessionContainerPath = containerPath;
     payloads.clear();
     sessionState = Unlocked;
+    clearLeftoversOfSession();
     return workspace.prepare();
 }
 
@@ -126,9 +127,16 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
 
     sealWithNewKey(document);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, opened.masterKey);
-    return !document.crypto.encryptedMasterKey.isEmpty() &&
-           update.writeHeader(containers.buildHeader(document), ContainerUpdate::Care::ForgetsFormer) ==
-               ContainerUpdate::Outcome::Done;
+    if (document.crypto.encryptedMasterKey.isEmpty() ||
+        update.writeHeader(containers.buildHeader(document), ContainerUpdate::Care::ForgetsFormer) !=
+            ContainerUpdate::Outcome::Done) {
+        return false;
+    }
+    // What a compaction has left still opens with the former password.
+    leftovers = compactionTwins(containerPath);
+    if (decryptIndex(document, opened.masterKey, &opened.index))
+        clearLeftovers({update.file(), opened.masterKey, opened.index}, {});
+    return true;
 }
 
 bool VaultManager::saveIndex(const SecureFileIndex &index)

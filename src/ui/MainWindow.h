@@ -99,6 +99,7 @@ private:
     void useContainerOf(const QString &driveRoot);
     /// Where the vault may be after a compaction that broke off; empty when nothing points to one.
     [[nodiscard]] static QString compactionTwinNote(const QString &path);
+    [[nodiscard]] QString compactionLeftoverNote() const;
     void chooseContainer();
     void createVault();
     /// UTF-8; empty when cancelled, the new one also when refused. The caller wipes it.

@@ -59,6 +59,8 @@ void MainWindow::unlockVault()
     updateActions();
     if (unlocked) {
         setStatusMessage(tr("Cofre desbloqueado."), statusTimeoutMs);
+        if (const QString note = compactionLeftoverNote(); !note.isEmpty())
+            showInformation(this, tr("Tessarin"), tr("O cofre está aberto."), note);
         return;
     }
     showWarning(this, tr("Tessarin"),
@@ -67,6 +69,17 @@ void MainWindow::unlockVault()
                     ? tr("A senha está certa e o cofre está aberto, mas a área temporária não pôde ser "
                          "preparada. Abrir arquivos para edição pode falhar.")
                     : compactionTwinNote(containerPath));
+}
+
+QString MainWindow::compactionLeftoverNote() const
+{
+    const QStringList leftovers = vaultManager.compactionLeftovers();
+    if (leftovers.isEmpty())
+        return {};
+    return tr("Uma compactação deste cofre parece ter sido interrompida e deixou outro container, que abre "
+              "com a senha daquele momento:\n%1\n\nEle pode ter arquivos que este cofre não tem. Confira-o "
+              "e apague-o quando não precisar mais dele.")
+        .arg(QDir::toNativeSeparators(leftovers.join(u'\n')));
 }
 
 void MainWindow::lockVault()
@@ -138,7 +151,7 @@ void MainWindow::changeVaultPassword()
     if (changed) {
         const QString message = tr("Senha alterada com sucesso.");
         setStatusMessage(message, statusTimeoutMs);
-        showInformation(this, tr("Tessarin"), message);
+        showInformation(this, tr("Tessarin"), message, compactionLeftoverNote());
         return;
     }
     showWarning(this, tr("Tessarin"),

@@ -8,6 +8,12 @@
 #include <QTest>
 
 #include <sys/mount.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <functional>
+
+#include <unistd.h>
 
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
@@ -39,6 +45,7 @@ class VaultCompactionTest : public QObject
 private:
     const QString root = driveRoot();
     const QString container = root + u"/tessarin.trvx"_s;
+    const QString twin = root + u"/tessarin-compactado-1.trvx"_s;
     const QString source = root + u"/source"_s;
     const QByteArray password = "uma senha bem longa";
     QTemporaryDir temporary;
@@ -96,6 +103,7 @@ private Q_SLOTS:
     {
         QVERIFY(vault->lockVault());
         QFile::remove(container);
+        QFile::remove(twin);
         QFile::remove(source);
         QFile::remove(root + u"/filler"_s);
     }
@@ -195,6 +203,77 @@ private Q_SLOTS:
         QVERIFY(get(u"a"_s) == noise(12 * mebibyte, 3));
         for (const QString &folder : workingFolders())
             QVERIFY(QDir(QDir::temp().filePath(folder)).removeRecursively());
+    }
+
+    void nothingIsDeletedWhenTheDriveOrAnotherProgramComesBetween()
+    {
+        const QByteArray former = readFile(container);
+        QVERIFY(vault->createDirectory(u"dela"_s));
+        const QByteArray theirs = readFile(container);
+        overwrite(container, 0, former);
+        QVERIFY(vault->lockVault() && vault->unlockVault(container, password));
+        for (const bool isTwin :
+             {true, false}) { // Bytes that it was not given, and a save where no locks are.
+            const auto interfere = [&](qint64 done, qint64 total, const QString &) {
+                if (done == total)
+                    overwrite(isTwin ? twin : container, 0, isTwin ? "X" : theirs);
+            };
+            QString preserved;
+            QVERIFY(!vault->compactVault(interfere, &preserved));
+            QCOMPARE(preserved, QString());
+            QVERIFY(readFile(container) == (isTwin ? former : theirs));
+            QVERIFY(!QFile::exists(twin));
+            QCOMPARE(workingFolders(), QStringList());
+        }
+    }
+
+    void aContainerWithAnotherLengthLineGetsTheUsualOne()
+    {
+        QVERIFY(vault->lockVault());
+        writeFile(container, readFile(container).insert(27, "  "));
+        QVERIFY(vault->unlockVault(container, password) && vault->compactVault({}, nullptr));
+        QCOMPARE(QFileInfo(container).size(), 8388636);
+        QVERIFY(vault->createDirectory(u"d"_s));
+    }
+
+    void whatAKilledCompactionLeftGoesWithTheNextUnlocking()
+    {
+        QVERIFY(put(u"a"_s, noise(5000, 5)));
+        int status = -1;
+        for (int lastCall = 1; status != 0; ++lastCall) {
+            QVERIFY(vault->lockVault());
+            const pid_t child = ::fork();
+            if (child == 0) {
+                int calls = 0;
+                VaultManager killed;
+                const auto stop = [&](qint64, qint64, const QString &) {
+                    if (++calls == lastCall)
+                        ::kill(::getpid(), SIGKILL);
+                };
+                ::_exit(vault->unlockVault(container, password) && vault->compactVault(stop, nullptr) ? 0
+                                                                                                      : 1);
+            }
+            QCOMPARE(::waitpid(child, &status, 0), child);
+            if (!vault->unlockVault(container, password)) {
+                QVERIFY(QFile::remove(container) && QFile::rename(twin, container));
+                QVERIFY(vault->unlockVault(container, password));
+            }
+            QCOMPARE(get(u"a"_s), noise(5000, 5));
+            QVERIFY(!QFile::exists(twin));
+            QCOMPARE(workingFolders(), QStringList());
+        }
+    }
+
+    void aLeftoverThatMayHoldMoreStaysAndIsTold()
+    {
+        QVERIFY(put(u"a"_s, "conteúdo") && put(u"b"_s, "b") && QFile::copy(container, twin));
+        overwrite(container, 8388640,
+                  "X"); // A block that only the twin has whole; then a file that only it has.
+        QVERIFY(vault->lockVault() && vault->unlockVault(container, password));
+        QCOMPARE(vault->compactionLeftovers(), QStringList{twin});
+        QVERIFY(vault->deleteFile(u"a"_s) && vault->lockVault());
+        QVERIFY(vault->changePassword(container, password, "outra senha longa"));
+        QCOMPARE(vault->compactionLeftovers(), QStringList{twin});
     }
 
     void aPulledDriveFailsEverythingAndLosesNothing()

@@ -14,6 +14,7 @@
 #include <QJsonObject>
 #include <QMap>
 #include <QSaveFile>
+#include <QUuid>
 
 #include <algorithm>
 #include <initializer_list>
@@ -144,6 +145,32 @@ ContainerDocument documentFromJson(const QJsonObject &header, ContainerCryptoMet
     return document;
 }
 
+/// Writes a whole file under another name in its directory and puts it in place when it is complete. What lay
+/// there counts until the new file has reached the drive.
+bool writeAtomically(const QString &path, const std::function<bool(QSaveFile &)> &writeContents)
+{
+    const QFileInfo former(path);
+    const bool replaces = former.exists();
+    if (replaces && !(former.isFile() && former.isWritable()))
+        return false;
+    // Through a link, the file itself is replaced and not the link.
+    const QString target = replaces ? former.canonicalFilePath() : path;
+    const QString written =
+        replaces ? target + QLatin1Char('.') + QUuid::createUuid().toString(QUuid::Id128) : target;
+    QSaveFile file(written);
+    if (!file.open(QIODevice::WriteOnly) || !writeContents(file) || !syncFile(file))
+        return false;
+    if (replaces)
+        file.setPermissions(former.permissions());
+    if (!file.commit())
+        return false;
+    if (!syncRenamed(written)) {
+        QFile::remove(written);
+        return false;
+    }
+    return !replaces || replaceDurably(target, written);
+}
+
 } // namespace
 
 QString ContainerManager::containerPath(const QString &rootPath) const
@@ -223,19 +250,11 @@ QByteArray ContainerManager::buildHeader(const ContainerDocument &document) cons
 bool ContainerManager::writeDocument(const QString &path, const ContainerDocument &document,
                                      const PayloadWriter &payloadWriter) const
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-
-    if (!writeAll(file, QByteArray::fromRawData(fileMagic, fileMagicSize)) || !writeHeaderArea(file, {}))
-        return false;
-    if (payloadWriter && !payloadWriter(file))
-        return false;
-    if (!writeHeaderArea(file, buildHeader(document)) || !syncFile(file) || !file.commit())
-        return false;
-
-    syncDirectory(QFileInfo(path).absolutePath());
-    return true;
+    return writeAtomically(path, [&](QSaveFile &file) {
+        return writeAll(file, QByteArray::fromRawData(fileMagic, fileMagicSize)) &&
+               writeHeaderArea(file, {}) && (!payloadWriter || payloadWriter(file)) &&
+               writeHeaderArea(file, buildHeader(document));
+    });
 }
 
 bool ContainerManager::writeDocument(const QString &path, const ContainerDocument &document) const
@@ -292,8 +311,7 @@ QByteArray ContainerManager::readContainer(const QString &path) const
 
 bool ContainerManager::writeContainer(const QString &path, const QByteArray &bytes) const
 {
-    QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly) && writeAll(file, bytes) && file.commit();
+    return writeAtomically(path, [&](QSaveFile &file) { return writeAll(file, bytes); });
 }
 
 } // namespace Tessarin::Core

@@ -18,8 +18,15 @@ namespace Tessarin::Core {
 /// Flushes an open file and waits until the drive has it (fsync). False means the data may be lost.
 [[nodiscard]] bool syncFile(QFileDevice &file);
 
-/// Takes the file's advisory lock (flock) without waiting. False when another program, or another handle of
-/// this one, holds it. True on a file system without locks.
+enum class FileLock {
+    Taken,
+    Held, ///< By another program, or by another handle of this one.
+    None, ///< The file system has no locks.
+};
+
+/// Takes the file's advisory lock (flock) without waiting.
+[[nodiscard]] FileLock takeLock(QFileDevice &file);
+/// False when the lock is held. True on a file system without locks.
 [[nodiscard]] bool lockFile(QFileDevice &file);
 
 /// Writes all bytes where an unbuffered file stands. On failure, errno tells why.
@@ -36,6 +43,15 @@ void dropCachedPages(QFileDevice &file);
 
 /// Makes the names in a directory durable, where the file system can do that.
 void syncDirectory(const QString &directoryPath);
+
+/// Makes a file durable under the name that a rename has given it. FAT's rename writes an entry of size 0,
+/// which only a sync of the file itself completes.
+[[nodiscard]] bool syncRenamed(const QString &path);
+
+/// Puts a durable file in the place of another of the same directory, whose contents stay on the drive until
+/// the new ones are durable under its name. On failure the other one is back in its place and the new one is
+/// gone; where the drive makes nothing durable any more, both stay.
+[[nodiscard]] bool replaceDurably(const QString &path, const QString &newPath);
 
 /// True when an error number tells that there is no room for more bytes, and of no other fault.
 [[nodiscard]] bool isLackOfRoom(int errorNumber);

@@ -265,7 +265,8 @@ bool ContainerManager::writeDocument(const QString &path, const ContainerDocumen
 bool ContainerManager::updateDocumentHeader(const QString &path, const ContainerDocument &document) const
 {
     ContainerUpdate update(path);
-    return update.begin() && update.writeHeader(buildHeader(document)) == ContainerUpdate::Outcome::Done;
+    return update.begin() && update.discardRecords([](const UndoRecord &) { return true; }) &&
+           update.writeHeader(buildHeader(document)) == ContainerUpdate::Outcome::Done;
 }
 
 bool ContainerManager::parseHeader(const QByteArray &header, ContainerDocument *document) const

@@ -7,7 +7,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
-#include <cstring>
+#include <cerrno>
 #include <utility>
 
 namespace Tessarin::Core {
@@ -23,6 +23,14 @@ constexpr qint64 renewalIntervalMs = 2000;
 // array that may end early: what it does not hold is zero.
 
 constexpr qsizetype readAheadSize = 64 * 1024;
+
+/// How far into a header, or into a record of it, the wrapped key may lie.
+qint64 endOfWrappedKey(QByteArrayView header)
+{
+    constexpr qint64 mostBehindItsName = 4096;
+    const qsizetype name = header.indexOf("\"encryptedMasterKey\"");
+    return name < 0 ? header.size() : name + mostBehindItsName;
+}
 
 bool isZero(QByteArrayView bytes)
 {
@@ -41,7 +49,12 @@ QByteArray areaFor(QByteArrayView header)
     return area;
 }
 
-/// The header in an area, as a view of it; null for a null area, empty when its length makes no sense.
+/// Stands in an area for bytes that cannot be read. It is in no header's JSON, and differs from the zeros
+/// behind it, so what is unreadable is always written anew.
+constexpr char unreadable = '\xff';
+
+/// The header in an area, as a view of it; null for a null area, empty when its length makes no sense or a
+/// part of it is unreadable.
 QByteArrayView headerIn(const QByteArray &area)
 {
     if (area.isNull())
@@ -51,19 +64,33 @@ QByteArrayView headerIn(const QByteArray &area)
     if (!isNumber || length < 1 || length > headerAreaSize || area.size() < headerAreaOffset)
         return "";
     const QByteArrayView rest = QByteArrayView(area).sliced(headerAreaOffset);
-    return rest.first(std::min(length, rest.size()));
+    const QByteArrayView header = rest.first(std::min(length, rest.size()));
+    return header.contains(unreadable) ? QByteArrayView("") : header;
 }
 
-/// The area on the drive; null when it is not whole.
+/// The area on the drive; null when the file ends before it does. After a read that fails it goes on page by
+/// page, to find out which ones the drive cannot give.
 QByteArray readArea(QIODevice &container)
 {
-    if (!container.seek(0))
-        return {};
     QByteArray area("");
     QByteArray chunk(readAheadSize, Qt::Uninitialized);
+    bool isPageWise = false;
+    if (!container.seek(0))
+        return {};
     for (qint64 offset = 0; offset < blockAreaOffset;) {
-        const qint64 size = container.read(chunk.data(), std::min(chunk.size(), blockAreaOffset - offset));
-        if (size < 1)
+        const qint64 most = isPageWise ? pageSize - offset % pageSize : readAheadSize;
+        const qint64 wanted = std::min(most, blockAreaOffset - offset);
+        qint64 size = container.read(chunk.data(), wanted);
+        if (size < 0 && !isPageWise) {
+            isPageWise = true;
+            continue;
+        }
+        if (size < 0) {
+            if (!container.seek(offset + wanted))
+                return {};
+            std::fill_n(chunk.begin(), size = wanted, unreadable);
+        }
+        if (size == 0)
             return {};
         if (!isZero(QByteArrayView(chunk).first(size))) {
             area.append(offset - area.size(), '\0');
@@ -91,15 +118,25 @@ bool holdSame(const QByteArray &first, const QByteArray &second, qint64 begin, q
 
 bool writeAt(QFile &file, qint64 offset, QByteArrayView bytes)
 {
-    return file.seek(offset) && file.write(bytes.data(), bytes.size()) == bytes.size();
+    return file.seek(offset) && writeFully(file, bytes);
 }
 
+/// A page that cannot be read is healed only by a write of all of it: the header's last one goes with its
+/// zeros.
 bool writePart(QFile &file, const QByteArray &area, qint64 begin, qint64 end)
 {
-    const QByteArrayView held = heldIn(area, begin, end);
+    QByteArray held = heldIn(area, begin, end).toByteArray();
+    if (const qint64 rest = (begin + held.size()) % pageSize; rest > 0 && !held.isEmpty())
+        held.append(std::min(pageSize - rest, end - begin - held.size()), '\0');
     const qint64 zeros = end - begin - held.size();
     return (held.isEmpty() || writeAt(file, begin, held)) &&
            (zeros == 0 || writeAt(file, end - zeros, QByteArray(zeros, '\0')));
+}
+
+/// How much of its first page a record in the tail leaves free; zeros are written there with it.
+qint64 freeBefore(qint64 recordOffset)
+{
+    return recordOffset % pageSize;
 }
 
 } // namespace
@@ -109,11 +146,17 @@ ContainerUpdate::ContainerUpdate(const QString &path) : container(path) {}
 bool ContainerUpdate::begin()
 {
     if (!QFileInfo(container).isFile() ||
-        !container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered) ||
-        !lockFile(container)) {
+        !container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
         return false;
     }
+    const FileLock lock = takeLock(container);
+    hasLock = lock == FileLock::Taken;
+    if (lock == FileLock::Held)
+        return false;
     const QByteArray prologue = container.read(headerAreaOffset);
+    // A sector that cannot be read is a torn one where there is a record to heal it.
+    if (prologue.isEmpty())
+        return brokenOffChange().has_value();
     return prologue.size() == headerAreaOffset && prologue.startsWith(fileMagic) &&
            prologue.indexOf('\n') == headerAreaOffset - 1;
 }
@@ -147,9 +190,11 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeade
         return Outcome::Undone;
 
     // "Record before header": with this wait, what was appended is on the drive too.
+    if (hasAnotherSaved())
+        return Outcome::Unknown;
     const QByteArray formerHash = headerHash();
     const QByteArray former = areaInForce;
-    const QByteArrayView formerHeader = headerIn(former);
+    const QByteArray formerHeader = headerIn(former).toByteArray();
     const QByteArray newHash = Sha256::of(newHeader);
     if (formerHash.isEmpty() || newHash.isEmpty())
         return Outcome::Undone;
@@ -159,22 +204,29 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeade
     place.size = record.size();
     place.offset = tailRecordOffset(record.size(), std::max(formerHeader.size(), newHeader.size()));
     place.isInTail = place.offset >= 0;
+    place.keyEnd = endOfWrappedKey(formerHeader);
     if (!place.isInTail)
         place.offset = container.size();
+    errno = 0;
     if (!writeRecord(record, place)) {
-        if (!clearRecord(place, former))
+        const bool isRoomLacking = isLackOfRoom(errno);
+        if (!clearRecord(place))
             return Outcome::Unknown;
-        if (care == Care::Usual || place.isInTail)
+        if (care == Care::Usual || place.isInTail || !isRoomLacking)
             return Outcome::Undone;
         place = {};
     }
 
     const QByteArray area = areaFor(newHeader);
     if (!writeDifferences(former, area, place) || !syncFile(container))
-        return putBack(area, former, place);
-    const bool cleared = clearRecord(place, area);
-    if (care == Care::ForgetsFormer && (!cleared || !syncFile(container)))
-        return putBack(area, former, place);
+        return putBack(area, formerHeader, place);
+    noteOwn(newHeader);
+    // The new header is durable, and stays: without a whole record it could not be undone in safety.
+    if (care == Care::ForgetsFormer && !clearRecordDurably(place) && !clearRecordDurably(place))
+        return Outcome::Unknown;
+    // Whatever becomes of the record otherwise, it knows the new header.
+    if (care != Care::ForgetsFormer)
+        static_cast<void>(clearRecord(place));
     adoptArea(area, newHash);
     return Outcome::Done;
 }
@@ -189,6 +241,9 @@ bool ContainerUpdate::startWriteback(qint64 offset, qint64 size)
 
 void ContainerUpdate::cutBack(qint64 formerSize)
 {
+    // What another program has appended is not cut off with it.
+    if (hasAnotherSaved())
+        return;
     // In a series, what this wait cannot save belongs to the files before.
     if (container.size() > formerSize && container.resize(formerSize) && !syncFile(container))
         hasLostWrites = true;
@@ -212,6 +267,8 @@ bool ContainerUpdate::isInSeries() const
 
 ContainerUpdate::Outcome ContainerUpdate::writeHeaderInSeries(const QByteArray &newHeader)
 {
+    if (hasAnotherSaved())
+        return Outcome::Unknown;
     if (hasLostWrites)
         return abandonSeries();
     if (tailRecordOffset(seriesRecord.size, newHeader.size()) < 0) {
@@ -234,12 +291,13 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeaderInSeries(const QByteArray &
         hasLostWrites = true;
         return Outcome::Unknown;
     }
+    noteOwn(newHeader);
     if (sinceRenewal.elapsed() < renewalIntervalMs) {
         adoptArea(area, {});
         return Outcome::Done;
     }
     if (!syncFile(container))
-        return putBack(area, areaFor(safeHeader), std::exchange(seriesRecord, {}));
+        return putBack(area, safeHeader, std::exchange(seriesRecord, {}));
     safeHeader = newHeader;
     // When the record cannot be renewed, the series is over.
     static_cast<void>(renewSeries(newHeader, newHeader.size()));
@@ -250,6 +308,9 @@ ContainerUpdate::Outcome ContainerUpdate::endSeries()
 {
     if (!isInSeries())
         return Outcome::Done;
+    // The record goes the way of a stale one, which undoes no later save.
+    if (hasAnotherSaved())
+        return Outcome::Unknown;
     if (hasLostWrites)
         return abandonSeries();
     const Place place = std::exchange(seriesRecord, {});
@@ -261,7 +322,7 @@ ContainerUpdate::Outcome ContainerUpdate::endSeries()
     if (current.isEmpty())
         return syncFile(container) ? Outcome::Done : Outcome::Unknown;
     if (!syncFile(container))
-        return putBack(area, areaFor(safeHeader), place);
+        return putBack(area, safeHeader, place);
     safeHeader = current.toByteArray();
     static_cast<void>(writeDifferences(area, areaFor(current), {}));
     return Outcome::Done;
@@ -274,7 +335,7 @@ ContainerUpdate::Outcome ContainerUpdate::abandonSeries()
     hasLostWrites = false;
     forgetArea();
     const QByteArray area = readArea(container);
-    return area.isNull() ? Outcome::Unknown : putBack(area, areaFor(safeHeader), place);
+    return area.isNull() ? Outcome::Unknown : putBack(area, safeHeader, place);
 }
 
 std::optional<UndoRecord> ContainerUpdate::brokenOffChange()
@@ -284,33 +345,62 @@ std::optional<UndoRecord> ContainerUpdate::brokenOffChange()
 
 bool ContainerUpdate::restore(const UndoRecord &record)
 {
-    const Place place{record.offset, record.size, record.offset < blockAreaOffset};
-    const QByteArray former = areaFor(record.formerHeader);
+    const Place place = placeOf(record);
     const QByteArray found = readArea(container);
     forgetArea();
-    return !found.isNull() && writeDifferences(found, former, place) && syncFile(container) &&
-           clearRecord(place, former) && syncFile(container);
+    if (found.isNull() || !writeDifferences(found, areaFor(record.formerHeader), place) ||
+        !syncFile(container)) {
+        return false;
+    }
+    noteOwn(record.formerHeader);
+    return clearRecordDurably(place);
 }
 
 bool ContainerUpdate::discard(const UndoRecord &record)
 {
-    const Place place{record.offset, record.size, record.offset < blockAreaOffset};
-    return clearRecord(place, {});
+    forgetArea();
+    return clearRecord(placeOf(record));
+}
+
+bool ContainerUpdate::discardRecords(const std::function<bool(const UndoRecord &)> &isSettled)
+{
+    while (const std::optional<UndoRecord> record = brokenOffChange()) {
+        if (!isSettled(*record) || !discard(*record))
+            return false;
+    }
+    return true;
+}
+
+ContainerUpdate::Place ContainerUpdate::placeOf(const UndoRecord &record)
+{
+    return {record.offset, record.size, record.offset < blockAreaOffset,
+            endOfWrappedKey(record.formerHeader)};
 }
 
 bool ContainerUpdate::writeRecord(const QByteArray &record, const Place &place)
 {
-    return writeAt(container, place.offset, record) && syncFile(container);
+    const qint64 zeros = place.isInTail ? freeBefore(place.offset) : 0;
+    return writeAt(container, place.offset - zeros, QByteArray(zeros, '\0') + record) && syncFile(container);
 }
 
-/// Gives the record's place its bytes of `area` again, or ends the file before it.
-bool ContainerUpdate::clearRecord(const Place &place, const QByteArray &area)
+/// Writes zeros over a record in the tail, or ends the file before it. What is cut off stays on the drive for
+/// a while, so the wrapped key in it is overwritten first, for good.
+bool ContainerUpdate::clearRecord(const Place &place)
 {
+    const qint64 end = place.offset + place.size;
     if (place.size == 0)
         return true;
-    if (!place.isInTail)
-        return container.resize(place.offset);
-    return writePart(container, area, place.offset, place.offset + place.size);
+    if (place.isInTail)
+        return writePart(container, {}, place.offset - freeBefore(place.offset), end);
+    const qint64 keyEnd = std::min({end, place.offset + place.keyEnd, container.size()});
+    return (keyEnd <= place.offset ||
+            (writePart(container, {}, place.offset, keyEnd) && syncFile(container))) &&
+           container.resize(place.offset);
+}
+
+bool ContainerUpdate::clearRecordDurably(const Place &place)
+{
+    return clearRecord(place) && (!place.isInTail || syncFile(container));
 }
 
 /// Writes what differs between two areas, page by page, but for the place of the record.
@@ -338,13 +428,14 @@ bool ContainerUpdate::writeDifferences(const QByteArray &from, const QByteArray 
     return holdSame(from, to, rest, blockAreaOffset) || writePart(container, to, rest, blockAreaOffset);
 }
 
-/// After a write that failed somewhere: the former area again, and only then no record.
-ContainerUpdate::Outcome ContainerUpdate::putBack(const QByteArray &attempted, const QByteArray &former,
+/// After a write that failed somewhere: the former header again, and only then no record.
+ContainerUpdate::Outcome ContainerUpdate::putBack(const QByteArray &attempted, const QByteArray &formerHeader,
                                                   const Place &record)
 {
-    if (!writeDifferences(attempted, former, record) || !syncFile(container))
+    if (!writeDifferences(attempted, areaFor(formerHeader), record) || !syncFile(container))
         return Outcome::Unknown;
-    return clearRecord(record, former) ? Outcome::Undone : Outcome::Unknown;
+    noteOwn(formerHeader);
+    return clearRecord(record) ? Outcome::Undone : Outcome::Unknown;
 }
 
 bool ContainerUpdate::renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader)
@@ -355,7 +446,7 @@ bool ContainerUpdate::renewSeries(const QByteArray &currentHeader, qsizetype roo
         return false;
     const QByteArray record = undoRecordForSeries({currentHeader, hash});
     const Place place{tailRecordOffset(record.size(), std::max(currentHeader.size(), roomForHeader)),
-                      record.size(), true};
+                      record.size(), true, 0};
     if (place.offset < 0)
         return false;
     if (!writeRecord(record, place))
@@ -369,10 +460,25 @@ bool ContainerUpdate::renewSeries(const QByteArray &currentHeader, qsizetype roo
     return true;
 }
 
+/// Told where there is no lock to keep other programs out.
+bool ContainerUpdate::hasAnotherSaved()
+{
+    return !hasLock && !ownHeader.isNull() && headerOf(container) != ownHeader;
+}
+
+void ContainerUpdate::noteOwn(QByteArrayView header)
+{
+    if (!hasLock)
+        ownHeader = header.toByteArray();
+}
+
 bool ContainerUpdate::knowArea()
 {
-    if (areaInForce.isNull())
+    if (areaInForce.isNull()) {
         areaInForce = readArea(container);
+        if (ownHeader.isNull())
+            noteOwn(headerIn(areaInForce));
+    }
     return !areaInForce.isNull();
 }
 

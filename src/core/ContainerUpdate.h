@@ -12,6 +12,8 @@
 #include <QFile>
 #include <QString>
 
+#include <functional>
+
 namespace Tessarin::Core {
 
 class ContainerUpdate
@@ -20,24 +22,25 @@ public:
     enum class Outcome {
         Done,    ///< The new header is in force.
         Undone,  ///< It failed, and the former header is in force: what was appended may be cut off.
-        Unknown, ///< It failed, and the header may be either: nothing may be cut off. The record decides
-                 ///< later.
+        Unknown, ///< It failed, and the header may be either, or another program's: nothing may be cut
+                 ///< off. The record decides later.
     };
 
     enum class Care {
         Usual,         ///< Refused when the drive has no room for the record.
         FreesSpace,    ///< Goes ahead without a record then: people must be able to delete on a full drive.
-        ForgetsFormer, ///< The same, and waits until no trace of the former header is left on the drive.
+        ForgetsFormer, ///< The same, and waits until the former wrapping of the key is gone from the drive.
     };
 
     explicit ContainerUpdate(const QString &path);
 
     /// Opens and locks the container. False when it is in use by another program, cannot be written, or is
-    /// not laid out as this program does it: a fixed rewrite would reach into its blocks.
+    /// not laid out as this program does it: a fixed rewrite would reach into its blocks. On a file system
+    /// without locks it goes ahead, and looks before each write whether another program has saved.
     [[nodiscard]] bool begin();
 
-    /// The header that is in force, as JSON; null when it cannot be read, empty when its length makes no
-    /// sense.
+    /// The header that is in force, as JSON; null when the file is too short, empty when a part of it cannot
+    /// be read or its length makes no sense.
     [[nodiscard]] QByteArray header();
     /// Its SHA-256; empty when it cannot be read.
     [[nodiscard]] QByteArray headerHash();
@@ -76,6 +79,8 @@ public:
     [[nodiscard]] bool restore(const UndoRecord &record);
     /// Clears a record that has nothing to undo.
     [[nodiscard]] bool discard(const UndoRecord &record);
+    /// Clears all records, of which each must be settled: none may be found before one that comes later.
+    [[nodiscard]] bool discardRecords(const std::function<bool(const UndoRecord &)> &isSettled);
 
 private:
     /// Where the record of the present change lies.
@@ -84,20 +89,29 @@ private:
         qint64 offset = 0;
         qint64 size = 0;
         bool isInTail = false;
+        qint64 keyEnd = 0; ///< Where the part ends, in bytes of the record, in which the wrapped key lies.
     };
 
+    [[nodiscard]] static Place placeOf(const UndoRecord &record);
     [[nodiscard]] bool writeRecord(const QByteArray &record, const Place &place);
-    [[nodiscard]] bool clearRecord(const Place &place, const QByteArray &area);
+    [[nodiscard]] bool clearRecord(const Place &place);
+    [[nodiscard]] bool clearRecordDurably(const Place &place);
     [[nodiscard]] bool writeDifferences(const QByteArray &from, const QByteArray &to, const Place &record);
-    [[nodiscard]] Outcome putBack(const QByteArray &attempted, const QByteArray &former, const Place &record);
+    [[nodiscard]] Outcome putBack(const QByteArray &attempted, const QByteArray &formerHeader,
+                                  const Place &record);
     [[nodiscard]] bool renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader);
     [[nodiscard]] Outcome abandonSeries();
+
+    [[nodiscard]] bool hasAnotherSaved();
+    void noteOwn(QByteArrayView header);
 
     [[nodiscard]] bool knowArea();
     void adoptArea(const QByteArray &area, const QByteArray &hashOfHeader);
     void forgetArea();
 
     QFile container;
+    bool hasLock = false;
+    QByteArray ownHeader;   ///< Without a lock: the header that was read or written last.
     QByteArray areaInForce; ///< What lies before the blocks, but for a record; null while not known.
     QByteArray hashInForce; ///< SHA-256 of its header; empty while not known.
     Place seriesRecord;

@@ -7,6 +7,7 @@
 #include <QIODevice>
 #include <QtEndian>
 
+#include <algorithm>
 #include <array>
 
 namespace Tessarin::Core {
@@ -31,6 +32,11 @@ constexpr qsizetype trailerSize = checksumAt + Sha256::sizeBytes;
 constexpr qint64 pageSize = 4096;
 constexpr qint64 tailEnd = headerAreaSize;
 static_assert(tailEnd % pageSize == 0 && tailEnd < blockAreaOffset);
+
+constexpr qint64 pageBorderFrom(qint64 offset)
+{
+    return (offset + pageSize - 1) / pageSize * pageSize;
+}
 
 constexpr QByteArrayView indexKey("\"encryptedIndex\":\"");
 
@@ -160,11 +166,19 @@ bool UndoRecord::knows(QByteArrayView header) const
 
 QByteArray undoRecordFor(const HashedHeader &former, const HashedHeader &next)
 {
-    const HeaderPieces pieces = cut(former.header);
+    HeaderPieces pieces = cut(former.header);
     const bool indexStays =
         next.header.size() == former.header.size() && !pieces.indexText.isEmpty() &&
         next.header.sliced(pieces.before.size(), pieces.indexText.size()) == pieces.indexText;
-    return recordBytes(pieces, indexStays ? IndexStaysInPlace : WholeIndex, former.hash, next.hash);
+    if (!indexStays)
+        return recordBytes(pieces, WholeIndex, former.hash, next.hash);
+
+    // The page in which the index begins is rewritten, and may be unreadable afterwards: it is kept too.
+    const qint64 pageEnd = pageBorderFrom(headerAreaOffset + pieces.before.size()) - headerAreaOffset;
+    const qint64 kept = std::min(pageEnd - pieces.before.size(), pieces.indexText.size());
+    pieces.before = former.header.first(pieces.before.size() + kept);
+    pieces.indexText = pieces.indexText.sliced(kept);
+    return recordBytes(pieces, IndexStaysInPlace, former.hash, next.hash);
 }
 
 QByteArray undoRecordForSeries(const HashedHeader &former)
@@ -175,9 +189,7 @@ QByteArray undoRecordForSeries(const HashedHeader &former)
 qint64 tailRecordOffset(qint64 recordSize, qint64 headerLength)
 {
     const qint64 offset = tailEnd - recordSize;
-    const qint64 firstPageAfterHeader =
-        (headerAreaOffset + headerLength + pageSize - 1) / pageSize * pageSize;
-    return offset >= firstPageAfterHeader ? offset : -1;
+    return offset >= pageBorderFrom(headerAreaOffset + headerLength) ? offset : -1;
 }
 
 std::optional<UndoRecord> findUndoRecord(QIODevice &container)

@@ -98,8 +98,10 @@ public:
     [[nodiscard]] bool importFile(const QString &sourcePath, const QString &vaultPath);
 
     /// Between these two calls imports wait for the drive together, about every two seconds, instead of one
-    /// by one. Ending is false when the last of them may not have reached the drive; the index then lists
-    /// those that have.
+    /// by one. Ending is false when the last of them may not have reached the drive, or another program has
+    /// saved meanwhile; the index then lists what the container does. While a series is open, everything else
+    /// that changes the container is refused: moving, renaming, deleting, folders, saving the index,
+    /// compaction, a second series. Locking ends it first, and with it creating or unlocking another vault.
     void beginImportSeries();
     [[nodiscard]] bool endImportSeries();
 
@@ -206,6 +208,7 @@ private:
     [[nodiscard]] SecureFileIndex indexForImport(const QString &vaultPath) const;
     [[nodiscard]] bool appendBlocks(QFile &source, ContainerUpdate &change, VaultFileEntry &entry,
                                     const ProgressCallback &progress) const;
+    [[nodiscard]] bool continueSeries(ContainerDocument &document) const;
     void adoptIndexInForce(ContainerUpdate &update);
     void forgetCopies(const QString &vaultPath, const QString &exceptTempPath);
 

@@ -58,14 +58,13 @@ bool VaultManager::openWithRecord(QFile &container, const UndoRecord &record, co
                                   OpenedVault &opened, ContainerUpdate *update) const
 {
     const QByteArray header = ContainerUpdate::headerOf(container);
-    // One that cannot be read just now may be whole.
     if (header.isNull())
         return false;
     const bool isKnown = record.knows(header);
     if (openHeader(header, password, opened) &&
         (isKnown || newBlocksOpen(container, opened.index, opened.masterKey, record))) {
         if (update != nullptr)
-            static_cast<void>(update->discard(record));
+            static_cast<void>(update->discardRecords([](const UndoRecord &) { return true; }));
         return true;
     }
     if (isKnown || !openHeader(record.formerHeader, password, opened))

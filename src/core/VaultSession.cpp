@@ -1,6 +1,7 @@
 // The session: its keys, and creating, unlocking, locking, the password, saving the index.
 #include "core/VaultManager.h"
 
+#include "core/KeyRemains.h"
 #include "core/Secret.h"
 #include "core/VaultRecovery.h"
 
@@ -17,6 +18,15 @@ constexpr qint32 passwordKeySizeBytes = 64;
 
 /// A forged header could ask the fallback derivation for hours of work; this many take some ten seconds.
 constexpr qint32 mostKdfIterations = 2'000'000;
+
+/// True when two headers hold the same wrapping of the key, with all that opening it takes.
+bool wrapsAlike(const ContainerDocument &first, const ContainerDocument &second)
+{
+    const ContainerCryptoMetadata &a = first.crypto;
+    const ContainerCryptoMetadata &b = second.crypto;
+    return a.kdf == b.kdf && a.cipher == b.cipher && a.kdfIterations == b.kdfIterations && a.salt == b.salt &&
+           a.nonce == b.nonce && a.encryptedMasterKey == b.encryptedMasterKey;
+}
 
 } // namespace
 
@@ -95,7 +105,7 @@ bool VaultManager::lockVault()
 
 bool VaultManager::lockVault(const ProgressCallback &progress)
 {
-    if (sessionState == Unlocked && !syncModifiedTempFiles(progress))
+    if (sessionState == Unlocked && (!endImportSeries() || !syncModifiedTempFiles(progress)))
         return false;
 
     openCopies.clear();
@@ -115,15 +125,21 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
 
     OpenedVault opened;
     // A damaged index does not stand in the way.
-    if (!openVault(containerPath, currentPassword, opened) && opened.masterKey.isEmpty())
+    const bool isIndexKnown = openVault(containerPath, currentPassword, opened);
+    if (opened.masterKey.isEmpty())
         return false;
     // Read again under the lock: the key that was opened must still be the one that is wrapped there.
     ContainerUpdate update(containerPath);
     ContainerDocument document;
     if (!update.begin() || !containers.parseHeader(update.header(), &document) ||
-        document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey) {
+        document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey ||
+        !update.discardRecords([&](const UndoRecord &record) { return record.knows(update.header()); })) {
         return false;
     }
+    // Another program may have added blocks since.
+    const bool isIndexCurrent = isIndexKnown && decryptIndex(document, opened.masterKey, &opened.index);
+    if (!wipeKeyRemains(update.file(), isIndexCurrent ? &opened.index : nullptr))
+        return false;
 
     sealWithNewKey(document);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, opened.masterKey);
@@ -169,24 +185,33 @@ bool VaultManager::recallHeader(ContainerUpdate &update, ContainerDocument &docu
 }
 
 /// Locks the container and reads its header. False when its index is not the one that this session knows:
-/// another program has saved, or another file lies there, and what it holds must not be lost.
+/// another program has saved, or another file lies there, and what it holds must not be lost. Also false
+/// during a series, which holds the lock itself.
 bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &document) const
 {
-    if (!update.begin())
+    if (importSeries || !update.begin())
         return false;
     if (recallHeader(update, document))
-        return true;
+        return update.discardRecords([](const UndoRecord &) { return true; });
     const QByteArray header = update.header();
     const bool isHeader = containers.parseHeader(header, &document);
-    if (header.isNull() || (isHeader && sealOf(document) == sessionSeal))
-        return isHeader;
+    if (header.isNull())
+        return false;
+    if (isHeader && sealOf(document) == sessionSeal) {
+        // A wrapping of the key that no record knows may be a torn one: opening the vault decides.
+        return update.discardRecords([&](const UndoRecord &record) {
+            ContainerDocument former;
+            return record.knows(header) ||
+                   (containers.parseHeader(record.formerHeader, &former) && wrapsAlike(former, document));
+        });
+    }
 
     // A save of this session may have broken off half way; another's that came to its end stays.
     const bool isOwn = isHeader && ownSeals.contains(sealOf(document));
     const std::optional<UndoRecord> record = update.brokenOffChange();
     return record && (isOwn || !isWholeHeader(update.file(), header, masterKey, *record)) &&
            containers.parseHeader(record->formerHeader, &document) && sealOf(document) == sessionSeal &&
-           update.restore(*record);
+           update.restore(*record) && update.discardRecords([](const UndoRecord &) { return true; });
 }
 
 /// Seals the index under a nonce of its own and puts the header in force.

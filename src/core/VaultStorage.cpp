@@ -70,10 +70,8 @@ bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPat
     ContainerUpdate ownChange(sessionContainerPath);
     ContainerUpdate &change = importSeries ? *importSeries : ownChange;
     ContainerDocument document;
-    if (importSeries ? !recallHeader(change, document) && !containers.parseHeader(change.header(), &document)
-                     : !beginChange(change, document)) {
+    if (importSeries ? !continueSeries(document) : !beginChange(change, document))
         return false;
-    }
     // It is sealed anew below; until then the memory is the blocks'.
     document.encryptedIndex.clear();
 
@@ -163,6 +161,13 @@ void VaultManager::beginImportSeries()
     ContainerDocument document;
     if (beginChange(*series, document) && series->beginSeries())
         importSeries = std::move(series);
+}
+
+/// False when the header is no longer the one that the series wrote last, as on a file system without locks.
+bool VaultManager::continueSeries(ContainerDocument &document) const
+{
+    return recallHeader(*importSeries, document) ||
+           (containers.parseHeader(importSeries->header(), &document) && sealOf(document) == sessionSeal);
 }
 
 bool VaultManager::endImportSeries()

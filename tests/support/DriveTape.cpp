@@ -12,6 +12,8 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,6 +29,11 @@ ino_t inodeOf(const QByteArray &path)
 {
     struct stat status = {};
     return ::stat(path.constData(), &status) == 0 ? status.st_ino : 0;
+}
+
+QByteArray nameOf(const char *path)
+{
+    return QByteArray(path).split('/').last();
 }
 
 void put(QByteArray &file, qint64 at, QByteArrayView bytes)
@@ -110,7 +117,8 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     for (auto start = startContents.cbegin(); start != startContents.cend(); ++start)
         files[start.key()] = {*start, *start, start->size(), {}};
     QMap<QByteArray, ino_t> namesInMemory = startNames;
-    QMap<QByteArray, ino_t> names = startNames;
+    QMap<QByteArray, ino_t> names = startNames; // 0 for an entry of size 0.
+    QMap<ino_t, Kind> moved;                    // What no sync of the file itself has completed.
 
     for (qsizetype i = 0; i < eventCount; ++i) {
         Event event = events.at(i);
@@ -127,6 +135,7 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
             file.memory.resize(event.position, '\0');
         } else if (event.kind == Sync) {
             file.sync();
+            moved.remove(event.file);
             for (auto name = namesInMemory.cbegin(); name != namesInMemory.cend(); ++name) {
                 if (*name == event.file)
                     names[name.key()] = event.file;
@@ -134,7 +143,28 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
         } else if (event.kind == FailedSync) { // The kernel does not try these pages again.
             file.unsynced.clear();
         } else if (event.kind == SyncNames) {
-            names = namesInMemory;
+            const QMap<QByteArray, ino_t> former = std::exchange(names, namesInMemory);
+            for (auto name = names.begin(); name != names.end(); ++name) {
+                if (const Kind kind = moved.value(*name, Sync); kind != Sync)
+                    *name = kind == Exchange ? former.value(name.key()) : 0;
+            }
+        } else if (event.kind == Exchange) { // FAT completes either entry by itself.
+            const ino_t other = namesInMemory.value(event.newName);
+            moved[event.file] = moved[other] = Exchange;
+            namesInMemory[event.newName] = event.file;
+            namesInMemory[event.bytes] = other;
+            if (reachesDrive())
+                names[event.newName] = event.file;
+            if (reachesDrive())
+                names[event.bytes] = other;
+        } else if (event.kind == Rename) { // FAT frees what was there, and writes an entry of size 0.
+            moved[event.file] = Rename;
+            namesInMemory.remove(event.bytes);
+            namesInMemory[event.newName] = event.file;
+            if (reachesDrive())
+                names[event.newName] = 0;
+            if (reachesDrive())
+                names.remove(event.bytes);
         } else {
             const auto change = [&](QMap<QByteArray, ino_t> &map) {
                 map.remove(event.bytes);
@@ -151,6 +181,10 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
 
     DriveFiles left;
     for (auto name = names.cbegin(); name != names.cend(); ++name) {
+        if (*name == 0) {
+            left[QFile::decodeName(name.key())] = "";
+            continue;
+        }
         DriveFile &file = files[*name];
         file.drive.resize(file.sizeOnDrive, '\0');
         // The place of a removed file may be another's already.
@@ -177,7 +211,7 @@ bool DriveTape::watches(int descriptor, Event &event) const
 
 bool DriveTape::watches(const char *path, Event &event) const
 {
-    event.bytes = QByteArray(path).mid(folder.size() + 1);
+    event.bytes = nameOf(path);
     event.file = inodeOf(path);
     return QByteArrayView(path).startsWith(folder + '/');
 }
@@ -187,6 +221,8 @@ bool DriveTape::fails(size_t *writeSize)
     ++calls;
     if (failure.call == 0 || calls < failure.call || (calls > failure.call && !failure.isForEver))
         return false;
+    if (calls == failure.call)
+        eventsBeforeFailure = events.size();
     if (writeSize != nullptr && calls == failure.call && failure.error == ENOSPC && *writeSize > 1) {
         *writeSize /= 2;
         ++failure.call;
@@ -233,7 +269,11 @@ int open64(const char *path, int flags, ...)
     const mode_t mode = hasMode ? va_arg(rest, mode_t) : 0;
     va_end(rest);
 
-    DriveTape::Event event = {DriveTape::Create, 0, 0, {}};
+    DriveTape::Event event = {DriveTape::Create};
+    if (running != nullptr && (flags & O_TMPFILE) == O_TMPFILE) { // FAT knows no files without a name.
+        errno = EOPNOTSUPP;
+        return -1;
+    }
     if (running == nullptr || (flags & O_CREAT) == 0 || !running->watches(path, event) || event.file != 0)
         return forward(path, flags, mode);
     const int descriptor = running->fails() ? -1 : forward(path, flags, mode);
@@ -245,7 +285,7 @@ int open64(const char *path, int flags, ...)
 off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
 {
     static const auto forward = FORWARD(lseek64);
-    DriveTape::Event event = {DriveTape::Write, 0, 0, {}};
+    DriveTape::Event event = {};
     const bool isTaped = running != nullptr && whence == SEEK_SET && running->watches(descriptor, event);
     return isTaped && running->fails() ? -1 : forward(descriptor, offset, whence);
 }
@@ -253,13 +293,15 @@ off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
 ssize_t write(int descriptor, const void *bytes, size_t size)
 {
     static const auto forward = FORWARD(write);
-    DriveTape::Event event = {DriveTape::Write, 0, 0, {}};
+    DriveTape::Event event = {};
     if (running == nullptr || !running->watches(descriptor, event))
         return forward(descriptor, bytes, size);
     event.position = ::lseek64(descriptor, 0, SEEK_CUR);
     const ssize_t written = running->fails(&size) ? -1 : forward(descriptor, bytes, size);
     if (written > 0) {
         event.bytes = QByteArray(static_cast<const char *>(bytes), written);
+        if (event.position <= running->unreadableFrom && event.position + written >= running->unreadableTo)
+            running->unreadableFrom = running->unreadableTo = 0;
         running->events.append(event);
     }
     return written;
@@ -268,25 +310,65 @@ ssize_t write(int descriptor, const void *bytes, size_t size)
 int ftruncate64(int descriptor, off64_t size) noexcept
 {
     static const auto forward = FORWARD(ftruncate64);
-    return taped({DriveTape::Resize, 0, size, {}}, descriptor, [&] { return forward(descriptor, size); });
+    return taped({DriveTape::Resize, 0, size}, descriptor, [&] { return forward(descriptor, size); });
 }
 
 int unlink(const char *path) noexcept
 {
     static const auto forward = FORWARD(unlink);
-    return taped({DriveTape::Remove, 0, 0, {}}, path, [&] { return forward(path); });
+    return taped({DriveTape::Remove}, path, [&] { return forward(path); });
+}
+
+int rename(const char *path, const char *newPath) noexcept
+{
+    static const auto forward = FORWARD(rename);
+    return taped({DriveTape::Rename, 0, 0, {}, nameOf(newPath)}, path,
+                 [&] { return forward(path, newPath); });
+}
+
+int renameat2(int folder, const char *path, int newFolder, const char *newPath, unsigned int flags) noexcept
+{
+    static const auto forward = FORWARD(renameat2);
+    const auto kind = flags == RENAME_EXCHANGE ? DriveTape::Exchange : DriveTape::Rename;
+    return taped({kind, 0, 0, {}, nameOf(newPath)}, path,
+                 [&] { return forward(folder, path, newFolder, newPath, flags); });
+}
+
+int flock(int descriptor, int operation) noexcept
+{
+    static const auto forward = FORWARD(flock);
+    DriveTape::Event event = {};
+    if (running == nullptr || running->hasLocks || !running->watches(descriptor, event))
+        return forward(descriptor, operation);
+    errno = ENOLCK;
+    return -1;
+}
+
+ssize_t read(int descriptor, void *bytes, size_t size)
+{
+    static const auto forward = FORWARD(read);
+    DriveTape::Event event = {};
+    if (running == nullptr || running->unreadableTo == 0 || !running->watches(descriptor, event))
+        return forward(descriptor, bytes, size);
+    const qint64 from = ::lseek64(descriptor, 0, SEEK_CUR);
+    if (from >= running->unreadableTo || from + qint64(size) <= running->unreadableFrom)
+        return forward(descriptor, bytes, size);
+    errno = EIO;
+    return from >= running->unreadableFrom
+               ? -1
+               : forward(descriptor, bytes, size_t(running->unreadableFrom - from));
 }
 
 /// Waits for no real drive: the tape decides what has reached it.
 int fsync(int descriptor)
 {
-    return taped({DriveTape::Sync, 0, 0, {}}, descriptor, [] { return 0; });
+    return taped({DriveTape::Sync}, descriptor, [] { return 0; });
 }
 
 /// Makes nothing certain, but may be the one to hear that the drive has not taken something.
 int sync_file_range(int descriptor, off64_t, off64_t, unsigned int)
 {
-    DriveTape::Event event = {DriveTape::FailedSync, 0, 0, {}};
+    DriveTape::Event event = {DriveTape::FailedSync};
     if (running == nullptr || !running->watches(descriptor, event) || !running->fails())
         return 0;
     running->events.append(event);

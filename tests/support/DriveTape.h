@@ -26,13 +26,14 @@ struct CallFailure
 class DriveTape
 {
 public:
-    enum Kind { Write, Resize, Sync, FailedSync, Create, Remove, SyncNames };
+    enum Kind { Write, Resize, Sync, FailedSync, Create, Remove, Rename, Exchange, SyncNames };
     struct Event
     {
         Kind kind;
-        ino_t file;
-        qint64 position;  ///< Of a write; the new size of a resize.
-        QByteArray bytes; ///< Written; or the name created or removed.
+        ino_t file = 0;
+        qint64 position = 0;   ///< Of a write; the new size of a resize.
+        QByteArray bytes = {}; ///< Written; or the name created, removed or renamed.
+        QByteArray newName = {};
     };
 
     /// What is missing of the events that no sync has made certain.
@@ -49,6 +50,11 @@ public:
 
     QList<Event> events;
     int calls = 0;
+    qsizetype eventsBeforeFailure = 0;
+    /// Bytes that no file gives back until they are written anew.
+    qint64 unreadableFrom = 0;
+    qint64 unreadableTo = 0;
+    bool hasLocks = true;
 
     // For the replaced calls: fills in the event and says whether it is to do with the folder; counts a call
     // and says whether it fails.

@@ -46,24 +46,51 @@ private Q_SLOTS:
     {
         QCOMPARE(crypto.encrypt(plaintext, key, nonce, associatedData), ciphertext);
         QCOMPARE(crypto.decrypt(ciphertext, key, nonce, associatedData), plaintext);
-        QCOMPARE(crypto.encrypt({}, key, nonce, {}).size(), 16);
+        const QByteArray tag = crypto.encrypt({}, key, nonce, {});
+        QCOMPARE(tag.size(), 16);
+        QVERIFY(crypto.decryptInto(nullptr, tag, key, nonce, {}));
+    }
+
+    void everyFlippedBitIsNoticed()
+    {
+        for (int part = 0; part < 4; ++part) {
+            QByteArrayList parts{ciphertext, key, nonce, associatedData};
+            for (qsizetype bit = 0; bit < parts.at(part).size() * 8; ++bit) {
+                QByteArrayList flipped = parts;
+                flipped[part][bit / 8] = static_cast<char>(flipped[part][bit / 8] ^ (1 << bit % 8));
+                QCOMPARE(crypto.decrypt(flipped[0], flipped[1], flipped[2], flipped[3]), QByteArray());
+            }
+        }
     }
 
     void whatCannotBeUsedIsRefused()
     {
-        QVERIFY(crypto.encrypt(plaintext, key.left(31), nonce, {}).isEmpty());
-        QVERIFY(crypto.encrypt(plaintext, key + 'x', nonce, {}).isEmpty());
-        QVERIFY(crypto.encrypt(plaintext, key, nonce.left(12), {}).isEmpty());
-        QVERIFY(crypto.decrypt(ciphertext.left(15), key, nonce, associatedData).isEmpty());
-        QVERIFY(crypto.decrypt(ciphertext, key, nonce, {}).isEmpty());
-        QVERIFY(crypto.generateSalt(0).isEmpty() && crypto.generateNonce(24) != crypto.generateNonce(24));
+        for (const QByteArray &badKey : {key.left(31), key + 'x', QByteArray()}) {
+            QCOMPARE(crypto.encrypt(plaintext, badKey, nonce, {}), QByteArray());
+            QCOMPARE(crypto.decrypt(ciphertext, badKey, nonce, associatedData), QByteArray());
+        }
+        for (const QByteArray &badNonce : {nonce.left(12), nonce.left(23), nonce + 'x'}) {
+            QCOMPARE(crypto.encrypt(plaintext, key, badNonce, {}), QByteArray());
+            QCOMPARE(crypto.decrypt(ciphertext, key, badNonce, associatedData), QByteArray());
+        }
+        QCOMPARE(crypto.decrypt(ciphertext.left(15), key, nonce, associatedData), QByteArray());
+        QCOMPARE(crypto.generateSalt(0), QByteArray());
+        QCOMPARE(crypto.generateSalt(1).size(), 1);
+        QCOMPARE(crypto.generateNonce(24).size(), 24);
+        QVERIFY(crypto.generateNonce(24) != crypto.generateNonce(24));
         const QString argon = u"Argon2id"_s;
-        QVERIFY(crypto.deriveKey({}, {argon, QByteArray(16, 's'), 0, 64}).isEmpty());
-        QVERIFY(crypto.deriveKey("password", {argon, QByteArray(15, 's'), 0, 64}).isEmpty());
-        QVERIFY(crypto.deriveKey("password", {argon, QByteArray(16, 's'), 0, 0}).isEmpty());
-        QVERIFY(crypto.deriveKey("password", {argon, QByteArray(16, 's'), 0, 15}).isEmpty());
-        QVERIFY(crypto.deriveKey("password", {{}, "salt", 1, std::numeric_limits<qint32>::max()}).isEmpty());
-        QVERIFY(crypto.deriveKey("password", {{}, "salt", 0, 64}).isEmpty());
+        const QByteArray salt(16, 's');
+        for (const KeyDerivationParams &bad :
+             QList<KeyDerivationParams>{{argon, salt.left(15), 0, 64},
+                                        {argon, salt, 0, 0},
+                                        {argon, salt, 0, 15},
+                                        {{}, salt, 0, 64},
+                                        {{}, {}, 1, 64},
+                                        {{}, salt, 1, 0},
+                                        {{}, salt, 1, std::numeric_limits<qint32>::max()}})
+            QCOMPARE(crypto.deriveKey("password", bad), QByteArray());
+        QCOMPARE(crypto.deriveKey({}, {{}, salt, 1, 64}), QByteArray());
+        QCOMPARE(crypto.deriveKey("password", {{}, salt, 1, 1}).size(), 1);
     }
 
     void keyedHashFollowsTheRfcWithinItsFixedKeySize()
@@ -107,14 +134,29 @@ private Q_SLOTS:
         const QByteArray derived = crypto.deriveKey("correct horse", params);
         QCOMPARE(derived, expected);
 
-        const QByteArray hash = QCryptographicHash::hash(derived, QCryptographicHash::Sha256);
-        QVERIFY(AuthManager(crypto).authenticate("correct horse", hash, params));
-        QVERIFY(!AuthManager(crypto).authenticate("correct horse", {}, params));
+        // The library reads so much of a salt and no more.
+        QCOMPARE(crypto.deriveKey("correct horse", {u"Argon2id"_s, salt + "more", 0, 64}), expected);
+    }
+
+    void onlyThePasswordOfTheHashIsLetIn()
+    {
+        const KeyDerivationParams params{{}, "0123456789abcdef", 1, 64};
+        const AuthManager auth(crypto);
+        const QByteArray hash =
+            QCryptographicHash::hash(crypto.deriveKey("correct horse", params), QCryptographicHash::Sha256);
+        QVERIFY(auth.authenticate("correct horse", hash, params));
+        QVERIFY(!auth.authenticate("wrong horse", hash, params));
+        QVERIFY(!auth.authenticate({}, hash, params));
+        QVERIFY(!auth.authenticate("correct horse", hash, {{}, "another salt", 1, 64}));
+        for (const QByteArray &other :
+             {QByteArray(), QByteArray(32, 'x'), hash.left(31), hash + 'x', hash.toHex()})
+            QVERIFY(!auth.authenticate("correct horse", other, params));
     }
 
     void comparisonLooksAtLengthAndEveryByte()
     {
-        QVERIFY(crypto.constantTimeEquals({}, {}) && crypto.constantTimeEquals("abc", "abc"));
+        QVERIFY(crypto.constantTimeEquals({}, {}));
+        QVERIFY(crypto.constantTimeEquals("abc", "abc"));
         for (const char *other : {"abcd", "abC", "Abc", "ab", ""})
             QVERIFY(!crypto.constantTimeEquals("abc", other));
     }

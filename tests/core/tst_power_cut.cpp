@@ -240,9 +240,9 @@ void putFiles(const QString &folder, const DriveFiles &files)
 QByteArray containerWithHeader(qint64 headerSize)
 {
     VaultFixture fixture;
-    bool isMade = fixture.createAndUnlock() && fixture.put(u"gone.bin"_s, noise(3000, 1)) &&
-                  fixture.put(u"keep.bin"_s, noise(700, 2)) && fixture.put(u"old.bin"_s, noise(5000, 3)) &&
-                  fixture.vault.deleteFile(u"gone.bin"_s) && fixture.vault.createDirectory(u"x"_s);
+    bool isMade = fixture.put(u"gone.bin"_s, noise(3000, 1)) && fixture.put(u"keep.bin"_s, noise(700, 2)) &&
+                  fixture.put(u"old.bin"_s, noise(5000, 3)) && fixture.vault.deleteFile(u"gone.bin"_s) &&
+                  fixture.vault.createDirectory(u"x"_s);
     QFile file(fixture.container);
     const QByteArray small = file.open(QIODevice::ReadOnly) ? ContainerUpdate::headerOf(file) : QByteArray();
     staleRecord = undoRecordForSeries({small, Sha256::of(small)});

@@ -93,7 +93,7 @@ private Q_SLOTS:
     void keysAreInMemoryOnlyWhileTheVaultIsOpen()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "conteúdo"));
+        QVERIFY(f.put(u"a"_s, "conteúdo"));
         const QList<QByteArray> keys = maskedKeys(f);
         QVERIFY(runsInMemory({keys.at(1)}) > 0);
         QCOMPARE(runsInMemory({keys.at(0)}), 0);
@@ -111,7 +111,8 @@ private Q_SLOTS:
         for (const char byte : forms.first()) // The same in UTF-16.
             forms[1].append(byte).append('\xff');
         QByteArray password = masked(forms.first());
-        QVERIFY(f.create() && f.vault.changePassword(f.container, f.password, password));
+        QVERIFY(f.vault.lockVault());
+        QVERIFY(f.vault.changePassword(f.container, f.password, password));
         QVERIFY(runsInMemory(forms) > 0);
         wipe(password);
         QCOMPARE(runsInMemory(forms), 0);

@@ -2,7 +2,6 @@
 // in other operations. Runs on a practice drive, which it may fill up, and mounts another.
 #include "support/VaultFixture.h"
 
-#include <QBuffer>
 #include <QDir>
 #include <QStorageInfo>
 #include <QTest>
@@ -11,7 +10,6 @@
 #include <sys/wait.h>
 
 #include <csignal>
-#include <functional>
 
 #include <unistd.h>
 
@@ -22,13 +20,14 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr qint64 mebibyte = 1024 * 1024;
+const auto replacing = u"Substituindo container no USB"_s;
 
 QString driveRoot()
 {
-    QStorageInfo found;
+    QString root;
     for (const QStorageInfo &volume : QStorageInfo::mountedVolumes())
-        found = volume.device() == "/dev/sdz1" ? volume : found;
-    return found.rootPath();
+        root = volume.device() == "/dev/sdz1" ? volume.rootPath() : root;
+    return root;
 }
 
 QStringList workingFolders()
@@ -44,45 +43,35 @@ class VaultCompactionTest : public QObject
 
 private:
     const QString root = driveRoot();
-    const QString container = root + u"/tessarin.trvx"_s;
     const QString twin = root + u"/tessarin-compactado-1.trvx"_s;
-    const QString source = root + u"/source"_s;
-    const QByteArray password = "uma senha bem longa";
+    const QString filler = root + u"/filler"_s;
     QTemporaryDir temporary;
-    std::unique_ptr<VaultManager> vault;
+    std::unique_ptr<VaultFixture> fixture;
 
-    bool put(const QString &vaultPath, const QByteArray &bytes)
-    {
-        writeFile(source, bytes);
-        return vault->importFile(source, vaultPath) && QFile::remove(source);
-    }
-
-    QByteArray get(const QString &vaultPath)
-    {
-        QBuffer bytes;
-        const bool isOpen = bytes.open(QIODevice::WriteOnly);
-        return isOpen && vault->writeVaultFileToDevice(vaultPath, &bytes) ? bytes.data() : QByteArray();
-    }
+    bool put(const QString &vaultPath, const QByteArray &bytes) { return fixture->put(vaultPath, bytes); }
+    QByteArray get(const QString &vaultPath) const { return fixture->get(vaultPath); }
+    VaultManager &vault() { return fixture->vault; }
 
     // A second drive, which can be pulled out.
     const QString flash = temporary.filePath(u"flash"_s);
     const QString stick = temporary.filePath(u"stick"_s);
-    const QString onStick = stick + u"/tessarin.trvx"_s;
 
-    bool mountStick()
+    bool plugIn()
     {
         return ::mount(flash.toLocal8Bit(), stick.toLocal8Bit(), nullptr, MS_BIND, nullptr) == 0;
     }
-    bool remountStick(unsigned long flags)
+    bool pullOut() { return ::umount2(stick.toLocal8Bit(), MNT_DETACH) == 0; }
+    bool remount(unsigned long flags)
     {
         const unsigned long same = MS_BIND | MS_REMOUNT | MS_NOSUID | MS_NODEV;
         return ::mount(nullptr, stick.toLocal8Bit(), nullptr, same | flags, nullptr) == 0;
     }
-    bool pullStick() { return ::umount2(stick.toLocal8Bit(), MNT_DETACH) == 0; }
-    bool plugInStick()
+    void useStick()
     {
-        return QDir().mkpath(flash) && QDir().mkpath(stick) && mountStick() &&
-               vault->createVault(onStick, password) && vault->unlockVault(onStick, password);
+        QVERIFY(QDir().mkpath(flash));
+        QVERIFY(QDir().mkpath(stick));
+        QVERIFY(plugIn());
+        fixture = std::make_unique<VaultFixture>(stick);
     }
 
 private Q_SLOTS:
@@ -90,138 +79,183 @@ private Q_SLOTS:
     {
         QVERIFY2(!root.isEmpty(), "no practice drive is mounted");
         // Its own, so that the folders counted here are no other test's.
-        QVERIFY(temporary.isValid() && qputenv("TMPDIR", QFile::encodeName(temporary.path())));
+        QVERIFY(temporary.isValid());
+        QVERIFY(qputenv("TMPDIR", QFile::encodeName(temporary.path())));
     }
 
-    void init()
-    {
-        vault = std::make_unique<VaultManager>();
-        QVERIFY(vault->createVault(container, password) && vault->unlockVault(container, password));
-    }
+    void init() { fixture = std::make_unique<VaultFixture>(root); }
 
     void cleanup()
     {
-        QVERIFY(vault->lockVault());
-        QFile::remove(container);
-        QFile::remove(twin);
-        QFile::remove(source);
-        QFile::remove(root + u"/filler"_s);
+        static_cast<void>(fixture->vault.lockVault());
+        pullOut();
+        QDir(flash).removeRecursively();
+        for (const QFileInfo &file : QDir(root).entryInfoList(QDir::Files))
+            QFile::remove(file.filePath());
+        for (const QString &folder : workingFolders())
+            QDir(QDir::temp().filePath(folder)).removeRecursively();
     }
 
     void compactionReclaimsDeadBytesAndNothingElse()
     {
-        QVERIFY(put(u"Docs/grande"_s, noise(17 * mebibyte, 1)) && put(u"vazio"_s, {}) &&
-                put(u"morto"_s, noise(5 * mebibyte, 2)));
-        QVERIFY(put(u"b"_s, "b") && vault->deleteFile(u"morto"_s) && vault->createDirectory(u"Fotos"_s));
-        const SecureFileIndex former = vault->fileIndex();
-        const qint64 formerSize = QFileInfo(container).size();
-        QStringList labels;
+        QVERIFY(put(u"Docs/grande"_s, noise(17 * mebibyte, 1)));
+        QVERIFY(put(u"morto"_s, noise(5 * mebibyte, 2)));
+        QCOMPARE(fixture->play(u"put vazio=; put b=b; delete morto; mkdir Fotos"_s), QString());
+        const QStringList paths = fixture->paths();
+        const VaultFileEntry former = fixture->entry(u"docs/grande"_s);
+        const qint64 formerSize = QFileInfo(fixture->container).size();
+        QVERIFY(QFile::setPermissions(fixture->container, QFile::ReadOwner | QFile::WriteOwner));
+        QStringList seen;
         QString preserved;
-        QVERIFY(
-            vault->compactVault([&](qint64, qint64, const QString &label) { labels << label; }, &preserved));
-        QVERIFY(preserved.isEmpty() && workingFolders().isEmpty());
-        QCOMPARE(labels.first(), u"Docs/grande"_s);
-        QCOMPARE(labels.last(), u"Substituindo container no USB"_s);
-        QCOMPARE(QFileInfo(container).size(), formerSize - 5 * mebibyte - 16);
+        QVERIFY(vault().compactVault(
+            [&](qint64 done, qint64 total, const QString &label) {
+                seen += u"%1/%2 %3"_s.arg(done).arg(total).arg(label);
+            },
+            &preserved));
+        QCOMPARE(preserved, QString());
+        QCOMPARE(QDir(root).entryList(QDir::Files), QStringList{u"tessarin.trvx"_s});
+        QCOMPARE(workingFolders(), QStringList());
+        const qint64 size = formerSize - 5 * mebibyte - 16;
+        QCOMPARE(QFileInfo(fixture->container).size(), size);
+        QCOMPARE(QFile::permissions(fixture->container) & 0x0fff, QFile::ReadUser | QFile::WriteUser);
+        QCOMPARE(seen.first(), u"16777216/17825793 Docs/grande"_s);
+        QCOMPARE(seen.at(2), u"17825793/17825793 b"_s);
+        QCOMPARE(seen.last(), u"%1/%1 "_s.arg(size) + replacing);
 
-        QVERIFY(vault->lockVault() && vault->unlockVault(container, password));
+        QVERIFY(fixture->reopen());
+        QCOMPARE(fixture->paths(), paths);
         QVERIFY(get(u"docs/grande"_s) == noise(17 * mebibyte, 1));
         QCOMPARE(get(u"b"_s), "b");
-        QCOMPARE(vault->fileIndex().entries().first().blocks.first().nonce,
-                 former.entries().first().blocks.first().nonce);
-        QCOMPARE(vault->fileIndex().directories().size(), 2);
-        QVERIFY(vault->saveIndex({}) && vault->compactVault({}, nullptr));
-        QCOMPARE(QFileInfo(container).size(), 8388636);
-        QVERIFY(vault->lockVault() && !vault->compactVault({}, nullptr));
+        QCOMPARE(fixture->entry(u"docs/grande"_s).id, former.id);
+        QCOMPARE(fixture->entry(u"docs/grande"_s).blocks.first().nonce, former.blocks.first().nonce);
+        QCOMPARE(fixture->play(u"delete Docs/grande; delete b; compact"_s), QString());
+        QCOMPARE(QFileInfo(fixture->container).size(), 8388636);
     }
 
     void aReadOnlyDriveKeepsItsContainer()
     {
-        QVERIFY(plugInStick() && put(u"a"_s, "a"));
-        const QByteArray former = readFile(onStick);
-        QVERIFY(remountStick(MS_RDONLY));
+        useStick();
+        QVERIFY(put(u"a"_s, "a"));
+        const QByteArray former = readFile(fixture->container);
+        QVERIFY(remount(MS_RDONLY));
         QString preserved;
-        QVERIFY(!vault->compactVault({}, &preserved) && !vault->deleteFile(u"a"_s));
-        QVERIFY(preserved.isEmpty() && workingFolders().isEmpty() && readFile(onStick) == former);
-        QVERIFY(remountStick(0) && vault->deleteFile(u"a"_s) && vault->lockVault() && pullStick());
+        QVERIFY(!vault().compactVault({}, &preserved));
+        QCOMPARE(preserved + workingFolders().join(u' '), QString());
+        QVERIFY(readFile(fixture->container) == former);
+        QCOMPARE(fixture->play(u"-delete a"_s), QString());
+        QVERIFY(remount(0));
+        QCOMPARE(fixture->play(u"delete a"_s), QString());
     }
 
     void damageInABlockStopsNothingButTheSameBytesAreKept()
     {
-        QVERIFY(put(u"a"_s, "aaaa") && put(u"b"_s, "bbbb"));
-        overwrite(container, vault->fileIndex().entries().first().blocks.first().offset, "X");
-        QVERIFY(vault->compactVault({}, nullptr));
-        QCOMPARE(get(u"b"_s), "bbbb");
-        QVERIFY(get(u"a"_s).isEmpty());
-        QVERIFY(QFile::resize(container, QFileInfo(container).size() - 1));
-        QVERIFY(!vault->compactVault({}, nullptr) && QFile::exists(container) && workingFolders().isEmpty());
+        QCOMPARE(fixture->play(u"put a=aaaa; put b=bbbb"_s), QString());
+        overwrite(fixture->container, fixture->entry(u"a"_s).blocks.first().offset, "X");
+        QCOMPARE(fixture->play(u"compact; get b=bbbb; -get a=aaaa"_s), QString());
+        QVERIFY(QFile::resize(fixture->container, QFileInfo(fixture->container).size() - 1));
+        const QByteArray former = readFile(fixture->container);
+        QCOMPARE(fixture->play(u"-compact"_s), QString());
+        QVERIFY(readFile(fixture->container) == former);
+        QCOMPARE(workingFolders(), QStringList());
     }
 
     void theOldContainersRoomIsFreeForTheNewOne()
     {
-        QVERIFY(put(u"morto"_s, "m") && put(u"a"_s, noise(30 * mebibyte, 4)) &&
-                vault->deleteFile(u"morto"_s));
+        QVERIFY(put(u"a"_s, noise(30 * mebibyte, 4)));
         // Room for no second container beside the old one, and then for just one.
         for (const qint64 fillerSize : {45 * mebibyte, 10 * mebibyte}) {
-            writeFile(root + u"/filler"_s, QByteArray(fillerSize, 'f'));
+            writeFile(filler, QByteArray(fillerSize, 'f'));
             QString preserved;
-            QVERIFY(vault->compactVault({}, &preserved) && preserved.isEmpty());
+            QVERIFY(vault().compactVault({}, &preserved));
+            QCOMPARE(preserved, QString());
         }
         QVERIFY(get(u"a"_s) == noise(30 * mebibyte, 4));
     }
 
-    void aDriveThatFillsUpDuringTheCopyBackLeavesThePreservedContainer_data()
+    /// What another file meets that takes the container's name meanwhile: nothing.
+    void anotherFileInThePlaceStays()
+    {
+        QVERIFY(put(u"a"_s, "a"));
+        QVERIFY(!vault().compactVault(
+            [&](qint64, qint64, const QString &label) {
+                if (label == replacing) {
+                    QFile::rename(fixture->container, root + u"/seu.trvx"_s);
+                    writeFile(fixture->container, "de outro");
+                }
+            },
+            nullptr));
+        QCOMPARE(readFile(fixture->container), "de outro");
+        QCOMPARE(QDir(root).entryList(QDir::Files), (QStringList{u"seu.trvx"_s, u"tessarin.trvx"_s}));
+    }
+
+    void aCopyThatIsNoneLeavesThePreservedContainer_data()
     {
         QTest::addColumn<bool>("hasTwin");
-        QTest::newRow("no room for a second container") << false;
-        QTest::newRow("a second container beside the old one") << true;
+        QTest::addColumn<bool>("isFull");
+        QTest::newRow("full: no second container") << false << true;
+        QTest::newRow("full: a second container beside the old one") << true << true;
+        QTest::newRow("bytes lost: no second container") << false << false;
+        QTest::newRow("bytes lost: a second container beside the old one") << true << false;
     }
-    void aDriveThatFillsUpDuringTheCopyBackLeavesThePreservedContainer()
+    void aCopyThatIsNoneLeavesThePreservedContainer()
     {
-        QFETCH(bool, hasTwin);
-        QVERIFY(put(u"morto"_s, "m") && put(u"a"_s, noise(12 * mebibyte, 3)) &&
-                vault->deleteFile(u"morto"_s));
-        const auto fillDrive = [&](qint64, qint64, const QString &label) {
-            QFile filler(root + u"/filler"_s);
-            const bool isTime = hasTwin
-                                    ? !QFile::exists(container) || QFileInfo(container).size() < 20 * mebibyte
-                                    : label == u"Substituindo container no USB"_s;
-            if (isTime && filler.open(QIODevice::Append))
-                filler.write(QByteArray(200 * mebibyte, 'f'));
+        QFETCH(const bool, hasTwin);
+        QFETCH(const bool, isFull);
+        QVERIFY(put(u"a"_s, noise(12 * mebibyte, 3)));
+        QCOMPARE(fixture->play(u"put morto=m; delete morto"_s), QString());
+        if (!hasTwin)
+            writeFile(filler, QByteArray(52 * mebibyte, 'f'));
+        const qint64 formerSize = QFileInfo(fixture->container).size();
+        bool isHeaderFirst = false;
+        const auto spoil = [&](qint64 done, qint64 total, const QString &label) {
+            QFile target(fixture->container);
+            const bool isNew = !target.exists() || target.size() != formerSize;
+            if (label != replacing || !isNew || !target.open(QIODevice::ReadWrite | QIODevice::ExistingOnly))
+                return;
+            isHeaderFirst = isHeaderFirst || (target.size() < total && target.read(7) == "TRAVEX3");
+            if (isFull) {
+                QFile more(filler);
+                if (more.open(QIODevice::Append))
+                    more.write(QByteArray(200 * mebibyte, 'f'));
+            } else if (done == total && target.seek(total - 5)) {
+                target.write("X");
+            }
         };
         QString preserved;
-        QVERIFY(!vault->compactVault(fillDrive, &preserved));
-        QVERIFY(!QFile::exists(container) && QFile::exists(preserved));
-        QCOMPARE(VaultManager::compactionTwins(container), hasTwin ? QStringList{preserved} : QStringList{});
+        QVERIFY(!vault().compactVault(spoil, &preserved));
+        QVERIFY(!isHeaderFirst);
+        QVERIFY(!QFile::exists(fixture->container));
+        QVERIFY(QFile::exists(preserved));
+        QCOMPARE(VaultManager::compactionTwins(fixture->container),
+                 hasTwin ? QStringList{preserved} : QStringList{});
         QCOMPARE(workingFolders().size(), hasTwin ? 0 : 1);
 
         // Put back by hand, it goes on where it was, in this session too.
-        QVERIFY(QFile::remove(root + u"/filler"_s) && QFile::copy(preserved, container) &&
-                QFile::remove(preserved));
-        QVERIFY(vault->createDirectory(u"depois"_s) && get(u"a"_s) == noise(12 * mebibyte, 3));
-        QVERIFY(vault->lockVault() && vault->unlockVault(container, password));
+        QFile::remove(filler);
+        QVERIFY(QFile::copy(preserved, fixture->container));
+        QVERIFY(vault().createDirectory(u"depois"_s));
         QVERIFY(get(u"a"_s) == noise(12 * mebibyte, 3));
-        for (const QString &folder : workingFolders())
-            QVERIFY(QDir(QDir::temp().filePath(folder)).removeRecursively());
+        QVERIFY(fixture->reopen());
+        QVERIFY(get(u"a"_s) == noise(12 * mebibyte, 3));
     }
 
     void nothingIsDeletedWhenTheDriveOrAnotherProgramComesBetween()
     {
-        const QByteArray former = readFile(container);
-        QVERIFY(vault->createDirectory(u"dela"_s));
-        const QByteArray theirs = readFile(container);
-        overwrite(container, 0, former);
-        QVERIFY(vault->lockVault() && vault->unlockVault(container, password));
+        const QByteArray former = readFile(fixture->container);
+        QVERIFY(vault().createDirectory(u"dela"_s));
+        const QByteArray theirs = readFile(fixture->container);
+        overwrite(fixture->container, 0, former);
+        QVERIFY(fixture->reopen());
         for (const bool isTwin :
              {true, false}) { // Bytes that it was not given, and a save where no locks are.
             const auto interfere = [&](qint64 done, qint64 total, const QString &) {
                 if (done == total)
-                    overwrite(isTwin ? twin : container, 0, isTwin ? "X" : theirs);
+                    overwrite(isTwin ? twin : fixture->container, 0, isTwin ? "X" : theirs);
             };
             QString preserved;
-            QVERIFY(!vault->compactVault(interfere, &preserved));
+            QVERIFY(!vault().compactVault(interfere, &preserved));
             QCOMPARE(preserved, QString());
-            QVERIFY(readFile(container) == (isTwin ? former : theirs));
+            QVERIFY(readFile(fixture->container) == (isTwin ? former : theirs));
             QVERIFY(!QFile::exists(twin));
             QCOMPARE(workingFolders(), QStringList());
         }
@@ -229,11 +263,11 @@ private Q_SLOTS:
 
     void aContainerWithAnotherLengthLineGetsTheUsualOne()
     {
-        QVERIFY(vault->lockVault());
-        writeFile(container, readFile(container).insert(27, "  "));
-        QVERIFY(vault->unlockVault(container, password) && vault->compactVault({}, nullptr));
-        QCOMPARE(QFileInfo(container).size(), 8388636);
-        QVERIFY(vault->createDirectory(u"d"_s));
+        QVERIFY(vault().lockVault());
+        writeFile(fixture->container, readFile(fixture->container).insert(27, "  "));
+        QCOMPARE(fixture->play(u"unlock uma senha bem longa; compact"_s), QString());
+        QCOMPARE(QFileInfo(fixture->container).size(), 8388636);
+        QVERIFY(vault().createDirectory(u"d"_s));
     }
 
     void whatAKilledCompactionLeftGoesWithTheNextUnlocking()
@@ -241,22 +275,24 @@ private Q_SLOTS:
         QVERIFY(put(u"a"_s, noise(5000, 5)));
         int status = -1;
         for (int lastCall = 1; status != 0; ++lastCall) {
-            QVERIFY(vault->lockVault());
+            QVERIFY(vault().lockVault());
             const pid_t child = ::fork();
             if (child == 0) {
                 int calls = 0;
-                VaultManager killed;
                 const auto stop = [&](qint64, qint64, const QString &) {
                     if (++calls == lastCall)
                         ::kill(::getpid(), SIGKILL);
                 };
-                ::_exit(vault->unlockVault(container, password) && vault->compactVault(stop, nullptr) ? 0
-                                                                                                      : 1);
+                ::_exit(vault().unlockVault(fixture->container, fixture->password) &&
+                                vault().compactVault(stop, nullptr)
+                            ? 0
+                            : 1);
             }
             QCOMPARE(::waitpid(child, &status, 0), child);
-            if (!vault->unlockVault(container, password)) {
-                QVERIFY(QFile::remove(container) && QFile::rename(twin, container));
-                QVERIFY(vault->unlockVault(container, password));
+            if (!fixture->unlock()) {
+                QVERIFY(QFile::remove(fixture->container));
+                QVERIFY(QFile::rename(twin, fixture->container));
+                QVERIFY(fixture->unlock());
             }
             QCOMPARE(get(u"a"_s), noise(5000, 5));
             QVERIFY(!QFile::exists(twin));
@@ -266,51 +302,55 @@ private Q_SLOTS:
 
     void aLeftoverThatMayHoldMoreStaysAndIsTold()
     {
-        QVERIFY(put(u"a"_s, "conteúdo") && put(u"b"_s, "b") && QFile::copy(container, twin));
-        overwrite(container, 8388640,
+        QCOMPARE(fixture->play(u"put a=conteúdo; put b=b"_s), QString());
+        QVERIFY(QFile::copy(fixture->container, twin));
+        overwrite(fixture->container, 8388640,
                   "X"); // A block that only the twin has whole; then a file that only it has.
-        QVERIFY(vault->lockVault() && vault->unlockVault(container, password));
-        QCOMPARE(vault->compactionLeftovers(), QStringList{twin});
-        QVERIFY(vault->deleteFile(u"a"_s) && vault->lockVault());
-        QVERIFY(vault->changePassword(container, password, "outra senha longa"));
-        QCOMPARE(vault->compactionLeftovers(), QStringList{twin});
+        QVERIFY(fixture->reopen());
+        QCOMPARE(vault().compactionLeftovers(), QStringList{twin});
+        QCOMPARE(fixture->play(u"delete a; lock; password uma senha bem longa>outra senha longa"_s),
+                 QString());
+        QCOMPARE(vault().compactionLeftovers(), QStringList{twin});
     }
 
     void aPulledDriveFailsEverythingAndLosesNothing()
     {
-        QVERIFY(plugInStick());
+        useStick();
         const QByteArray large = noise(ContainerFormat::blockPlainSize + 5, 7);
         QVERIFY(put(u"a"_s, large));
-        const QByteArray former = readFile(onStick);
+        const QByteArray former = readFile(fixture->container);
 
-        QVERIFY(pullStick());
-        QString path;
-        QVERIFY(!put(u"b"_s, "b") && !vault->renameFile(u"a"_s, u"c"_s) && !vault->deleteFile(u"a"_s));
-        QVERIFY(!vault->createDirectory(u"d"_s) && !vault->compactVault({}, &path) && path.isEmpty());
-        QVERIFY(get(u"a"_s).isEmpty() && !vault->prepareFileForEditing(u"a"_s, &path));
-        QVERIFY(mountStick() && readFile(onStick) == former && get(u"a"_s) == large);
+        QVERIFY(pullOut());
+        QCOMPARE(fixture->play(u"-put b=b; -rename a>c; -delete a; -mkdir d; -compact; -open a; -get a"_s),
+                 QString());
+        QVERIFY(plugIn());
+        QVERIFY(readFile(fixture->container) == former);
+        QVERIFY(get(u"a"_s) == large);
 
         // While it works the operation holds the file; its result and the container tell the same.
         bool isPulled = false;
-        const bool isImported = vault->importFile(
-            source, u"b"_s, [&](qint64, qint64, const QString &) { isPulled = isPulled || pullStick(); });
-        QVERIFY(isPulled && mountStick() && vault->lockVault() && vault->unlockVault(onStick, password));
-        QVERIFY(get(u"a"_s) == large && vault->fileIndex().contains(u"b"_s) == isImported);
-        QVERIFY(vault->lockVault() && pullStick());
+        const bool isImported =
+            vault().importFile(fixture->folder.filePath(u"source"_s), u"b"_s,
+                               [&](qint64, qint64, const QString &) { isPulled = isPulled || pullOut(); });
+        QVERIFY(isPulled);
+        QVERIFY(plugIn());
+        QVERIFY(fixture->reopen());
+        QVERIFY(get(u"a"_s) == large);
+        QCOMPARE(vault().fileIndex().contains(u"b"_s), isImported);
     }
 
     void anImportThatFillsTheDriveIsUndone()
     {
         QVERIFY(put(u"a"_s, "a"));
-        const QByteArray former = readFile(container);
-        const QString large = QDir::temp().filePath(u"tessarin-test-large"_s);
-        writeFile(large, QByteArray(200 * mebibyte, 'l'));
+        const QByteArray former = readFile(fixture->container);
+        const QString large = temporary.filePath(u"large"_s);
+        writeFile(large, {});
+        QVERIFY(QFile::resize(large, 200 * mebibyte));
         qint64 doneBytes = 0;
-        const bool imported =
-            vault->importFile(large, u"l"_s, [&](qint64 done, qint64, const QString &) { doneBytes = done; });
-        QVERIFY(QFile::remove(large));
-        QVERIFY(!imported && doneBytes > 32 * mebibyte);
-        QVERIFY(readFile(container) == former);
+        QVERIFY(!vault().importFile(large, u"l"_s,
+                                    [&](qint64 done, qint64, const QString &) { doneBytes = done; }));
+        QVERIFY(doneBytes > 32 * mebibyte);
+        QVERIFY(readFile(fixture->container) == former);
         QCOMPARE(get(u"a"_s), "a");
     }
 };

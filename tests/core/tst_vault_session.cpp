@@ -14,19 +14,6 @@ using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
 using namespace Qt::Literals::StringLiterals;
 
-namespace {
-
-/// Makes a copy look edited, whatever the resolution of the file system's clock.
-void edit(const QString &copyPath, const QByteArray &bytes)
-{
-    writeFile(copyPath, bytes);
-    QFile copy(copyPath);
-    QVERIFY(copy.open(QIODevice::ReadWrite));
-    QVERIFY(copy.setFileTime(QDateTime::currentDateTimeUtc().addSecs(5), QFileDevice::FileModificationTime));
-}
-
-} // namespace
-
 class VaultSessionTest : public QObject
 {
     Q_OBJECT
@@ -35,28 +22,42 @@ private Q_SLOTS:
     void createLeavesALockedVaultOfTheStatedForm()
     {
         VaultFixture f;
-        QVERIFY(!f.vault.createVault(f.container, "onze letras") && !QFile::exists(f.container));
-        QVERIFY(f.vault.createVault(f.container, "doze letras!"));
+        const QString path = f.root + u"/novo.trvx"_s;
+        // Characters count, not bytes, nor the halves of those beyond the Basic Multilingual Plane.
+        for (const char *tooShort : {"", "onze letras", "ééééééééééé", "🔑🔑🔑🔑🔑🔑🔑🔑🔑🔑🔑"})
+            QVERIFY2(!f.vault.createVault(path, tooShort), tooShort);
+        QVERIFY(!QFile::exists(path));
+        for (const char *password : {"éééééééééééé", "🔑🔑🔑🔑🔑🔑🔑🔑🔑🔑🔑🔑", "doze letras!"}) {
+            QVERIFY(f.vault.createVault(path, password));
+            QCOMPARE(f.vault.state(), VaultManager::Locked);
+            QVERIFY(f.vault.unlockVault(path, password));
+            QCOMPARE(f.vault.state(), VaultManager::Unlocked);
+        }
         const ContainerCryptoMetadata crypto = f.document().crypto;
         QCOMPARE(crypto.kdf, u"Argon2id"_s);
         QCOMPARE(crypto.kdfIterations, 0);
         QCOMPARE(crypto.encryptedMasterKey.size(), 80);
-        QVERIFY(crypto.salt.size() == 16 && crypto.payloadNonce.size() == 24);
-        const QByteArray former = readFile(f.container);
-        QCOMPARE(former.size(), 8388636);
+        QCOMPARE(crypto.salt.size(), 16);
+        QCOMPARE(crypto.payloadNonce.size(), 24);
+    }
 
-        QVERIFY(!f.unlock() && !f.vault.unlockVault(f.container, {}) && !f.vault.saveIndex({}));
+    void aLockedVaultDoesNothing()
+    {
+        VaultFixture f;
+        QCOMPARE(f.play(u"put d/a=a; lock"_s), QString());
+        const QByteArray former = readFile(f.container);
+        QCOMPARE(f.play(u"-put x=x; -get d/a=a; -save; -move d/a>; -rename d/a>d/b; -delete d/a; -mkdir e; "
+                        u"-mvdir d>e; "
+                        "-rmdir d; -compact; -open d/a; -unlock; -unlock uma senha errada; lock"_s),
+                 QString());
         QCOMPARE(f.vault.state(), VaultManager::Locked);
         QVERIFY(readFile(f.container) == former);
-        QVERIFY(f.vault.unlockVault(f.container, "doze letras!"));
-        QCOMPARE(f.vault.state(), VaultManager::Unlocked);
-        QVERIFY(f.vault.saveIndex({}) && f.document().crypto.payloadNonce != crypto.payloadNonce);
     }
 
     void everyHeaderFieldIsBound()
     {
         VaultFixture f;
-        QVERIFY(f.create());
+        QVERIFY(f.vault.lockVault());
         const ContainerDocument good = f.document();
         const auto opensWith = [&](auto &&change) {
             ContainerDocument changed = good;
@@ -67,79 +68,108 @@ private Q_SLOTS:
         QVERIFY(!opensWith([&](auto &crypto) { flip(crypto.salt); }));
         QVERIFY(!opensWith([&](auto &crypto) { flip(crypto.nonce); }));
         QVERIFY(!opensWith([&](auto &crypto) { flip(crypto.payloadNonce); }));
+        QVERIFY(!opensWith([&](auto &crypto) { flip(crypto.encryptedMasterKey); }));
+        QVERIFY(!opensWith([](auto &crypto) { crypto.encryptedMasterKey.clear(); }));
         QVERIFY(!opensWith([](auto &crypto) { crypto.salt.chop(1); }));
+        QVERIFY(!opensWith([](auto &crypto) { crypto.cipher += u'x'; }));
         QVERIFY(!opensWith([](auto &crypto) { crypto.kdfIterations = 1; }));
+        // A forged count does not keep anybody waiting.
         QVERIFY(
             !opensWith([](auto &crypto) { crypto.kdf = u"PBKDF2"_s, crypto.kdfIterations = 2000000000; }));
         QVERIFY(opensWith([](auto &) {}));
     }
 
+    /// Every change of the header seals its index under a nonce that was never there before.
+    void noNonceIsUsedTwice()
+    {
+        VaultFixture f;
+        QSet<QByteArray> nonces{f.document().crypto.nonce, f.document().crypto.payloadNonce};
+        for (const QString &step :
+             {u"put d/a=x"_s, u"rename d/a>d/b"_s, u"move d/b>"_s, u"mkdir e"_s, u"mvdir e>g"_s, u"rmdir g"_s,
+              u"save"_s, u"series"_s, u"put 1=1"_s, u"put 2=2"_s, u"end"_s, u"delete 1"_s, u"compact"_s,
+              u"open b"_s, u"edit b=y"_s, u"reopen"_s}) {
+            const QByteArray former = f.document().encryptedIndex;
+            if (step == u"series"_s)
+                f.vault.beginImportSeries();
+            else if (step == u"end"_s)
+                QVERIFY(f.vault.endImportSeries());
+            else
+                QCOMPARE(f.play(step), QString());
+            const ContainerDocument document = f.document();
+            if (document.encryptedIndex == former)
+                continue;
+            QVERIFY2(!nonces.contains(document.crypto.payloadNonce), qPrintable(step));
+            QCOMPARE(document.crypto.payloadNonce.size(), 24);
+            nonces << document.crypto.payloadNonce;
+        }
+        QVERIFY(nonces.size() > 12);
+    }
+
     void changingThePasswordKeepsEverythingElse()
     {
-        const QByteArray next = "outra senha longa";
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "conteúdo"));
-        QVERIFY(!f.vault.changePassword(f.container, f.password, next) && f.vault.lockVault());
+        QCOMPARE(f.play(u"put a=conteúdo; -password uma senha bem longa>outra senha longa; lock; -password "
+                        u"não é esta>outra senha "
+                        "longa; -password >outra senha longa; -password uma senha bem longa>onze letras; "
+                        "-password uma senha "
+                        "bem longa>ééééééééééé"_s),
+                 QString());
         const ContainerDocument before = f.document();
-        QVERIFY(!f.vault.changePassword(f.container, "não é esta senha", next));
-        QVERIFY(!f.vault.changePassword(f.container, f.password, "onze letras"));
-        QVERIFY(f.vault.changePassword(f.container, f.password, next));
+        QCOMPARE(f.play(u"password uma senha bem longa>outra senha longa"_s), QString());
         const ContainerDocument after = f.document();
         QCOMPARE(after.encryptedIndex, before.encryptedIndex);
-        QVERIFY(after.crypto.salt != before.crypto.salt && after.crypto.nonce != before.crypto.nonce);
-        QVERIFY(!f.unlock() && f.vault.unlockVault(f.container, next));
-        QCOMPARE(f.get(u"a"_s), "conteúdo");
+        QVERIFY(after.crypto.salt != before.crypto.salt);
+        QVERIFY(after.crypto.nonce != before.crypto.nonce);
+        QCOMPARE(f.play(u"-unlock uma senha bem longa; unlock outra senha longa; get a=conteúdo"_s),
+                 QString());
     }
 
     void editedCopiesGoBackUnlessTheirFileIsAnother()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock());
-        QHash<QString, QString> copies;
-        for (const QString &path : {u"Docs/A.txt"_s, u"apagado"_s, u"trocado"_s, u"igual"_s}) {
-            QVERIFY(f.put(path, "velho"));
-            QVERIFY(f.vault.prepareFileForEditing(path.toUpper(), &copies[path]));
-            QCOMPARE(copies[path], f.vault.workspacePath() + u'/' + path);
-            QCOMPARE(readFile(copies[path]), "velho");
-        }
-        QVERIFY(f.vault.modifiedOpenFiles().isEmpty());
-        for (const QString &path : {u"Docs/A.txt"_s, u"apagado"_s, u"trocado"_s})
-            edit(copies[path], "editado");
-        QVERIFY(QFile::remove(copies[u"igual"_s]));
-        QVERIFY(f.vault.deleteFile(u"Apagado"_s) && f.put(u"TROCADO"_s, "importado"));
+        QCOMPARE(f.play(u"put Docs/A.txt=velho; put apagado=velho; put trocado=velho; put igual=velho; open "
+                        u"DOCS/A.TXT; open "
+                        "APAGADO; open TROCADO; open IGUAL; -open falta"_s),
+                 QString());
+        QCOMPARE(f.copies.value(u"docs/a.txt"_s), f.vault.workspacePath() + u"/Docs/A.txt"_s);
+        QCOMPARE(readFile(f.copies.value(u"docs/a.txt"_s)), "velho");
+        QCOMPARE(f.vault.modifiedOpenFiles().size(), 0);
+        QVERIFY(QFile::remove(f.copies.value(u"igual"_s)));
+        QCOMPARE(
+            f.play(
+                u"edit docs/a.txt=editado; edit apagado=editado; edit trocado=editado; delete Apagado; put "
+                "TROCADO=importado"_s),
+            QString());
         QCOMPARE(f.vault.modifiedOpenFiles().size(), 1);
 
         // Another vault locks this one.
         const QString workspace = f.vault.workspacePath();
-        QVERIFY(f.vault.createVault(f.folder.filePath(u"b.trvx"_s), f.password));
-        QVERIFY(f.vault.state() == VaultManager::Locked && !QFileInfo::exists(workspace));
-        QVERIFY(f.unlock());
-        QCOMPARE(f.filePaths(), QStringList({u"igual"_s, u"TROCADO"_s, u"Docs/A.txt"_s}));
-        QCOMPARE(f.get(u"Docs/A.txt"_s), "editado");
-        QCOMPARE(f.get(u"trocado"_s), "importado");
-        QCOMPARE(f.get(u"igual"_s), "velho");
+        QVERIFY(f.vault.createVault(f.root + u"/b.trvx"_s, f.password));
+        QCOMPARE(f.vault.state(), VaultManager::Locked);
+        QVERIFY(!QFileInfo::exists(workspace));
+        QCOMPARE(
+            f.play(
+                u"unlock uma senha bem longa; get Docs/A.txt=editado; get trocado=importado; get igual=velho"_s),
+            QString());
+        QCOMPARE(f.paths(), QStringList({u"Docs/"_s, u"igual"_s, u"TROCADO"_s, u"Docs/A.txt"_s}));
     }
 
     void anEditSurvivesOpeningItsFileAgainInVain()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, noise(100, 1)));
-        QString copy;
-        QVERIFY(f.vault.prepareFileForEditing(u"a"_s, &copy));
-        edit(copy, "editado");
-        const VaultFileBlock block = f.vault.fileIndex().entries().first().blocks.first();
-        overwrite(f.container, block.offset, "danificado");
-        QVERIFY(!f.vault.prepareFileForEditing(u"a"_s, &copy) && readFile(copy) == "editado");
+        QCOMPARE(f.play(u"put a=com vários bytes; open a; edit a=editado"_s), QString());
+        const QString copy = f.copies.value(u"a"_s);
+        overwrite(f.container, f.entry(u"a"_s).blocks.first().offset, "danificado");
+        QCOMPARE(f.play(u"-open a"_s), QString());
+        QCOMPARE(readFile(copy), "editado");
         const auto all = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
         QCOMPARE(QDir(f.vault.workspacePath()).entryList(all).size(), 2);
-        QVERIFY(f.vault.lockVault() && f.unlock());
-        QCOMPARE(f.get(u"a"_s), "editado");
+        QCOMPARE(f.play(u"reopen; get a=editado"_s), QString());
     }
 
     void whatTheVaultHoldsCanBeOpenedWhateverItsName()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock());
         QSet<QString> copies;
         const QStringList names{u":a"_s,
                                 u":d/b"_s,
@@ -157,7 +187,7 @@ private Q_SLOTS:
             edit(copy, name.toUtf8() + "!");
         }
         QCOMPARE(copies.size(), names.size());
-        QVERIFY(f.vault.lockVault() && f.unlock());
+        QVERIFY(f.reopen());
         for (const QString &name : names)
             QCOMPARE(f.get(name), name.toUtf8() + "!");
     }
@@ -183,7 +213,7 @@ private Q_SLOTS:
                 failures += ::waitpid(child, &status, 0) != child || status != 0;
             }
         }
-        qputenv("TMPDIR", former);
+        former.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", former);
         QCOMPARE(failures, 0);
     }
 
@@ -191,75 +221,87 @@ private Q_SLOTS:
     {
         const mode_t former = ::umask(0);
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"x/y/z.txt"_s, "segredo"));
-        QString copy;
-        QVERIFY(f.vault.prepareFileForEditing(u"x/y/z.txt"_s, &copy));
+        QCOMPARE(f.play(u"put x/y/z.txt=segredo; open x/y/z.txt"_s), QString());
         ::umask(former);
-        const auto mode = [](const QString &path) {
+        const auto mode = [&](const QString &path) {
             struct stat status = {};
-            return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777U : 0U;
+            ::stat(QFile::encodeName(f.vault.workspacePath() + path).constData(), &status);
+            return QString::number(status.st_mode & 07777U, 8);
         };
-        for (const QString &path : {QString(), u"/x"_s, u"/x/y"_s})
-            QCOMPARE(mode(f.vault.workspacePath() + path), 0700U);
-        QCOMPARE(mode(copy), 0600U);
-        QVERIFY(!f.put(u".tessarin-workspace.lock"_s, "x") ||
-                !f.vault.prepareFileForEditing(u".tessarin-workspace.lock"_s, &copy));
-        QVERIFY(f.vault.lockVault());
+        QCOMPARE((QStringList{mode({}), mode(u"/x"_s), mode(u"/x/y"_s), mode(u"/x/y/z.txt"_s)}),
+                 (QStringList{u"700"_s, u"700"_s, u"700"_s, u"600"_s}));
+        // The lock's own name is no file to open.
+        QCOMPARE(f.play(u"put .tessarin-workspace.lock=x; -open .tessarin-workspace.lock"_s), QString());
     }
 
     void anotherProgramsWorkIsLeftAlone()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "a"));
-        VaultManager other;
-        QVERIFY(other.unlockVault(f.container, f.password));
-        QVERIFY(other.createDirectory(u"dela"_s));
+        VaultFixture g(f.root);
+        QCOMPARE(g.play(u"put a=a"_s), QString());
+        QVERIFY(f.vault.unlockVault(f.container, f.password));
+        QCOMPARE(g.play(u"mkdir dela"_s), QString());
         const QByteArray saved = readFile(f.container);
-        QVERIFY(!f.put(u"b"_s, "b") && !f.vault.deleteFile(u"a"_s) && !f.vault.compactVault({}, nullptr));
+        QCOMPARE(f.play(u"-put b=b; -delete a; -compact; -mkdir c; -rename a>b"_s), QString());
         QVERIFY(readFile(f.container) == saved);
 
         // A password changed meanwhile is no conflict, and stays changed.
-        QVERIFY(other.lockVault() && other.changePassword(f.container, f.password, "outra senha longa"));
-        VaultManager third;
-        QVERIFY(third.unlockVault(f.container, "outra senha longa"));
+        QCOMPARE(g.play(u"lock; password uma senha bem longa>outra senha longa; unlock outra senha longa"_s),
+                 QString());
         QVERIFY(VaultManager().changePassword(f.container, "outra senha longa", f.password));
-        QVERIFY(third.createDirectory(u"terceira"_s) && third.lockVault());
-        QVERIFY(other.unlockVault(f.container, f.password) && other.lockVault());
+        QCOMPARE(g.play(u"mkdir terceira; lock; unlock uma senha bem longa"_s), QString());
 
-        QVERIFY(other.createVault(f.container, f.password));
+        // While a change is under way, no other begins.
+        QString met;
+        QVERIFY(g.vault.importFile(u"/etc/passwd"_s, u"c"_s, [&](qint64, qint64, const QString &) {
+            met = f.play(u"reopen; -mkdir no meio; -compact"_s) + u"met"_s;
+        }));
+        QCOMPARE(met, u"met"_s);
+
+        QVERIFY(VaultManager().createVault(f.container, f.password));
         const QByteArray replaced = readFile(f.container);
-        QVERIFY(!f.vault.createDirectory(u"n"_s) && !f.vault.compactVault({}, nullptr));
+        QCOMPARE(g.play(u"-mkdir n; -compact"_s), QString());
         QVERIFY(readFile(f.container) == replaced);
     }
 
     void aForeignWorkspaceIsRefused()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"d/a"_s, "segredo") && f.vault.lockVault());
-        const QString victim = f.folder.filePath(u"victim"_s);
-        QVERIFY(QDir().mkdir(victim) && QFile::link(victim, f.vault.workspacePath()));
-        QString copy;
-        QVERIFY(!f.unlock() && !f.vault.prepareFileForEditing(u"d/a"_s, &copy));
-        QVERIFY(QFile::remove(f.vault.workspacePath()) && f.vault.lockVault());
-        QVERIFY(f.unlock() && QFile::link(victim, f.vault.workspacePath() + u"/d"_s));
-        QVERIFY(!f.vault.prepareFileForEditing(u"d/a"_s, &copy));
-        QVERIFY(QDir(victim).isEmpty() && f.vault.lockVault() && QFile::exists(victim));
+        const QString victim = f.root + u"/victim"_s;
+        const QString workspace = f.vault.workspacePath();
+        QVERIFY(QDir().mkdir(victim));
+        QCOMPARE(f.play(u"put d/a=segredo; lock"_s), QString());
+        QVERIFY(QFile::link(victim, workspace));
+        QCOMPARE(f.play(u"-unlock uma senha bem longa; -open d/a"_s), QString());
+        QVERIFY(QFile::remove(workspace));
+        QCOMPARE(f.play(u"reopen"_s), QString());
+        QVERIFY(QFile::link(victim, workspace + u"/d"_s));
+        QCOMPARE(f.play(u"-open d/a; lock"_s), QString());
+        QVERIFY(QDir(victim).isEmpty());
 
-        // Who owns the common folder can put a link in the workspace's place while it is in use.
-        QVERIFY(f.unlock() && f.vault.prepareFileForEditing(u"d/a"_s, &copy));
-        const QString moved = f.vault.workspacePath() + u"-moved"_s;
-        writeFile(victim + u"/own"_s, "x");
-        QVERIFY(QDir().rename(f.vault.workspacePath(), moved) &&
-                QFile::link(victim, f.vault.workspacePath()));
-        QVERIFY(!f.vault.lockVault() && f.vault.state() == VaultManager::Locked);
-        QVERIFY(QFile::exists(victim + u"/own"_s) && QDir(moved).isEmpty());
-        QVERIFY(QFile::remove(f.vault.workspacePath()) && QDir().rmdir(moved));
+        // Who owns the common folder can put a link in the place of a copy, or of the workspace, while it is
+        // in use.
+        QCOMPARE(f.play(u"unlock uma senha bem longa; open d/a"_s), QString());
+        writeFile(victim + u"/own"_s, "de outro");
+        const QString copy = f.copies.value(u"d/a"_s);
+        QVERIFY(QFile::remove(copy));
+        QVERIFY(QFile::link(victim + u"/own"_s, copy));
+        edit(victim + u"/own"_s, "de outro");
+        QCOMPARE(f.play(u"-lock; get d/a=segredo"_s), QString());
+        QVERIFY(QFile::remove(copy));
+        QVERIFY(QDir().rename(workspace, workspace + u"-moved"_s));
+        QVERIFY(QFile::link(victim, workspace));
+        QCOMPARE(f.play(u"-lock"_s), QString());
+        QCOMPARE(f.vault.state(), VaultManager::Locked);
+        QCOMPARE(QDir(victim).entryList(QDir::Files), QStringList{u"own"_s});
+        QVERIFY(QFile::remove(workspace));
+        QVERIFY(QDir().rmdir(workspace + u"-moved"_s));
     }
 
     void aWorkspaceThatIsTakenLeavesTheVaultOpen()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.vault.lockVault());
+        QVERIFY(f.vault.lockVault());
         QVERIFY(
             QDir().mkdir(f.vault.workspacePath(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         const QString lockPath = f.vault.workspacePath() + u"/.tessarin-workspace.lock"_s;
@@ -273,8 +315,10 @@ private Q_SLOTS:
         }
         QTRY_VERIFY(QFile::exists(lockPath));
         QVERIFY(!f.unlock());
-        QVERIFY(f.vault.state() == VaultManager::Unlocked && f.put(u"a"_s, "a"));
-        QVERIFY(::kill(otherProcess, SIGKILL) == 0 && ::waitpid(otherProcess, nullptr, 0) == otherProcess);
+        QCOMPARE(f.vault.state(), VaultManager::Unlocked);
+        QVERIFY(f.put(u"a"_s, "a"));
+        QCOMPARE(::kill(otherProcess, SIGKILL), 0);
+        QCOMPARE(::waitpid(otherProcess, nullptr, 0), otherProcess);
         QVERIFY(f.vault.lockVault());
     }
 };

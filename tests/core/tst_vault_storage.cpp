@@ -2,6 +2,7 @@
 // operations may meet is up to the random day of tst_vault_day.
 #include "support/VaultFixture.h"
 
+#include <QBuffer>
 #include <QTest>
 #include <QUuid>
 
@@ -22,13 +23,12 @@ private Q_SLOTS:
     void filesOfEverySizeComeBackByteForByte()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock());
         const QByteArray bytes = noise(2 * block + 7, 5);
-        const QHash<qsizetype, QList<qint64>> blockSizes{
+        const QMap<qsizetype, QList<qint64>> blockSizes{
             {0, {}}, {1, {1}}, {block, {block}}, {block + 1, {block, 1}}, {2 * block + 7, {block, block, 7}}};
         for (const qsizetype size : blockSizes.keys())
             QVERIFY(f.put(u"f%1"_s.arg(size), bytes.left(size)));
-        QVERIFY(f.vault.lockVault() && f.unlock());
+        QVERIFY(f.reopen());
 
         QSet<QByteArray> nonces;
         for (const VaultFileEntry &entry : f.vault.fileIndex().entries()) {
@@ -36,11 +36,13 @@ private Q_SLOTS:
             QVERIFY(f.get(entry.vaultPath) == expected);
             QCOMPARE(entry.sha256, QCryptographicHash::hash(expected, QCryptographicHash::Sha256));
             QCOMPARE(QUuid(entry.id).toString(QUuid::WithoutBraces), entry.id);
+            QVERIFY(qAbs(entry.lastModifiedUtc.secsTo(QDateTime::currentDateTimeUtc())) < 60);
             QList<qint64> sizes;
             for (const VaultFileBlock &stored : entry.blocks) {
                 sizes << stored.plainSize;
                 QCOMPARE(stored.encryptedSize, stored.plainSize + 16);
-                QVERIFY(stored.nonce.size() == 24 && !nonces.contains(stored.nonce));
+                QCOMPARE(stored.nonce.size(), 24);
+                QVERIFY(!nonces.contains(stored.nonce));
                 nonces.insert(stored.nonce);
             }
             QCOMPARE(sizes, blockSizes.value(entry.sizeBytes));
@@ -50,105 +52,121 @@ private Q_SLOTS:
     void progressTellsEveryBlockAndReplacingIgnoresCase()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"Docs/A.TXT"_s, "primeiro") && f.put(u"z"_s, "z"));
-        const VaultFileEntry former = f.vault.fileIndex().entries().first();
-        const QString source = f.folder.filePath(u"s"_s);
+        QVERIFY(f.put(u"Docs/A.TXT"_s, "primeiro"));
+        QVERIFY(f.put(u"z"_s, "z"));
+        const QString formerId = f.entry(u"Docs/A.TXT"_s).id;
+        const QString source = f.root + u"/s"_s;
         writeFile(source, QByteArray(block + 3, 'x'));
-        QList<qint64> seen;
+        QStringList seen;
         const auto note = [&](qint64 done, qint64 total, const QString &label) {
-            seen << done << total;
-            QCOMPARE(label, u"docs/a.txt"_s);
+            seen += u"%1/%2 %3"_s.arg(done).arg(total).arg(label);
         };
         QVERIFY(f.vault.importFile(source, u" \\docs\\a.txt"_s, note));
-        QCOMPARE(seen, QList<qint64>({block, block + 3, block + 3, block + 3}));
-        QCOMPARE(f.filePaths(), QStringList({u"z"_s, u"docs/a.txt"_s}));
-        QCOMPARE(f.directoryPaths(), QStringList(u"Docs"_s));
-        QVERIFY(f.vault.fileIndex().entries().last().id != former.id);
-        QVERIFY(f.get(u"DOCS/A.txt"_s) == readFile(source));
+        const QStringList expected{u"16777216/16777219 docs/a.txt"_s, u"16777219/16777219 docs/a.txt"_s};
+        QCOMPARE(seen, expected);
+        QCOMPARE(f.paths(), QStringList({u"Docs/"_s, u"z"_s, u"docs/a.txt"_s}));
+        QVERIFY(f.entry(u"docs/a.txt"_s).id != formerId);
+        QBuffer bytes;
+        QVERIFY(bytes.open(QIODevice::WriteOnly));
+        seen.clear();
+        QVERIFY(f.vault.writeVaultFileToDevice(u"DOCS/A.txt"_s, &bytes, note));
+        QVERIFY(bytes.data() == readFile(source));
+        QCOMPARE(seen, expected);
     }
 
     void whatMovesKeepsItsIdAndItsPlace()
     {
         VaultFixture f;
-        VaultManager &vault = f.vault;
-        QVERIFY(f.createAndUnlock() && f.put(u"a/x.txt"_s, "x") && f.put(u"Notas.txt"_s, "n"));
-        const VaultFileEntry former = vault.fileIndex().entries().first();
-        QVERIFY(vault.moveFile(u"A/X.txt"_s, {}) && vault.moveFile(u"notas.txt"_s, u"A"_s));
-        QCOMPARE(f.filePaths(), QStringList({u"X.txt"_s, u"A/notas.txt"_s}));
-        const VaultFileEntry moved = vault.fileIndex().entries().first();
-        QVERIFY(moved.id == former.id && moved.lastModifiedUtc == former.lastModifiedUtc);
+        QCOMPARE(f.play(u"put a/x.txt=x; put Notas.txt=n"_s), QString());
+        const VaultFileEntry former = f.entry(u"a/x.txt"_s);
+        QCOMPARE(f.play(u"move A/X.txt>; move notas.txt>A; mkdir /a/Sub/fim/; mkdir ab"_s), QString());
+        QCOMPARE(f.paths().join(u' '), u"a/ a/Sub/ a/Sub/fim/ ab/ X.txt A/notas.txt"_s);
+        QCOMPARE(f.entry(u"X.txt"_s).id, former.id);
+        QCOMPARE(f.entry(u"X.txt"_s).lastModifiedUtc, former.lastModifiedUtc);
 
-        QVERIFY(vault.createDirectory(u"/a/Sub/fim/"_s) && vault.createDirectory(u"ab"_s));
-        const QDateTime before = vault.fileIndex().findDirectory(u"a/sub"_s)->modifiedUtc;
-        QTest::qWait(2);
-        QVERIFY(vault.renameDirectory(u"A"_s, u"c/D"_s));
-        QCOMPARE(f.directoryPaths(),
-                 QStringList({u"c/D"_s, u"c/D/Sub"_s, u"c/D/Sub/fim"_s, u"ab"_s, u"c"_s}));
-        QVERIFY(vault.fileIndex().findDirectory(u"c/d/sub"_s)->modifiedUtc > before);
-        QCOMPARE(f.get(u"c/d/notas.txt"_s), "n");
+        const VaultDirectoryEntry sub = *f.vault.fileIndex().findDirectory(u"a/sub"_s);
+        QTRY_VERIFY(QDateTime::currentDateTimeUtc() > sub.modifiedUtc);
+        QCOMPARE(f.play(u"mvdir A>c/D; get c/d/notas.txt=n"_s), QString());
+        QCOMPARE(f.paths().join(u' '), u"c/D/ c/D/Sub/ c/D/Sub/fim/ ab/ c/ X.txt c/D/notas.txt"_s);
+        const SecureFileIndex index = f.vault.fileIndex();
+        QVERIFY(index.findDirectory(u"c/d/sub"_s)->modifiedUtc > sub.modifiedUtc);
+        QCOMPARE(index.findDirectory(u"c/d/sub"_s)->createdUtc, sub.createdUtc);
+        for (const QString &bad : {QString(), u".."_s, u"a/."_s, u"a//../b"_s})
+            QCOMPARE(
+                f.play(
+                    u"-rename X.txt>%1; -mvdir ab>%1; -mkdir %1; -rmdir %1; -put %1=x; -move %1>ab; -delete %1"_s
+                        .arg(bad)),
+                QString());
+        QCOMPARE(
+            f.play(
+                u"-move X.txt>falta; -move X.txt>..; -rename X.txt>ab; -rename X.txt>C; -mvdir ab>x.TXT"_s),
+            QString());
+    }
 
-        for (const QString &bad : {QString(), u".."_s, u"a/."_s})
-            QVERIFY(!vault.renameFile(u"X.txt"_s, bad) && !vault.renameDirectory(u"ab"_s, bad) &&
-                    !vault.createDirectory(bad) && !f.put(bad, "x") && !vault.moveFile(bad, u"ab"_s));
-
-        // A file that is open keeps its name, and those of the folders around it.
-        QString copy;
-        QVERIFY(vault.prepareFileForEditing(u"c/d/notas.txt"_s, &copy));
-        QVERIFY(!vault.moveFile(u"C/d/notas.txt"_s, {}) && !vault.renameFile(u"c/D/notas.TXT"_s, u"y"_s));
-        QVERIFY(!vault.renameDirectory(u"C"_s, u"e"_s) && vault.renameDirectory(u"ab"_s, u"e"_s));
+    /// A file that is open keeps its name, and those of the folders around it, until it is deleted.
+    void whatIsOpenStaysInItsPlace()
+    {
+        VaultFixture f;
+        QVERIFY(!f.vault.prepareFileForEditing(u"c/d/n.txt"_s, nullptr));
+        QCOMPARE(f.play(u"put c/d/n.txt=n; mkdir ab; open C/d/n.txt; -move C/d/n.txt>; -rename c/D/N.TXT>y; "
+                        u"-mvdir C>e; "
+                        "-mvdir c/D>e; mvdir ab>e"_s),
+                 QString());
         const qint64 size = QFileInfo(f.container).size();
-        QVERIFY(vault.deleteFile(u"c/d/notas.txt"_s) && vault.renameDirectory(u"c"_s, u"f"_s));
+        QCOMPARE(f.play(u"delete c/d/n.txt; mvdir c>f"_s), QString());
         QCOMPARE(QFileInfo(f.container).size(), size);
+        QCOMPARE(f.paths().join(u' '), u"f/ f/d/ e/"_s);
     }
 
     void whatIsNoFileIsRefusedAndNothingIsWritten()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, "a"));
+        QVERIFY(f.put(u"a"_s, "a"));
         const QByteArray former = readFile(f.container);
-        const QString link = f.folder.filePath(u"link"_s);
+        const QString link = f.root + u"/link"_s;
+        const QString hard = f.root + u"/hard"_s;
         QVERIFY(QFile::link(f.container, link));
-        QVERIFY(::link(QFile::encodeName(f.container).constData(),
-                       QFile::encodeName(f.folder.filePath(u"hard"_s)).constData()) == 0);
-        for (const QString &source : {f.folder.filePath(u"falta"_s), f.folder.path(), u"/dev/zero"_s,
-                                      f.container, link, f.folder.filePath(u"hard"_s)})
-            QVERIFY(!f.vault.importFile(source, u"x"_s));
-        QVERIFY(!f.vault.exportFile(u"a"_s, link) &&
-                !f.vault.exportFile(u"a"_s, f.folder.filePath(u"hard"_s)));
-        QVERIFY(!f.vault.exportFile(u"a"_s, f.folder.path()) &&
-                !f.vault.exportFile({}, f.folder.filePath(u"t"_s)));
-        QVERIFY(!f.vault.writeVaultFileToDevice(u"a"_s, nullptr) && f.get(u"falta"_s).isNull());
-        QVERIFY(readFile(f.container) == former);
-        QVERIFY(f.vault.lockVault());
-        QVERIFY(!f.put(u"x"_s, "x") && f.get(u"a"_s).isNull());
+        QCOMPARE(::link(QFile::encodeName(f.container).constData(), QFile::encodeName(hard).constData()), 0);
+        for (const QString &source : {f.root + u"/falta"_s, f.root, u"/dev/zero"_s, f.container, link, hard})
+            QVERIFY2(!f.vault.importFile(source, u"x"_s), qPrintable(source));
+        for (const QString &target : {f.container, link, hard, f.root, f.root + u"/falta/x"_s})
+            QVERIFY2(!f.vault.exportFile(u"a"_s, target), qPrintable(target));
+        QVERIFY(!f.vault.exportFile({}, f.root + u"/t"_s));
+        QVERIFY(!f.vault.exportFile(u"a"_s, u"/dev/full"_s));
+        QVERIFY(!f.vault.writeVaultFileToDevice(u"a"_s, nullptr));
+        QVERIFY(f.get(u"falta"_s).isNull());
         QVERIFY(readFile(f.container) == former);
     }
 
     void damagedOrHostileBlocksFailToExport()
     {
         VaultFixture f;
-        QVERIFY(f.createAndUnlock() && f.put(u"a"_s, noise(1000, 2)));
-        const VaultFileEntry good = f.vault.fileIndex().entries().first();
-        const auto exportsWith = [&](auto &&change) {
+        QVERIFY(f.put(u"a"_s, noise(1000, 2)));
+        const VaultFileEntry good = f.entry(u"a"_s);
+        const auto exportsWith = [&](qint64 VaultFileBlock::*member, qint64 value) {
             VaultFileEntry entry = good;
-            change(entry.blocks.first());
+            entry.blocks.first().*member = value;
             SecureFileIndex index;
             index.addOrReplace(entry);
             return f.vault.saveIndex(index) && !f.get(u"a"_s).isNull();
         };
-        QVERIFY(exportsWith([](VaultFileBlock &) {}));
-        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.offset = -1; }));
-        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.offset = 100; }));
-        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.offset = std::numeric_limits<qint64>::max(); }));
-        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.plainSize = 0; }));
-        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.encryptedSize = -5; }));
-        QVERIFY(!exportsWith([](VaultFileBlock &b) {
-            b.plainSize = 1LL << 50;
-            b.encryptedSize = b.plainSize + 16;
-        }));
-        QVERIFY(!exportsWith([](VaultFileBlock &b) { b.nonce.chop(1); }));
+        QVERIFY(exportsWith(&VaultFileBlock::plainSize, 1000));
+        const qint64 most = std::numeric_limits<qint64>::max();
+        for (const qint64 value :
+             {qint64(-1), qint64(0), qint64(15), qint64(999), qint64(1001), qint64(1LL << 50), most, -most}) {
+            QVERIFY2(!exportsWith(&VaultFileBlock::offset, value), QByteArray::number(value));
+            QVERIFY2(!exportsWith(&VaultFileBlock::plainSize, value), QByteArray::number(value));
+            QVERIFY2(!exportsWith(&VaultFileBlock::encryptedSize, value), QByteArray::number(value));
+        }
+        VaultFileEntry entry = good;
+        entry.blocks.first().nonce.chop(1);
+        SecureFileIndex index;
+        index.addOrReplace(entry);
+        QVERIFY(f.vault.saveIndex(index));
+        QVERIFY(f.get(u"a"_s).isNull());
+        QVERIFY(exportsWith(&VaultFileBlock::offset, good.blocks.first().offset));
         overwrite(f.container, good.blocks.first().offset + 500, "X");
-        QVERIFY(!exportsWith([](VaultFileBlock &) {}));
+        QVERIFY(f.get(u"a"_s).isNull());
     }
 };
 

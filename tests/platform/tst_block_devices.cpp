@@ -20,13 +20,15 @@ private:
     void write(const QString &path, const QByteArray &content)
     {
         QFile file(root + path);
-        QVERIFY(QDir().mkpath(QFileInfo(file).path()) && file.open(QIODevice::WriteOnly));
+        QVERIFY(QDir().mkpath(QFileInfo(file).path()));
+        QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(content), content.size());
     }
 
     void link(const QString &target, const QString &path)
     {
-        QVERIFY(QDir().mkpath(QFileInfo(root + path).path()) && QFile::link(target, root + path));
+        QVERIFY(QDir().mkpath(QFileInfo(root + path).path()));
+        QVERIFY(QFile::link(target, root + path));
     }
 
     void addDevice(const QString &sysfsPath, const QByteArray &removable)

@@ -1,69 +1,64 @@
-// Sits in front of the program while an operation runs: answers the dialogs it opens, in order, and notes
-// every one that did not come, or that nobody expected.
+// Sits in front of the program while an operation runs: describes every dialog that comes in one line,
+// answers those that are expected, in order, and closes any other, so that nothing waits for a person.
 #pragma once
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QDialog>
+#include <QComboBox>
+#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
 #include <QProgressDialog>
+#include <QPushButton>
 #include <QScopedValueRollback>
 #include <QTest>
 #include <QTimer>
 
-#include <algorithm>
 #include <functional>
 
 namespace Tessarin::Tests {
 
 using namespace Qt::Literals::StringLiterals;
 
-/// One dialog, menu or progress display, and what to do with it.
+/// One dialog, menu or progress display: how its description begins, and what to do. An answer fills the
+/// fields from top to bottom and presses the button named last ("senha ; OK"); to a file dialog it is the
+/// paths.
 struct DialogStep
 {
-    QString title;
-    QString text; ///< How one of its labels begins.
-    std::function<void(QWidget &)> answer;
+    QString beginning;
+    QString answer;
+    std::function<void(QWidget &)> before = {}; ///< Done first, with the dialog on show.
 };
 
-/// Clicks the button with this text.
-inline DialogStep press(const QString &title, const QString &text, const QString &buttonText)
+/// "Title | texts | [fields] | buttons", with "*" at the default button and [*****] for a hidden field.
+inline QString describe(const QWidget &shown)
 {
-    return {title, text, [buttonText](QWidget &dialog) {
-                for (QAbstractButton *button : dialog.findChildren<QAbstractButton *>()) {
-                    if (button->isVisible() && button->text().remove(u'&') == buttonText)
-                        return button->click();
-                }
-            }};
-}
-
-/// A warning or information box.
-inline DialogStep told(const QString &text, const QString &title = u"Tessarin"_s)
-{
-    return press(title, text, u"OK"_s);
-}
-
-/// Fills the dialog's line edits, from top to bottom, and accepts it.
-inline DialogStep type(const QString &title, const QStringList &inputs, const QString &button = u"OK"_s)
-{
-    return {title, {}, [=](QWidget &dialog) {
-                const QList<QLineEdit *> edits = dialog.findChildren<QLineEdit *>();
-                for (qsizetype i = 0; i < inputs.size(); ++i)
-                    edits.at(i)->setText(inputs.at(i));
-                press({}, {}, button).answer(dialog);
-            }};
-}
-
-/// A file dialog: absolute paths.
-inline DialogStep pick(const QString &title, const QStringList &paths)
-{
-    return {title, {}, [paths](QWidget &dialog) {
-                const QString names =
-                    paths.size() == 1 ? paths.first() : u'"' + paths.join(u"\" \""_s) + u'"';
-                dialog.findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(names);
-                static_cast<QDialog &>(dialog).accept();
-            }};
+    QStringList parts{shown.windowTitle()};
+    QStringList buttons;
+    for (const QAction *action : qobject_cast<const QMenu *>(&shown) ? shown.actions() : QList<QAction *>())
+        parts += action->isSeparator()
+                     ? u"-"_s
+                     : action->text().remove(u'&') + (action->isEnabled() ? u""_s : u" (off)"_s);
+    if (const auto *files = qobject_cast<const QFileDialog *>(&shown)) {
+        parts += files->findChild<QLineEdit *>(u"fileNameEdit"_s)->text();
+        return (parts + files->nameFilters()).join(u" | "_s);
+    }
+    for (const QWidget *child : shown.findChildren<QWidget *>()) {
+        if (const auto *label = qobject_cast<const QLabel *>(child); label && !label->text().isEmpty()) {
+            const bool isRich = label->textFormat() != Qt::PlainText && Qt::mightBeRichText(label->text());
+            parts += (isRich ? u"<rich>"_s : QString()) + label->text().replace(u'\n', u'¶');
+        } else if (const auto *edit = qobject_cast<const QLineEdit *>(child))
+            parts += edit->echoMode() == QLineEdit::Password ? u"[hidden %1]"_s.arg(edit->text().size())
+                                                             : u'[' + edit->text() + u']';
+        else if (const auto *box = qobject_cast<const QComboBox *>(child))
+            parts += u'[' + box->currentText() + u']';
+        else if (const auto *button = qobject_cast<const QPushButton *>(child))
+            buttons += button->text().remove(u'&') + (button->isDefault() ? u"*"_s : QString());
+    }
+    buttons.sort();
+    return (parts << buttons.join(u' ')).join(u" | "_s) + (shown.width() > 1000 ? u" (wide)"_s : QString());
 }
 
 class DialogDriver : public QObject
@@ -77,7 +72,8 @@ public:
     }
 
     QList<DialogStep> steps; ///< Those that did not come yet.
-    QString faults;
+    QStringList seen;        ///< Every dialog, described, with its answer.
+    QString unexpected;
 
 private:
     void look()
@@ -85,34 +81,68 @@ private:
         QWidget *shown = QApplication::activePopupWidget();
         if (!shown)
             shown = QApplication::activeModalWidget();
+        if (!shown && !QApplication::activeWindow()) {
+            // As a window manager does once a dialog has gone.
+            for (QWidget *window : QApplication::topLevelWidgets())
+                window->activateWindow();
+        }
         if (!shown || shown == answered || answering)
             return;
-        if (steps.isEmpty() || !matches(*shown, steps.first())) {
-            // Most progress displays come and go by themselves.
-            if (qobject_cast<QProgressDialog *>(shown))
-                return;
-            faults += u"unexpected: "_s + shown->windowTitle();
-            steps.clear();
+        const QString description = describe(*shown);
+        const bool isExpected = !steps.isEmpty() && description.startsWith(steps.first().beginning);
+        // Most progress displays come and go by themselves.
+        if (qobject_cast<QProgressDialog *>(shown) && !(isExpected && steps.first().before)) {
+            if (!seen.contains(description))
+                seen += description;
+            return;
+        }
+        if (!isExpected) {
+            unexpected = description;
+            seen += description + u" <- nobody expected this"_s;
             shown->close();
             return;
         }
         // Out of the timer's own slot: the answer may open the next dialog, and the timer must go on.
         answering = true;
-        const auto answer = [this, shown, step = steps.takeFirst()] {
+        seen += description + (steps.first().answer.isEmpty() ? QString() : u" <- "_s + steps.first().answer);
+        const auto reply = [this, shown, step = steps.takeFirst()] {
             answering = false;
             const QScopedValueRollback<QWidget *> guard(answered, shown);
-            step.answer(*shown);
+            if (step.before)
+                step.before(*shown);
+            if (!step.answer.isEmpty())
+                answer(*shown, step.answer);
         };
-        QMetaObject::invokeMethod(this, answer, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, reply, Qt::QueuedConnection);
     }
 
-    static bool matches(const QWidget &shown, const DialogStep &step)
+    static void answer(QWidget &dialog, const QString &text)
     {
-        const QList<QLabel *> labels = shown.findChildren<QLabel *>();
-        return shown.windowTitle() == step.title &&
-               (step.text.isEmpty() || std::ranges::any_of(labels, [&](const QLabel *label) {
-                    return label->text().startsWith(step.text);
-                }));
+        if (text == u"close"_s) {
+            dialog.close();
+            return;
+        }
+        if (auto *files = qobject_cast<QFileDialog *>(&dialog)) {
+            const QString paths =
+                text.contains(u", "_s) ? u'"' + QString(text).replace(u", "_s, u"\" \""_s) + u'"' : text;
+            files->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(paths);
+            static_cast<QDialog *>(files)->accept();
+            return;
+        }
+        QStringList parts = text.split(u" ; "_s);
+        const QString buttonText = parts.takeLast();
+        const QList<QLineEdit *> edits = dialog.findChildren<QLineEdit *>();
+        auto *box = dialog.findChild<QComboBox *>();
+        for (qsizetype i = 0; i < parts.size(); ++i) {
+            if (box)
+                box->setCurrentText(parts.at(i));
+            else
+                edits.at(i)->setText(parts.at(i));
+        }
+        for (QAbstractButton *button : dialog.findChildren<QAbstractButton *>()) {
+            if (button->isVisible() && button->text().remove(u'&') == buttonText)
+                return button->click();
+        }
     }
 
     QTimer timer;
@@ -125,8 +155,8 @@ inline void drive(const std::function<void()> &operation, const QList<DialogStep
 {
     DialogDriver driver(steps);
     operation();
-    QVERIFY2(driver.faults.isEmpty(), qPrintable(driver.faults));
-    QVERIFY2(driver.steps.isEmpty(), qPrintable(u"missing: "_s + driver.steps.value(0).title));
+    QCOMPARE(driver.unexpected, QString());
+    QCOMPARE(driver.steps.value(0).beginning, QString());
 }
 
 } // namespace Tessarin::Tests

@@ -1,4 +1,4 @@
-// A vault in a temporary directory, and short ways to put bytes into it and get them out.
+// An unlocked vault in a directory of its own, and short ways to put bytes into it and get them out.
 #pragma once
 
 #include "core/ContainerManager.h"
@@ -6,31 +6,46 @@
 
 #include <QCryptographicHash>
 #include <QFile>
-#include <QStandardPaths>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <functional>
+
 namespace Tessarin::Tests {
+
+using namespace Qt::Literals::StringLiterals;
 
 inline void writeFile(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    QVERIFY2(file.open(QIODevice::WriteOnly | QIODevice::Truncate), qPrintable(path));
     QCOMPARE(file.write(bytes), bytes.size());
 }
 
+/// Null where no file can be read.
 inline QByteArray readFile(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return file.open(QIODevice::ReadOnly) ? "" + file.readAll() : QByteArray();
 }
 
 /// Changes the bytes of a file from an offset on, keeping its length.
 inline void overwrite(const QString &path, qint64 offset, const QByteArray &bytes)
 {
     QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly) && file.seek(offset));
+    QVERIFY(file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly));
+    QVERIFY(file.seek(offset));
     QCOMPARE(file.write(bytes), bytes.size());
+}
+
+/// Makes a copy look edited, whatever the resolution of the file system's clock.
+inline void edit(const QString &copyPath, const QByteArray &bytes)
+{
+    writeFile(copyPath, bytes);
+    QFile copy(copyPath);
+    QVERIFY(copy.open(QIODevice::ReadWrite));
+    QVERIFY(copy.setFileTime(QDateTime::currentDateTimeUtc().addSecs(5), QFileDevice::FileModificationTime));
 }
 
 /// Bytes that no compressor or coincidence makes equal to others.
@@ -45,19 +60,61 @@ inline QByteArray noise(qsizetype size, quint32 seed)
 class VaultFixture
 {
 public:
+    /// With a path, on the drive that is mounted there.
+    explicit VaultFixture(const QString &path = {}) : root(path.isEmpty() ? folder.path() : path)
+    {
+        if (!vault.createVault(container, password) || !unlock())
+            qFatal("no vault can be made in %s", qPrintable(root));
+    }
+
     const QByteArray password = "uma senha bem longa";
     QTemporaryDir folder;
-    const QString container = folder.filePath(QStringLiteral("tessarin.trvx"));
+    const QString root;
+    const QString container = root + u"/tessarin.trvx"_s;
     Core::VaultManager vault;
 
-    bool create() { return vault.createVault(container, password); }
     bool unlock() { return vault.unlockVault(container, password); }
-    bool createAndUnlock() { return create() && unlock(); }
+    bool reopen() { return vault.lockVault() && unlock(); }
+
+    /// Plays steps such as "put a=bytes; rename a>b; -rmdir c", where "-" is before what must be refused.
+    /// Returns the first step that went otherwise; empty when all went as they should.
+    QString play(const QString &script)
+    {
+        for (const QString &step : script.split(u"; "_s)) {
+            const bool isRefused = step.startsWith(u'-');
+            const QString verb = step.mid(isRefused).section(u' ', 0, 0);
+            const QString what = step.section(u' ', 1);
+            const QString from = what.section(QRegularExpression(u"[>=]"_s), 0, 0);
+            const QString to = what.mid(from.size() + 1);
+            const QHash<QString, std::function<bool()>> verbs{
+                {u"put"_s, [&] { return put(from, to.toUtf8()); }},
+                {u"get"_s, [&] { return !get(from).isNull() && get(from) == to.toUtf8(); }},
+                {u"open"_s, [&] { return vault.prepareFileForEditing(from, &copies[from.toLower()]); }},
+                {u"edit"_s, [&] { return edit(copies[from.toLower()], to.toUtf8()), true; }},
+                {u"move"_s, [&] { return vault.moveFile(from, to); }},
+                {u"rename"_s, [&] { return vault.renameFile(from, to); }},
+                {u"delete"_s, [&] { return vault.deleteFile(from); }},
+                {u"mkdir"_s, [&] { return vault.createDirectory(from); }},
+                {u"mvdir"_s, [&] { return vault.renameDirectory(from, to); }},
+                {u"rmdir"_s, [&] { return vault.deleteDirectory(from); }},
+                {u"save"_s, [&] { return vault.saveIndex(vault.fileIndex()); }},
+                {u"compact"_s, [&] { return vault.compactVault({}, nullptr); }},
+                {u"password"_s, [&] { return vault.changePassword(container, from.toUtf8(), to.toUtf8()); }},
+                {u"lock"_s, [&] { return vault.lockVault(); }},
+                {u"unlock"_s, [&] { return vault.unlockVault(container, what.toUtf8()); }},
+                {u"reopen"_s, [&] { return reopen(); }}};
+            const auto act = verbs.value(verb);
+            if (!act || act() == isRefused)
+                return step;
+        }
+        return {};
+    }
+    QHash<QString, QString> copies; ///< Where "open" has put files, by their paths in lower case.
 
     /// Stores bytes under a path of the vault.
     bool put(const QString &vaultPath, const QByteArray &bytes)
     {
-        const QString source = folder.filePath(QStringLiteral("source"));
+        const QString source = folder.filePath(u"source"_s);
         writeFile(source, bytes);
         return vault.importFile(source, vaultPath);
     }
@@ -65,11 +122,8 @@ public:
     /// The bytes under a path of the vault; null when they cannot be exported.
     QByteArray get(const QString &vaultPath) const
     {
-        const QString target = folder.filePath(QStringLiteral("target"));
-        if (!vault.exportFile(vaultPath, target))
-            return {};
-        const QByteArray bytes = readFile(target);
-        return bytes.isNull() ? QByteArray("") : bytes;
+        const QString target = folder.filePath(u"target"_s);
+        return vault.exportFile(vaultPath, target) ? readFile(target) : QByteArray();
     }
 
     Core::ContainerDocument document() const
@@ -80,20 +134,22 @@ public:
         return read;
     }
 
-    QStringList filePaths() const
+    /// The folders, with "/" at their ends, and the files, as the index lists them.
+    QStringList paths() const
     {
         QStringList paths;
+        for (const Core::VaultDirectoryEntry &entry : vault.fileIndex().directories())
+            paths << entry.path + u'/';
         for (const Core::VaultFileEntry &entry : vault.fileIndex().entries())
             paths << entry.vaultPath;
         return paths;
     }
 
-    QStringList directoryPaths() const
+    const Core::VaultFileEntry entry(const QString &vaultPath) const
     {
-        QStringList paths;
-        for (const Core::VaultDirectoryEntry &entry : vault.fileIndex().directories())
-            paths << entry.path;
-        return paths;
+        const Core::SecureFileIndex index = vault.fileIndex();
+        const Core::VaultFileEntry *found = index.findFile(vaultPath);
+        return found ? *found : Core::VaultFileEntry();
     }
 };
 

@@ -21,26 +21,35 @@ using Drives = std::shared_ptr<QList<Platform::UsbDevice>>;
 /// A directory that stands in for a drive; no directory is a drive that is not mounted.
 inline Platform::UsbDevice usbDrive(const QString &name, const QString &rootPath, const QString &devicePath)
 {
-    Platform::UsbDevice device;
-    device.devicePath = devicePath;
-    device.displayName = name;
-    device.rootPath = rootPath;
-    device.mounted = !rootPath.isEmpty();
-    return device;
+    return {.identifier = name,
+            .devicePath = devicePath,
+            .displayName = name,
+            .rootPath = rootPath,
+            .fileSystemType = {},
+            .removable = true,
+            .mounted = !rootPath.isEmpty()};
 }
 
-/// Stands in for the desktop that opens files.
+/// Stands in for the desktop that opens files and web pages.
 class OpenedFile : public QObject
 {
     Q_OBJECT
 
 public:
-    OpenedFile() { QDesktopServices::setUrlHandler(u"file"_s, this, "remember"); }
-    ~OpenedFile() override { QDesktopServices::unsetUrlHandler(u"file"_s); }
+    OpenedFile()
+    {
+        for (const QString &scheme : {u"file"_s, u"https"_s})
+            QDesktopServices::setUrlHandler(scheme, this, "remember");
+    }
+    ~OpenedFile() override
+    {
+        for (const QString &scheme : {u"file"_s, u"https"_s})
+            QDesktopServices::unsetUrlHandler(scheme);
+    }
     QString path;
 
 public Q_SLOTS:
-    void remember(const QUrl &url) { path = url.toLocalFile(); }
+    void remember(const QUrl &url) { path = url.isLocalFile() ? url.toLocalFile() : url.toString(); }
 };
 
 class WindowHarness
@@ -59,12 +68,11 @@ public:
     }
 
     QAction *action(const QString &name) { return window.findChild<QAction *>(name + u"Action"_s); }
-    void trigger(const QString &name) { action(name)->trigger(); }
 
     /// Runs an action, answers its dialogs, and looks at the status bar.
     void act(const QString &name, const QList<DialogStep> &steps, const QString &status = {})
     {
-        drive([&] { trigger(name); }, steps);
+        drive([&] { action(name)->trigger(); }, steps);
         if (!status.isEmpty())
             QCOMPARE(window.statusBar()->currentMessage(), status);
     }
@@ -104,10 +112,11 @@ public:
         QDragEnterEvent enter(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
         QApplication::sendEvent(table.viewport(), &enter);
         QDropEvent drop(place, enter.possibleActions(), &data, Qt::LeftButton, {});
-        if (enter.isAccepted())
-            QApplication::sendEvent(table.viewport(), &drop);
+        if (!enter.isAccepted())
+            return false;
+        QApplication::sendEvent(table.viewport(), &drop);
         QApplication::processEvents();
-        return enter.isAccepted() && drop.isAccepted() && drop.dropAction() == Qt::CopyAction;
+        return drop.isAccepted() && drop.dropAction() == Qt::CopyAction;
     }
 
 private:

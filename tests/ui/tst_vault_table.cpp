@@ -32,24 +32,6 @@ private Q_SLOTS:
         QCOMPARE(namesIn(u"Fotos"_s, 1, up), u".. Praia dois.jpg um.jpg"_s);
     }
 
-    void rowsCarryTheirPathAndKind()
-    {
-        QTableWidget table(0, VaultTable::ColumnCount);
-        VaultTable::fill(table, sampleIndex(), u"fotos"_s, VaultTable::NameColumn, Qt::AscendingOrder);
-        QStringList written;
-        for (int cell = 0; cell < 3 * table.columnCount(); ++cell) {
-            const auto *item = table.item(cell / table.columnCount(), cell % table.columnCount());
-            written += item->text() + u'<' + item->data(Qt::UserRole).toString() + u':' +
-                       item->data(Qt::UserRole + 1).toString() + u'>';
-        }
-        const QString size = formatFileSize(1);
-        const QString date = formatFileDate(QDateTime({2024, 5, 1}, {10, 0}, QTimeZone::utc()));
-        QCOMPARE(written.join(u'|'), u"<:2>|..<:2>|<:>|Pasta<:>|<:>|"
-                                     "<fotos/Praia:1>|Praia<fotos/Praia:1>|<:>|Pasta<:>|<:>|"
-                                     "<fotos/dois.jpg:0>|dois.jpg<fotos/dois.jpg:0>|%1<fotos/dois.jpg:>|"
-                                     "JPG<fotos/dois.jpg:>|%2<fotos/dois.jpg:>"_s.arg(size, date));
-    }
-
     void textsAreWritten()
     {
         QCOMPARE(fileTypeLabel(u"a.b/leiame"_s), u"Arquivo"_s);

@@ -1,4 +1,4 @@
-// How sizes, dates, types, folders of the host and tooltips are written.
+// How sizes, dates, types, the state of the vault, folders of the host and tooltips are written.
 #include "ui/Formatting.h"
 
 #include <QCoreApplication>
@@ -29,6 +29,12 @@ QString formatFileDate(const QDateTime &when)
     if (!when.isValid())
         return {};
     return QLocale().toString(when.toLocalTime(), u"dd/MM/yyyy HH:mm"_s);
+}
+
+QString vaultStateText(bool unlocked)
+{
+    return unlocked ? QCoreApplication::translate("Tessarin::UI::MainWindow", "Cofre desbloqueado")
+                    : QCoreApplication::translate("Tessarin::UI::MainWindow", "Cofre bloqueado");
 }
 
 QString normalizeDirectoryPath(QString path)

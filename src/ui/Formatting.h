@@ -1,4 +1,4 @@
-// How sizes, dates, types, folders of the host and tooltips are written.
+// How sizes, dates, types, the state of the vault, folders of the host and tooltips are written.
 #pragma once
 
 #include <QDateTime>
@@ -14,6 +14,8 @@ namespace Tessarin::UI {
 
 /// Local time as dd/MM/yyyy HH:mm; empty for an invalid time.
 [[nodiscard]] QString formatFileDate(const QDateTime &when);
+
+[[nodiscard]] QString vaultStateText(bool unlocked);
 
 /// A folder of the host with "/" between its parts and exactly one at the end.
 [[nodiscard]] QString normalizeDirectoryPath(QString path);

@@ -1,28 +1,29 @@
 // Assembles the window and keeps what it shows true: enabled actions, padlock, status bar. Closes it, too.
 #include "ui/MainWindow.h"
 
-#include "core/ContainerFormat.h"
 #include "platform/CloseRequest.h"
+#include "ui/AboutDialog.h"
 #include "ui/ApplicationIcon.h"
 #include "ui/DeviceList.h"
-#include "ui/Formatting.h"
+#include "ui/HelpDialog.h"
 #include "ui/MessageBoxes.h"
-#include "ui/PadlockIcon.h"
 #include "ui/ProtectedFilesLabel.h"
 #include "ui/VaultBrowser.h"
+#include "ui/VaultStatusBar.h"
+#include "ui/VaultToggleButton.h"
+#include "ui/WebAddresses.h"
+#include "ui/WindowActions.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
 #include <QCloseEvent>
-#include <QDate>
-#include <QFileInfo>
+#include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenuBar>
 #include <QScreen>
 #include <QSessionManager>
-#include <QSignalBlocker>
-#include <QStatusBar>
-#include <QToolButton>
+#include <QUrl>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
@@ -31,24 +32,10 @@ namespace Tessarin::UI {
 
 namespace {
 
-constexpr int statusBoxWidth = 180;
-constexpr int separatorWidth = 1;
-
 QSize availableScreenSize()
 {
     const QScreen *screen = QGuiApplication::primaryScreen();
     return screen ? screen->availableGeometry().size() : QSize();
-}
-
-QLabel *makeStatusLabel(QWidget *parent, const QString &name, int width, const QString &styleSheet)
-{
-    auto *label = new QLabel(parent);
-    label->setObjectName(name);
-    label->setTextFormat(Qt::PlainText);
-    label->setAlignment(Qt::AlignCenter);
-    label->setStyleSheet(styleSheet);
-    label->setFixedWidth(width);
-    return label;
 }
 
 } // namespace
@@ -154,7 +141,8 @@ void MainWindow::buildUi()
     browser = new VaultBrowser(vaultManager, guard, content);
     layout->addWidget(browser, 1);
 
-    buildStatusBar();
+    vaultStatusBar = new VaultStatusBar(this);
+    setStatusBar(vaultStatusBar);
     setFixedSize(sizeHint());
 }
 
@@ -171,18 +159,7 @@ QWidget *MainWindow::buildDeviceRow()
 
     auto *row = new QWidget(centralWidget());
     row->setObjectName(u"deviceRow"_s);
-    vaultToggleButton = new QToolButton(row);
-    vaultToggleButton->setObjectName(u"vaultToggleButton"_s);
-    vaultToggleButton->setCheckable(true);
-    vaultToggleButton->setAutoRaise(false);
-    vaultToggleButton->setFocusPolicy(Qt::NoFocus);
-    vaultToggleButton->setFixedSize(square);
-    vaultToggleButton->setIconSize(square);
-    vaultToggleButton->setStyleSheet(
-        u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
-        "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
-        "QToolButton:pressed:enabled { background: #e2e2e2; }"
-        "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
+    vaultToggleButton = new VaultToggleButton(square.height(), row);
 
     auto *layout = new QHBoxLayout(row);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -193,60 +170,99 @@ QWidget *MainWindow::buildDeviceRow()
     return row;
 }
 
-void MainWindow::buildStatusBar()
+void MainWindow::buildMenus()
 {
-    const QString boxStyle = u"QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }"_s;
+    windowActions = std::make_unique<WindowActions>(menuBar());
+    // Only now does the menu bar take its height.
+    setFixedSize(sizeHint());
+}
 
-    auto *containerBox = new QWidget(statusBar());
-    containerBox->setObjectName(u"containerBox"_s);
-    containerBox->setFixedWidth(statusBoxWidth);
-    auto *separator = new QFrame(containerBox);
-    separator->setObjectName(u"statusSeparator"_s);
-    separator->setFixedWidth(separatorWidth);
-    separator->setStyleSheet(u"QFrame { background-color: #c8c8c8; }"_s);
-    containerLabel =
-        makeStatusLabel(containerBox, u"containerLabel"_s, statusBoxWidth - separatorWidth, boxStyle);
-    containerLabel->setText(tr("Container: nenhum"));
-    auto *boxLayout = new QHBoxLayout(containerBox);
-    boxLayout->setContentsMargins(0, 0, 0, 0);
-    boxLayout->setSpacing(0);
-    boxLayout->addWidget(separator);
-    boxLayout->addWidget(containerLabel, 1);
+void MainWindow::connectSignals()
+{
+    connect(&guard, &OperationGuard::finishing, this, &MainWindow::updateActions);
+    connect(&guard, &OperationGuard::over, this, [this] {
+        if (openingFailed)
+            tellOfFailedOpening();
+    });
+    // Not an operation: closeEvent() itself refuses while one runs.
+    connect(windowActions->exit, &QAction::triggered, this, &MainWindow::close);
 
-    versionLabel = makeStatusLabel(statusBar(), u"versionLabel"_s, statusBoxWidth, boxStyle);
-    versionLabel->setText(tr("Versão %1").arg(QStringLiteral(TESSARIN_VERSION)));
-    dateLabel = makeStatusLabel(statusBar(), u"dateLabel"_s, 78, u"QLabel { font-size: 11px; }"_s);
-    dateLabel->setText(QDate::currentDate().toString(u"dd/MM/yyyy"));
-    vaultIndicatorLabel = makeStatusLabel(statusBar(), u"vaultIndicatorLabel"_s, 50, {});
+    const auto runOn = [this](const QAction *action, Operation operation) {
+        connect(action, &QAction::triggered, this, [this, operation] { run(operation); });
+    };
+    runOn(windowActions->refreshDevices, &MainWindow::refreshDevices);
+    runOn(windowActions->chooseContainer, &MainWindow::chooseContainer);
+    runOn(windowActions->createVault, &MainWindow::createVault);
+    runOn(windowActions->backup, &MainWindow::backupContainer);
+    runOn(windowActions->changePassword, &MainWindow::changeVaultPassword);
+    runOn(windowActions->unlock, &MainWindow::unlockVault);
+    runOn(windowActions->lock, &MainWindow::lockVault);
+    runOn(windowActions->createDirectory, &MainWindow::createDirectory);
+    runOn(windowActions->renameDirectory, &MainWindow::renameSelectedDirectory);
+    runOn(windowActions->deleteDirectory, &MainWindow::deleteSelectedDirectory);
+    runOn(windowActions->importFiles, &MainWindow::importFiles);
+    runOn(windowActions->exportFile, &MainWindow::exportSelectedFile);
+    runOn(windowActions->openFile, &MainWindow::openSelectedFile);
+    runOn(windowActions->moveFile, &MainWindow::moveSelectedFile);
+    runOn(windowActions->renameFile, &MainWindow::renameSelectedFile);
+    runOn(windowActions->deleteFile, &MainWindow::deleteSelectedFile);
+    runOn(windowActions->compact, &MainWindow::compactVault);
+    runOn(windowActions->help, &MainWindow::showHelp);
+    runOn(windowActions->webPage, &MainWindow::openWebPage);
+    runOn(windowActions->about, &MainWindow::showAbout);
 
-    statusBar()->setObjectName(u"statusBar"_s);
-    statusBar()->setSizeGripEnabled(false);
-    statusBar()->addPermanentWidget(containerBox);
-    statusBar()->addPermanentWidget(versionLabel);
-    statusBar()->addPermanentWidget(dateLabel);
-    statusBar()->addPermanentWidget(vaultIndicatorLabel);
+    const auto takeToggle = [this] {
+        run(&MainWindow::toggleVault);
+        // The click itself has toggled the button, whatever became of the operation.
+        updateVaultToggleButton();
+    };
+    connect(vaultToggleButton, &QToolButton::clicked, this, takeToggle);
+    // A screen reader toggles the button without a click. After one, there is nothing left to do here.
+    const auto takeSilentToggle = [=, this] {
+        if (!guard.isRunning() && vaultToggleButton->isChecked() != isUnlocked())
+            takeToggle();
+    };
+    connect(vaultToggleButton, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
+
+    connect(deviceList, &DeviceList::changed, this, &MainWindow::updateActions);
+    connect(deviceList, &DeviceList::driveOpened, this,
+            [this](const QString &root) { run([this, root] { useContainerOf(root); }); });
+    connect(deviceList, &DeviceList::containerDriveLeft, this, [this] {
+        if (isUnlocked())
+            setStatusMessage(tr("A unidade do cofre aberto foi desconectada."), 0);
+    });
+    connect(deviceList, &DeviceList::containerDriveReturned, this, [this] {
+        if (isUnlocked())
+            setStatusMessage(tr("A unidade do cofre aberto foi conectada de novo."), statusTimeoutMs);
+    });
+
+    connect(browser, &VaultBrowser::changed, this, &MainWindow::updateActions);
+    connect(browser, &VaultBrowser::fileActivated, this, [this] {
+        if (windowActions->openFile->isEnabled())
+            run(&MainWindow::openSelectedFile);
+    });
+    connect(browser, &VaultBrowser::dropRefused, this, &MainWindow::explainDropRefusal);
+    connect(browser, &VaultBrowser::importRequested, this,
+            [this](const QStringList &sources, const QString &directory) {
+                run([&] {
+                    if (isUnlocked())
+                        importInto(directory, sources);
+                });
+            });
+    // Not an operation by itself, but its entries start some.
+    connect(browser, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
+        if (!guard.isRunning())
+            showTableMenu(position);
+    });
 }
 
 void MainWindow::updateActions()
 {
-    const bool unlocked = isUnlocked();
-    const bool hasContainer = !containerPath.isEmpty();
-    const bool hasFile = unlocked && !selectedVaultPath().isEmpty();
-    const bool hasDirectory = unlocked && selectedItemIsDirectory();
-    const bool hasAnyDirectory = unlocked && !vaultManager.fileIndex().directories().isEmpty();
-
-    for (QAction *action : {refreshDevicesAction, chooseContainerAction, createVaultAction})
-        action->setEnabled(!unlocked);
-    for (QAction *action : {backupAction, changePasswordAction, unlockAction})
-        action->setEnabled(hasContainer && !unlocked);
-    for (QAction *action : {lockAction, createDirectoryAction, importAction, compactAction})
-        action->setEnabled(unlocked);
-    for (QAction *action : {renameDirectoryAction, deleteDirectoryAction})
-        action->setEnabled(hasDirectory);
-    for (QAction *action : {exportAction, openAction, renameFileAction, deleteFileAction})
-        action->setEnabled(hasFile);
-    moveFileAction->setEnabled(hasFile && hasAnyDirectory);
-
+    windowActions->update({.hasContainer = !containerPath.isEmpty(),
+                           .isUnlocked = isUnlocked(),
+                           .hasChosenFile = !selectedVaultPath().isEmpty(),
+                           .hasChosenDirectory = selectedItemIsDirectory(),
+                           .hasAnyDirectory = !vaultManager.fileIndex().directories().isEmpty()});
     updateVaultToggleButton();
     updateStatusBar();
     updateProtectedFilesLabel();
@@ -254,57 +270,42 @@ void MainWindow::updateActions()
 
 void MainWindow::updateVaultToggleButton()
 {
-    const QSignalBlocker blocker(vaultToggleButton);
-    const bool unlocked = isUnlocked();
-    const bool enabled = (unlocked ? lockAction : unlockAction)->isEnabled();
-    vaultToggleButton->setEnabled(enabled);
-    vaultToggleButton->setChecked(unlocked);
-    vaultToggleButton->setIcon(padlockIcon(unlocked, enabled, vaultToggleButton->iconSize().width()));
-
-    QString purpose = tr("Selecione um container para desbloquear o cofre.");
-    if (unlocked)
-        purpose = tr("Bloquear cofre");
-    else if (enabled)
-        purpose = tr("Desbloquear cofre");
-    vaultToggleButton->setToolTip(purpose);
-    vaultToggleButton->setAccessibleName(purpose);
-    vaultToggleButton->setAccessibleDescription(vaultStateText());
+    const QAction *action = isUnlocked() ? windowActions->lock : windowActions->unlock;
+    vaultToggleButton->showState(isUnlocked(), action->isEnabled());
 }
 
 void MainWindow::updateStatusBar()
 {
-    QString containerName = tr("nenhum");
-    if (!containerPath.isEmpty()) {
-        const QString fileName = QFileInfo(containerPath).fileName();
-        const bool isDefault = fileName == QLatin1String(Core::ContainerFormat::defaultFileName);
-        containerName = isDefault ? tr("Tessarin") : fileName;
-    }
-    const QString fullText = tr("Container: %1").arg(containerName);
-    // Before the window is first shown the label's style sheet, and so its font, is not yet in force.
-    containerLabel->ensurePolished();
-    containerLabel->setText(
-        containerLabel->fontMetrics().elidedText(fullText, Qt::ElideMiddle, containerLabel->width() - 8));
-    containerLabel->setToolTip(plainToolTip(fullText));
-    containerLabel->setAccessibleName(fullText); // Unlike the text, not cut.
+    vaultStatusBar->showContainer(containerPath);
+    vaultStatusBar->showVaultState(isUnlocked());
+}
 
-    const bool unlocked = isUnlocked();
-    vaultIndicatorLabel->setText(tr("COFRE"));
-    vaultIndicatorLabel->setAccessibleName(vaultStateText());
-    vaultIndicatorLabel->setStyleSheet(
-        unlocked ? u"QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; "
-                   "padding-left: 4px; padding-right: 4px; }"_s
-                 : u"QLabel { background-color: #f06a6a; color: #000000; font-size: 11px; font-weight: 600; "
-                   "padding-left: 4px; padding-right: 4px; }"_s);
+void MainWindow::toggleVault()
+{
+    if (isUnlocked())
+        lockVault();
+    else
+        unlockVault();
+}
+
+void MainWindow::showHelp()
+{
+    HelpDialog(this).exec();
+}
+
+void MainWindow::openWebPage()
+{
+    QDesktopServices::openUrl(QUrl(productWebPage()));
+}
+
+void MainWindow::showAbout()
+{
+    AboutDialog(this).exec();
 }
 
 void MainWindow::setStatusMessage(const QString &text, int timeoutMs)
 {
     statusBar()->showMessage(text, timeoutMs);
-}
-
-QString MainWindow::vaultStateText() const
-{
-    return isUnlocked() ? tr("Cofre desbloqueado") : tr("Cofre bloqueado");
 }
 
 bool MainWindow::isUnlocked() const

@@ -16,12 +16,8 @@
 #include <functional>
 #include <memory>
 
-class QAction;
 class QFile;
-class QLabel;
-class QMenu;
 class QSessionManager;
-class QToolButton;
 
 namespace Tessarin::UI {
 
@@ -29,6 +25,9 @@ class DeviceList;
 class ProgressDialog;
 class ProtectedFilesLabel;
 class VaultBrowser;
+class VaultStatusBar;
+class VaultToggleButton;
+class WindowActions;
 enum class DropRefusal;
 
 class MainWindow : public QMainWindow
@@ -67,26 +66,18 @@ private:
 
     // Assembling (MainWindow.cpp) ---------------------------------------------------------------------------
     void buildUi();
+    void buildMenus();
+    void connectSignals();
     [[nodiscard]] QWidget *buildDeviceRow();
-    void buildStatusBar();
     void updateActions();
     void updateVaultToggleButton();
     void updateStatusBar();
-    void setStatusMessage(const QString &text, int timeoutMs);
-    [[nodiscard]] bool isUnlocked() const;
-    [[nodiscard]] QString vaultStateText() const;
-
-    // Menus and wiring (MainWindowMenus.cpp) ----------------------------------------------------------------
-    void buildMenus();
-    void buildFileMenu();
-    void buildUsbMenu();
-    void buildProtectedFilesMenu(QMenu *accessMenu);
-    void buildAboutMenu();
-    void connectSignals();
     void toggleVault();
     void showHelp();
     void openWebPage();
     void showAbout();
+    void setStatusMessage(const QString &text, int timeoutMs);
+    [[nodiscard]] bool isUnlocked() const;
 
     // Drives and containers (MainWindowDevices.cpp) ---------------------------------------------------------
     void refreshDevices();
@@ -164,35 +155,11 @@ private:
     WindowCloser closer{this, guard};
 
     DeviceList *deviceList = nullptr;
-    QToolButton *vaultToggleButton = nullptr;
+    VaultToggleButton *vaultToggleButton = nullptr;
     ProtectedFilesLabel *protectedFilesLabel = nullptr;
     VaultBrowser *browser = nullptr;
-    QLabel *containerLabel = nullptr;
-    QLabel *versionLabel = nullptr;
-    QLabel *dateLabel = nullptr;
-    QLabel *vaultIndicatorLabel = nullptr;
-
-    QAction *exitAction = nullptr;
-    QAction *refreshDevicesAction = nullptr;
-    QAction *chooseContainerAction = nullptr;
-    QAction *createVaultAction = nullptr;
-    QAction *backupAction = nullptr;
-    QAction *changePasswordAction = nullptr;
-    QAction *unlockAction = nullptr;
-    QAction *lockAction = nullptr;
-    QAction *createDirectoryAction = nullptr;
-    QAction *importAction = nullptr;
-    QAction *exportAction = nullptr;
-    QAction *openAction = nullptr;
-    QAction *moveFileAction = nullptr;
-    QAction *renameFileAction = nullptr;
-    QAction *renameDirectoryAction = nullptr;
-    QAction *deleteDirectoryAction = nullptr;
-    QAction *deleteFileAction = nullptr;
-    QAction *compactAction = nullptr;
-    QAction *helpAction = nullptr;
-    QAction *webPageAction = nullptr;
-    QAction *aboutAction = nullptr;
+    VaultStatusBar *vaultStatusBar = nullptr;
+    std::unique_ptr<WindowActions> windowActions;
 };
 
 } // namespace Tessarin::UI

@@ -4,8 +4,8 @@
 #include "ui/MessageBoxes.h"
 #include "ui/ProtectedFilesLabel.h"
 #include "ui/VaultBrowser.h"
+#include "ui/WindowActions.h"
 
-#include <QAction>
 #include <QMenu>
 
 namespace Tessarin::UI {
@@ -64,13 +64,7 @@ void MainWindow::showTableMenu(const QPoint &position)
 
     QMenu menu(this);
     menu.setAccessibleName(tr("Arquivos protegidos"));
-    menu.addActions({createDirectoryAction, renameDirectoryAction, deleteDirectoryAction});
-    menu.addSeparator();
-    menu.addActions({importAction, exportAction, openAction});
-    if (!selectedVaultPath().isEmpty())
-        menu.addActions({moveFileAction, renameFileAction});
-    menu.addSeparator();
-    menu.addAction(deleteFileAction);
+    windowActions->addTo(menu, !selectedVaultPath().isEmpty());
     menu.exec(browser->viewport()->mapToGlobal(position));
 }
 

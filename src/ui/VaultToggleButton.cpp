@@ -1,0 +1,45 @@
+// The state is told three times over: by the picture, by whether the button is down, and in words.
+#include "ui/VaultToggleButton.h"
+
+#include "ui/Formatting.h"
+#include "ui/PadlockIcon.h"
+
+#include <QSignalBlocker>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace Tessarin::UI {
+
+VaultToggleButton::VaultToggleButton(int side, QWidget *parent) : QToolButton(parent)
+{
+    const QSize square(side, side);
+    setObjectName(u"vaultToggleButton"_s);
+    setCheckable(true);
+    setAutoRaise(false);
+    setFocusPolicy(Qt::NoFocus);
+    setFixedSize(square);
+    setIconSize(square);
+    setStyleSheet(u"QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
+                  "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
+                  "QToolButton:pressed:enabled { background: #e2e2e2; }"
+                  "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
+}
+
+void VaultToggleButton::showState(bool unlocked, bool enabled)
+{
+    const QSignalBlocker blocker(this);
+    setEnabled(enabled);
+    setChecked(unlocked);
+    setIcon(padlockIcon(unlocked, enabled, iconSize().width()));
+
+    QString purpose = tr("Selecione um container para desbloquear o cofre.");
+    if (unlocked)
+        purpose = tr("Bloquear cofre");
+    else if (enabled)
+        purpose = tr("Desbloquear cofre");
+    setToolTip(purpose);
+    setAccessibleName(purpose);
+    setAccessibleDescription(vaultStateText(unlocked));
+}
+
+} // namespace Tessarin::UI

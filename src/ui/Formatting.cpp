@@ -1,7 +1,9 @@
-// How sizes, dates, types, the state of the vault, folders of the host and tooltips are written.
+// How sizes, dates, types, the state of the vault, folders of the host, file filters and tooltips are
+// written.
 #include "ui/Formatting.h"
 
-#include <QCoreApplication>
+#include "ui/Translated.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
@@ -15,7 +17,7 @@ QString fileTypeLabel(const QString &vaultPath)
 {
     const QString suffix = QFileInfo(vaultPath).suffix();
     if (suffix.isEmpty())
-        return QCoreApplication::translate("Tessarin::UI::MainWindow", "Arquivo");
+        return translated("Arquivo");
     return suffix.toUpper();
 }
 
@@ -33,8 +35,7 @@ QString formatFileDate(const QDateTime &when)
 
 QString vaultStateText(bool unlocked)
 {
-    return unlocked ? QCoreApplication::translate("Tessarin::UI::MainWindow", "Cofre desbloqueado")
-                    : QCoreApplication::translate("Tessarin::UI::MainWindow", "Cofre bloqueado");
+    return unlocked ? translated("Cofre desbloqueado") : translated("Cofre bloqueado");
 }
 
 QString normalizeDirectoryPath(QString path)
@@ -51,6 +52,11 @@ QString normalizeDirectoryPath(QString path)
 QString comparablePath(const QString &directoryPath)
 {
     return normalizeDirectoryPath(QDir::cleanPath(directoryPath));
+}
+
+QString containerFileFilter()
+{
+    return translated("Tessarin Container (*.trvx);;Todos os arquivos (*.*)");
 }
 
 QString plainToolTip(const QString &text)

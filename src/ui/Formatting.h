@@ -1,4 +1,5 @@
-// How sizes, dates, types, the state of the vault, folders of the host and tooltips are written.
+// How sizes, dates, types, the state of the vault, folders of the host, file filters and tooltips are
+// written.
 #pragma once
 
 #include <QDateTime>
@@ -22,6 +23,9 @@ namespace Tessarin::UI {
 
 /// The same for every spelling of one folder of the host.
 [[nodiscard]] QString comparablePath(const QString &directoryPath);
+
+/// For file dialogs that ask for a container.
+[[nodiscard]] QString containerFileFilter();
 
 /// What to hand to setToolTip() so that `text` is shown as it stands, tags and entities included.
 [[nodiscard]] QString plainToolTip(const QString &text);

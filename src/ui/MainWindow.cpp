@@ -2,28 +2,24 @@
 #include "ui/MainWindow.h"
 
 #include "platform/CloseRequest.h"
-#include "ui/AboutDialog.h"
 #include "ui/ApplicationIcon.h"
 #include "ui/DeviceList.h"
-#include "ui/HelpDialog.h"
-#include "ui/MessageBoxes.h"
 #include "ui/ProtectedFilesLabel.h"
 #include "ui/VaultBrowser.h"
+#include "ui/VaultLocking.h"
 #include "ui/VaultStatusBar.h"
 #include "ui/VaultToggleButton.h"
-#include "ui/WebAddresses.h"
 #include "ui/WindowActions.h"
 #include "ui/WindowGeometry.h"
 
 #include <QAction>
 #include <QCloseEvent>
-#include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
 #include <QSessionManager>
-#include <QUrl>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
@@ -85,14 +81,15 @@ void MainWindow::closeEvent(QCloseEvent *event)
 
     run([&] {
         closer.hold();
-        const bool locked = lockShowingProgress();
-        refreshVaultFiles();
-        updateActions();
+        const bool locked = lockShowingProgress(this, vaultManager);
         event->setAccepted(locked);
+        Outcome outcome{.contentsChanged = true};
         if (!locked) {
             closer.cancel();
-            showWarning(this, tr("Tessarin"), tr("Não foi possível bloquear o cofre."), lockFailureDetails());
+            outcome.warning = tr("Não foi possível bloquear o cofre.");
+            outcome.details = lockFailureDetails(vaultManager);
         }
+        conclude(outcome);
         closer.release();
     });
 }
@@ -184,45 +181,8 @@ void MainWindow::connectSignals()
         if (openingFailed)
             tellOfFailedOpening();
     });
-    // Not an operation: closeEvent() itself refuses while one runs.
-    connect(windowActions->exit, &QAction::triggered, this, &MainWindow::close);
-
-    const auto runOn = [this](const QAction *action, Operation operation) {
-        connect(action, &QAction::triggered, this, [this, operation] { run(operation); });
-    };
-    runOn(windowActions->refreshDevices, &MainWindow::refreshDevices);
-    runOn(windowActions->chooseContainer, &MainWindow::chooseContainer);
-    runOn(windowActions->createVault, &MainWindow::createVault);
-    runOn(windowActions->backup, &MainWindow::backupContainer);
-    runOn(windowActions->changePassword, &MainWindow::changeVaultPassword);
-    runOn(windowActions->unlock, &MainWindow::unlockVault);
-    runOn(windowActions->lock, &MainWindow::lockVault);
-    runOn(windowActions->createDirectory, &MainWindow::createDirectory);
-    runOn(windowActions->renameDirectory, &MainWindow::renameSelectedDirectory);
-    runOn(windowActions->deleteDirectory, &MainWindow::deleteSelectedDirectory);
-    runOn(windowActions->importFiles, &MainWindow::importFiles);
-    runOn(windowActions->exportFile, &MainWindow::exportSelectedFile);
-    runOn(windowActions->openFile, &MainWindow::openSelectedFile);
-    runOn(windowActions->moveFile, &MainWindow::moveSelectedFile);
-    runOn(windowActions->renameFile, &MainWindow::renameSelectedFile);
-    runOn(windowActions->deleteFile, &MainWindow::deleteSelectedFile);
-    runOn(windowActions->compact, &MainWindow::compactVault);
-    runOn(windowActions->help, &MainWindow::showHelp);
-    runOn(windowActions->webPage, &MainWindow::openWebPage);
-    runOn(windowActions->about, &MainWindow::showAbout);
-
-    const auto takeToggle = [this] {
-        run(&MainWindow::toggleVault);
-        // The click itself has toggled the button, whatever became of the operation.
-        updateVaultToggleButton();
-    };
-    connect(vaultToggleButton, &QToolButton::clicked, this, takeToggle);
-    // A screen reader toggles the button without a click. After one, there is nothing left to do here.
-    const auto takeSilentToggle = [=, this] {
-        if (!guard.isRunning() && vaultToggleButton->isChecked() != isUnlocked())
-            takeToggle();
-    };
-    connect(vaultToggleButton, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
+    connectActions();
+    connectToggleButton();
 
     connect(deviceList, &DeviceList::changed, this, &MainWindow::updateActions);
     connect(deviceList, &DeviceList::driveOpened, this,
@@ -256,6 +216,72 @@ void MainWindow::connectSignals()
     });
 }
 
+void MainWindow::connectActions()
+{
+    // Not an operation: closeEvent() itself refuses while one runs.
+    connect(windowActions->exit, &QAction::triggered, this, &MainWindow::close);
+
+    const auto runOn = [this](const QAction *action, Operation operation) {
+        connect(action, &QAction::triggered, this, [this, operation] { run(operation); });
+    };
+    runOn(windowActions->refreshDevices, &MainWindow::refreshDevices);
+    runOn(windowActions->chooseContainer, &MainWindow::chooseContainer);
+    runOn(windowActions->createVault, &MainWindow::createVault);
+    runOn(windowActions->backup, &MainWindow::backupContainer);
+    runOn(windowActions->changePassword, &MainWindow::changeVaultPassword);
+    runOn(windowActions->unlock, &MainWindow::unlockVault);
+    runOn(windowActions->lock, &MainWindow::lockVault);
+    runOn(windowActions->createDirectory, &MainWindow::createDirectory);
+    runOn(windowActions->renameDirectory, &MainWindow::renameSelectedDirectory);
+    runOn(windowActions->deleteDirectory, &MainWindow::deleteSelectedDirectory);
+    runOn(windowActions->importFiles, &MainWindow::importFiles);
+    runOn(windowActions->exportFile, &MainWindow::exportSelectedFile);
+    runOn(windowActions->openFile, &MainWindow::openSelectedFile);
+    runOn(windowActions->moveFile, &MainWindow::moveSelectedFile);
+    runOn(windowActions->renameFile, &MainWindow::renameSelectedFile);
+    runOn(windowActions->deleteFile, &MainWindow::deleteSelectedFile);
+    runOn(windowActions->compact, &MainWindow::compactVault);
+    runOn(windowActions->help, &MainWindow::showHelp);
+    runOn(windowActions->webPage, &MainWindow::openWebPage);
+    runOn(windowActions->about, &MainWindow::showAbout);
+}
+
+void MainWindow::connectToggleButton()
+{
+    const auto takeToggle = [this] {
+        run(&MainWindow::toggleVault);
+        // The click itself has toggled the button, whatever became of the operation.
+        updateVaultToggleButton();
+    };
+    connect(vaultToggleButton, &QToolButton::clicked, this, takeToggle);
+    // A screen reader toggles the button without a click. After one, there is nothing left to do here.
+    const auto takeSilentToggle = [=, this] {
+        if (!guard.isRunning() && vaultToggleButton->isChecked() != isUnlocked())
+            takeToggle();
+    };
+    connect(vaultToggleButton, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
+}
+
+void MainWindow::tellOfFailedOpening()
+{
+    openingFailed = guard.isRunning();
+    if (!openingFailed)
+        run(&MainWindow::warnOfFailedOpening);
+}
+
+void MainWindow::showTableMenu(const QPoint &position)
+{
+    const QModelIndex index = browser->indexAt(position);
+    if (index.isValid())
+        browser->selectRow(index.row());
+    updateActions();
+
+    QMenu menu(this);
+    menu.setAccessibleName(tr("Arquivos protegidos"));
+    windowActions->addTo(menu, !selectedVaultPath().isEmpty());
+    menu.exec(browser->viewport()->mapToGlobal(position));
+}
+
 void MainWindow::updateActions()
 {
     windowActions->update({.hasContainer = !containerPath.isEmpty(),
@@ -280,27 +306,14 @@ void MainWindow::updateStatusBar()
     vaultStatusBar->showVaultState(isUnlocked());
 }
 
-void MainWindow::toggleVault()
+void MainWindow::updateProtectedFilesLabel()
 {
     if (isUnlocked())
-        lockVault();
+        protectedFilesLabel->showFolder(browser->currentDirectory(),
+                                        vaultManager.fileIndex().entries().size());
     else
-        unlockVault();
-}
-
-void MainWindow::showHelp()
-{
-    HelpDialog(this).exec();
-}
-
-void MainWindow::openWebPage()
-{
-    QDesktopServices::openUrl(QUrl(productWebPage()));
-}
-
-void MainWindow::showAbout()
-{
-    AboutDialog(this).exec();
+        protectedFilesLabel->showNoVault();
+    browser->setAccessibleDescription(protectedFilesLabel->accessibleName());
 }
 
 void MainWindow::setStatusMessage(const QString &text, int timeoutMs)
@@ -311,6 +324,71 @@ void MainWindow::setStatusMessage(const QString &text, int timeoutMs)
 bool MainWindow::isUnlocked() const
 {
     return vaultManager.state() == Core::VaultManager::Unlocked;
+}
+
+void MainWindow::refreshDevices()
+{
+    deviceList->refresh();
+}
+
+void MainWindow::selectDeviceForContainer(const QString &path)
+{
+    deviceList->selectDeviceForContainer(path);
+}
+
+void MainWindow::selectDefaultUsbAfterRefresh()
+{
+    deviceList->selectDefaultUsbAfterRefresh();
+}
+
+QString MainWindow::selectedUsbRootPath() const
+{
+    return deviceList->selectedUsbRootPath();
+}
+
+QString MainWindow::selectedUsbDisplayName() const
+{
+    return deviceList->selectedUsbDisplayName();
+}
+
+int MainWindow::mountedUsbDeviceCount() const
+{
+    return deviceList->mountedUsbDeviceCount();
+}
+
+void MainWindow::refreshVaultFiles()
+{
+    browser->refresh();
+}
+
+QString MainWindow::selectedVaultPath() const
+{
+    return browser->selectedVaultPath();
+}
+
+QString MainWindow::selectedDirectoryPath() const
+{
+    return browser->selectedDirectoryPath();
+}
+
+bool MainWindow::selectedItemIsDirectory() const
+{
+    return browser->selectedItemIsDirectory();
+}
+
+bool MainWindow::selectedItemIsParentDirectory() const
+{
+    return browser->selectedItemIsParentDirectory();
+}
+
+void MainWindow::enterSelectedDirectory()
+{
+    browser->enterSelectedDirectory();
+}
+
+void MainWindow::navigateToParentDirectory()
+{
+    browser->navigateToParentDirectory();
 }
 
 } // namespace Tessarin::UI

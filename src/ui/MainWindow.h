@@ -1,28 +1,24 @@
-// The one window: it owns the vault session and the drive detector, shows the vault's folders and files, and
-// words everything that is said to people. It assembles itself in MainWindow.cpp; each group of operations
-// below has a file of its own.
-//
-// Every user action enters by run(), so that a second one cannot start in the middle of the first.
+// The one window: it owns the vault session and the drive detector, assembles the parts that show them, and
+// has the operations that people start. Every operation enters by run() and ends in conclude().
 #pragma once
 
 #include "core/VaultManager.h"
 #include "platform/DeviceManager.h"
+#include "ui/FileOperations.h"
 #include "ui/OperationGuard.h"
+#include "ui/VaultOperations.h"
 #include "ui/WindowCloser.h"
 
 #include <QMainWindow>
-#include <QStringList>
 
 #include <functional>
 #include <memory>
 
-class QFile;
 class QSessionManager;
 
 namespace Tessarin::UI {
 
 class DeviceList;
-class ProgressDialog;
 class ProtectedFilesLabel;
 class VaultBrowser;
 class VaultStatusBar;
@@ -36,11 +32,11 @@ class MainWindow : public QMainWindow
 
 public:
     explicit MainWindow(QWidget *parent = nullptr);
+    /// Null for a system without a detector; the list of drives says so.
     explicit MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidget *parent = nullptr);
     ~MainWindow() override;
 
-    /// Closes the window in the ordinary way as soon as no operation runs. What waits for an answer meanwhile
-    /// is answered with what closing it means. A vault that cannot be locked keeps the window open.
+    /// As WindowCloser does. A vault that cannot be locked keeps the window open.
     void closeSoon();
 
     /// The same at the end of the desktop session, which is asked to wait while the vault is open.
@@ -56,77 +52,67 @@ protected:
 
 private:
     using Operation = void (MainWindow::*)();
-
     static constexpr int statusTimeoutMs = 5000; ///< Of the messages that tell an outcome.
 
-    /// Runs a user's operation under the guard. Afterwards the window shows the state that it left, whatever
-    /// its outcome.
+    /// Runs an operation under the guard, and shows the state that it left.
     void run(const std::function<void()> &operation);
     void run(Operation operation);
+    /// Shows how an operation ended.
+    void conclude(const Outcome &outcome);
 
-    // Assembling (MainWindow.cpp) ---------------------------------------------------------------------------
+    // Assembling, and keeping what is shown true (MainWindow.cpp) -------------------------------------------
     void buildUi();
+    [[nodiscard]] QWidget *buildDeviceRow();
     void buildMenus();
     void connectSignals();
-    [[nodiscard]] QWidget *buildDeviceRow();
+    void connectActions();
+    void connectToggleButton();
     void updateActions();
     void updateVaultToggleButton();
     void updateStatusBar();
-    void toggleVault();
-    void showHelp();
-    void openWebPage();
-    void showAbout();
+    void updateProtectedFilesLabel();
     void setStatusMessage(const QString &text, int timeoutMs);
+    void showTableMenu(const QPoint &position);
     [[nodiscard]] bool isUnlocked() const;
 
-    // Drives and containers (MainWindowDevices.cpp) ---------------------------------------------------------
+    // The drives and the table under the window's names (MainWindow.cpp) ------------------------------------
     void refreshDevices();
     [[nodiscard]] QString selectedUsbRootPath() const;
     [[nodiscard]] QString selectedUsbDisplayName() const;
     [[nodiscard]] int mountedUsbDeviceCount() const;
     void selectDefaultUsbAfterRefresh();
     void selectDeviceForContainer(const QString &path);
-    void useContainer(const QString &path);
-    void useContainerOf(const QString &driveRoot);
-    /// Where the vault may be after a compaction that broke off; empty when nothing points to one.
-    [[nodiscard]] static QString compactionTwinNote(const QString &path);
-    [[nodiscard]] QString compactionLeftoverNote() const;
-    void chooseContainer();
-    void createVault();
-    /// UTF-8; empty when cancelled, the new one also when refused. The caller wipes it.
-    [[nodiscard]] QByteArray requestPassword(const QString &title);
-    [[nodiscard]] QByteArray requestNewVaultPassword();
-
-    // Vault access (MainWindowAccess.cpp) -------------------------------------------------------------------
-    void unlockVault();
-    void lockVault();
-    /// What the engine's lock answers.
-    [[nodiscard]] bool lockShowingProgress();
-    void changeVaultPassword();
-    void backupContainer();
-    [[nodiscard]] bool copyContainer(QFile &source, QFile &destination);
-    /// Why a lock failed and where decrypted copies lie now.
-    [[nodiscard]] QString lockFailureDetails() const;
-
-    // The table (MainWindowBrowser.cpp) ---------------------------------------------------------------------
     void refreshVaultFiles();
-    void updateProtectedFilesLabel();
     [[nodiscard]] QString selectedVaultPath() const;
     [[nodiscard]] QString selectedDirectoryPath() const;
     [[nodiscard]] bool selectedItemIsDirectory() const;
     [[nodiscard]] bool selectedItemIsParentDirectory() const;
     void enterSelectedDirectory();
     void navigateToParentDirectory();
-    void showTableMenu(const QPoint &position);
-    void explainDropRefusal(DropRefusal reason);
 
-    // Files and folders (MainWindowFiles.cpp) ---------------------------------------------------------------
+    // The container (MainWindowOperations.cpp) --------------------------------------------------------------
+    void useContainer(const QString &path);
+    void useContainerOf(const QString &driveRoot);
+    void chooseContainer();
+    void createVault();
+    /// UTF-8; empty when cancelled, the new one also when refused. The caller wipes it.
+    [[nodiscard]] QByteArray requestPassword(const QString &title);
+    [[nodiscard]] QByteArray requestNewVaultPassword();
+
+    // The vault as a whole (MainWindowOperations.cpp) -------------------------------------------------------
+    void changeVaultPassword();
+    void backupContainer();
+    void unlockVault();
+    void lockVault();
+    void toggleVault();
+    [[nodiscard]] bool confirmCompactVault() const;
+    void compactVault();
+
+    // Files, folders and the program (MainWindowOperations.cpp) ---------------------------------------------
     void importFiles();
     void importInto(const QString &directory, const QStringList &sources);
     [[nodiscard]] bool confirmImportFitsStorage(const QStringList &sources) const;
-    /// The vault path that the file is stored under; empty when it is not.
-    [[nodiscard]] QString importOneFile(const QString &source, const QString &directory,
-                                        ProgressDialog &progress);
+    void explainDropRefusal(DropRefusal reason);
     void exportSelectedFile();
     void openSelectedFile();
     void warnOfFailedOpening();
@@ -136,16 +122,12 @@ private:
     void createDirectory();
     void renameSelectedDirectory();
     void deleteSelectedDirectory();
-    /// Shows the changed folder and says what happened.
-    void showNamespaceChange(const QString &message);
     [[nodiscard]] bool confirmReplaceVaultFile(const QString &path) const;
     [[nodiscard]] bool confirmDeleteVaultFile(const QString &path) const;
     [[nodiscard]] bool confirmExportOutsideVault(const QString &path) const;
-    [[nodiscard]] bool vaultHasItem(const QString &path) const;
-
-    // Compaction (MainWindowCompaction.cpp) -----------------------------------------------------------------
-    [[nodiscard]] bool confirmCompactVault() const;
-    void compactVault();
+    void showHelp();
+    void openWebPage();
+    void showAbout();
 
     Core::VaultManager vaultManager;
     std::unique_ptr<Platform::DeviceManager> deviceManager;
@@ -153,6 +135,8 @@ private:
     bool openingFailed = false; ///< While an operation ran.
     OperationGuard guard;
     WindowCloser closer{this, guard};
+    VaultOperations vaultOperations{this, vaultManager};
+    FileOperations fileOperations{this, vaultManager};
 
     DeviceList *deviceList = nullptr;
     VaultToggleButton *vaultToggleButton = nullptr;

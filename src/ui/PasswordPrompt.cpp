@@ -4,23 +4,14 @@
 #include "core/Secret.h"
 #include "core/VaultManager.h"
 #include "ui/MessageBoxes.h"
+#include "ui/Translated.h"
 
-#include <QCoreApplication>
 #include <QInputDialog>
 #include <QLineEdit>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
-
-namespace {
-
-QString translated(const char *text)
-{
-    return QCoreApplication::translate("Tessarin::UI::MainWindow", text);
-}
-
-} // namespace
 
 QByteArray requestPassword(QWidget *parent, const QString &title)
 {

@@ -3,9 +3,9 @@
 
 #include "core/VaultPath.h"
 #include "ui/Formatting.h"
+#include "ui/Translated.h"
 #include "ui/VaultItemIcon.h"
 
-#include <QCoreApplication>
 #include <QHash>
 #include <QIcon>
 #include <QTableWidget>
@@ -17,11 +17,6 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI::VaultTable {
 namespace {
-
-QString translated(const char *text)
-{
-    return QCoreApplication::translate("Tessarin::UI::MainWindow", text);
-}
 
 template <typename Value>
 int compareValues(const Value &a, const Value &b)

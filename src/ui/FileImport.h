@@ -1,0 +1,52 @@
+// Imports local files into a folder of the vault, one after the other, under one progress display.
+#pragma once
+
+#include "ui/Outcome.h"
+
+#include <QCoreApplication>
+#include <QSet>
+#include <QStringList>
+
+#include <functional>
+
+class QWidget;
+
+namespace Tessarin::Core {
+class VaultManager;
+}
+
+namespace Tessarin::UI {
+
+class ProgressDialog;
+
+class FileImport
+{
+    Q_DECLARE_TR_FUNCTIONS(Tessarin::UI::MainWindow)
+
+public:
+    /// Asked for a file that the vault has already, by its vault path; false leaves that file as it is.
+    using ConfirmReplacement = std::function<bool(const QString &vaultPath)>;
+
+    /// The parent of the dialogs, and the vault; both outlive this.
+    FileImport(QWidget *dialogParent, Core::VaultManager &session, const ConfirmReplacement &question)
+        : parent(dialogParent), vault(session), confirmReplacement(question)
+    {
+    }
+
+    /// A file that cannot be imported is told at once, and the next one follows.
+    [[nodiscard]] Outcome run(const QStringList &sources, const QString &directory);
+
+private:
+    void importOne(const QString &source, const QString &target, ProgressDialog &progress);
+    /// Those of the imported files that the vault does not have after all, now that the drive has answered.
+    [[nodiscard]] QStringList lostFiles() const;
+    void warnAbout(const QString &fileName) const;
+
+    QWidget *parent;
+    Core::VaultManager &vault;
+    ConfirmReplacement confirmReplacement;
+    QStringList imported;      ///< Vault paths.
+    QSet<QString> importedIds; ///< What lies at such a path may be what was there before.
+};
+
+} // namespace Tessarin::UI

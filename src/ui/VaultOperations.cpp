@@ -1,0 +1,117 @@
+// Passwords are wiped before anything is shown: a box may stay open for hours.
+#include "ui/VaultOperations.h"
+
+#include "core/Secret.h"
+#include "core/VaultManager.h"
+#include "ui/ChangePasswordDialog.h"
+#include "ui/ProgressDialog.h"
+#include "ui/Translated.h"
+#include "ui/WaitCursor.h"
+
+#include <QDir>
+#include <QStringList>
+
+namespace Tessarin::UI {
+
+namespace {
+
+/// Of what killed compactions have left; empty when there is nothing.
+QString compactionLeftoverNote(const Core::VaultManager &vault)
+{
+    const QStringList leftovers = vault.compactionLeftovers();
+    if (leftovers.isEmpty())
+        return {};
+    return translated(
+               "Uma compactação deste cofre parece ter sido interrompida e deixou outro container, que abre "
+               "com a senha daquele momento:\n%1\n\nEle pode ter arquivos que este cofre não tem. Confira-o "
+               "e apague-o quando não precisar mais dele.")
+        .arg(QDir::toNativeSeparators(leftovers.join(u'\n')));
+}
+
+} // namespace
+
+Outcome VaultOperations::unlock(const QString &containerPath, QByteArray &&password)
+{
+    bool unlocked = false;
+    {
+        const Core::WipedAtScopeEnd wiped(password);
+        const WaitCursor waitCursor;
+        unlocked = vault.unlockVault(containerPath, password);
+    }
+    if (unlocked) {
+        const QString note = compactionLeftoverNote(vault);
+        return {.contentsChanged = true,
+                .status = tr("Cofre desbloqueado."),
+                .information = note.isEmpty() ? QString() : tr("O cofre está aberto."),
+                .details = note};
+    }
+    const bool isOpen = vault.state() == Core::VaultManager::Unlocked;
+    return {.contentsChanged = true,
+            .warning =
+                tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."),
+            .details =
+                isOpen ? tr("A senha está certa e o cofre está aberto, mas a área temporária não pôde ser "
+                            "preparada. Abrir arquivos para edição pode falhar.")
+                       : compactionTwinNote(containerPath)};
+}
+
+Outcome VaultOperations::changePassword(const QString &containerPath)
+{
+    bool changed = false;
+    {
+        ChangePasswordDialog dialog(parent);
+        if (dialog.exec() != QDialog::Accepted)
+            return {};
+        QByteArray currentPassword = dialog.currentPassword();
+        QByteArray newPassword = dialog.newPassword();
+        const Core::WipedAtScopeEnd wipedCurrent(currentPassword);
+        const Core::WipedAtScopeEnd wipedNew(newPassword);
+        const WaitCursor waitCursor;
+        changed = vault.changePassword(containerPath, currentPassword, newPassword);
+    }
+    if (!changed)
+        return {.warning = tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."),
+                .status = tr("Falha ao alterar a senha.")};
+    const QString message = tr("Senha alterada com sucesso.");
+    return {.status = message, .information = message, .details = compactionLeftoverNote(vault)};
+}
+
+Outcome VaultOperations::compact()
+{
+    const QString title = tr("Compactar cofre");
+    ProgressDialog progress(parent, title,
+                            tr("Compactando o cofre...\n\nSerá criado temporariamente um container "
+                               "criptografado no disco local."),
+                            Qt::ApplicationModal);
+    QString preservedPath;
+    const bool compacted = vault.compactVault(progress.reporter(tr("%1...\n%2 de %3")), &preservedPath);
+    progress.finish();
+    if (compacted) {
+        const QString message = tr("Cofre compactado com sucesso.");
+        return {.contentsChanged = true,
+                .freeSpaceChanged = true,
+                .title = title,
+                .status = message,
+                .information = message};
+    }
+    return {.title = title,
+            .warning = preservedPath.isEmpty()
+                           ? tr("Não foi possível compactar o cofre.")
+                           : tr("Não foi possível substituir o container no USB.\n\nUm container "
+                                "compactado criptografado foi preservado em:\n%1")
+                                 .arg(preservedPath),
+            .status = tr("Falha ao compactar o cofre.")};
+}
+
+QString compactionTwinNote(const QString &containerPath)
+{
+    const QStringList twins = Core::VaultManager::compactionTwins(containerPath);
+    if (twins.isEmpty())
+        return {};
+    return translated(
+               "Uma compactação deste cofre parece ter sido interrompida. Ele pode estar inteiro em:\n%1\n\n"
+               "Escolha esse arquivo em USB > Container > Escolher container... e use a mesma senha.")
+        .arg(QDir::toNativeSeparators(twins.join(u'\n')));
+}
+
+} // namespace Tessarin::UI

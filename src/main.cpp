@@ -25,7 +25,7 @@ int main(int argc, char *argv[])
     Tessarin::UI::MainWindow window;
     const Tessarin::Platform::FileOpener opener;
     QObject::connect(&opener, &Tessarin::Platform::FileOpener::failed, &window,
-                     &Tessarin::UI::MainWindow::tellOfFailedOpening, Qt::QueuedConnection);
+                     &Tessarin::UI::MainWindow::reportFailedOpening, Qt::QueuedConnection);
     const Tessarin::Platform::TerminationSignals termination;
     QObject::connect(&termination, &Tessarin::Platform::TerminationSignals::requested, &window,
                      &Tessarin::UI::MainWindow::closeSoon);

@@ -1,4 +1,4 @@
-// What a window manager asks of a window that a dialog blocks: Qt drops it.
+// The close requests of an X server, which Qt drops for a window that a dialog blocks.
 #pragma once
 
 class QByteArray;

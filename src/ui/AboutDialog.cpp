@@ -80,8 +80,8 @@ QWidget *buildHeader(QWidget *parent)
 /// The desktop's, where it can be read. A link is known by its line, too.
 QColor linkColor(const QPalette &palette)
 {
-    const QColor wished = palette.color(QPalette::Link);
-    return isReadable(wished, palette.color(QPalette::Window)) ? wished : palette.color(QPalette::WindowText);
+    const QColor link = palette.color(QPalette::Link);
+    return isReadable(link, palette.color(QPalette::Window)) ? link : palette.color(QPalette::WindowText);
 }
 
 QLabel *buildProductLabel(QWidget *parent)
@@ -176,8 +176,8 @@ void AboutDialog::buildUi()
     connect(buttons, &QDialogButtonBox::rejected, this, &AboutDialog::close);
 
     // Only the layout knows how many lines the notice takes in this font.
-    const QSize wished(initialWidth, std::max(initialHeight, layout->minimumHeightForWidth(initialWidth)));
-    resize(dialogSize(wished, screen()->availableGeometry().size()));
+    const QSize preferred(initialWidth, std::max(initialHeight, layout->minimumHeightForWidth(initialWidth)));
+    resize(dialogSize(preferred, screen()->availableGeometry().size()));
 }
 
 void AboutDialog::populateComponents()

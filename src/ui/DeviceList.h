@@ -16,7 +16,7 @@ class DeviceList : public QListWidget
 
 public:
     /// Empty until refresh(). Without a detector it says that this system has none. Detector and guard
-    /// outlive the list.
+    /// are members of the window that the list is in.
     DeviceList(Platform::DeviceManager *driveDetector, const OperationGuard &operations,
                QWidget *parent = nullptr);
 
@@ -27,7 +27,7 @@ public:
     /// Chooses the drive that holds this container, now and from now on. Empty: no container.
     void selectDeviceForContainer(const QString &path);
 
-    /// Notes whether the container's drive is there: changes from now on are told by the signals.
+    /// Notes whether the container's drive is there: changes from now on are signalled.
     void watchContainerDrive();
 
     /// Empty when no mounted drive is chosen.

@@ -33,7 +33,7 @@ public:
     {
     }
 
-    /// A file that cannot be imported is told at once, and the next one follows.
+    /// A file that cannot be imported is reported at once, and the next one follows.
     [[nodiscard]] Outcome run(const QStringList &sources, const QString &directory);
 
 private:

@@ -46,7 +46,7 @@ private:
     [[nodiscard]] std::optional<DropRefusal> refusalOf(const QDropEvent &event) const;
     [[nodiscard]] int folderRowAt(const QPoint &position) const;
 
-    bool isDropTarget = false; ///< While something welcome is dragged over the table.
+    bool isDropTarget = false; ///< While something that can be dropped is dragged over the table.
     int targetRow = -1;        ///< The folder under it; -1: the folder on show.
 };
 

@@ -179,7 +179,7 @@ void MainWindow::connectSignals()
     connect(&guard, &OperationGuard::finishing, this, &MainWindow::updateActions);
     connect(&guard, &OperationGuard::over, this, [this] {
         if (openingFailed)
-            tellOfFailedOpening();
+            reportFailedOpening();
     });
     connectActions();
     connectToggleButton();
@@ -262,7 +262,7 @@ void MainWindow::connectToggleButton()
     connect(vaultToggleButton, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
 }
 
-void MainWindow::tellOfFailedOpening()
+void MainWindow::reportFailedOpening()
 {
     openingFailed = guard.isRunning();
     if (!openingFailed)

@@ -43,7 +43,7 @@ public:
     void endSession(QSessionManager &session);
 
     /// Says that nothing has opened a file after all, as soon as no operation runs.
-    void tellOfFailedOpening();
+    void reportFailedOpening();
 
 protected:
     bool event(QEvent *event) override;
@@ -52,7 +52,7 @@ protected:
 
 private:
     using Operation = void (MainWindow::*)();
-    static constexpr int statusTimeoutMs = 5000; ///< Of the messages that tell an outcome.
+    static constexpr int statusTimeoutMs = 5000; ///< Of the messages on how an operation ended.
 
     /// Runs an operation under the guard, and shows the state that it left.
     void run(const std::function<void()> &operation);

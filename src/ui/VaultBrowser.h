@@ -20,7 +20,7 @@ class VaultBrowser final : public FilesTable
     Q_OBJECT
 
 public:
-    /// Vault and guard outlive the browser.
+    /// Vault and guard are members of the window that the browser is in.
     VaultBrowser(const Core::VaultManager &session, const OperationGuard &operations, QWidget *parent);
 
     /// Shows the folder as it is now. Without an open vault it shows nothing, and the next one opened starts

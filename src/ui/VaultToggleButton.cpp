@@ -1,4 +1,4 @@
-// The state is told three times over: by the picture, by whether the button is down, and in words.
+// The state is shown three times over: by the picture, by whether the button is down, and in words.
 #include "ui/VaultToggleButton.h"
 
 #include "ui/Formatting.h"

@@ -24,11 +24,11 @@ namespace Tessarin::UI {
     return size;
 }
 
-/// `wished`, or as much of it as a screen without panels has room for besides a window's frame, in pixels.
-[[nodiscard]] inline QSize dialogSize(const QSize &wished, const QSize &available)
+/// `preferred`, or as much of it as a screen without panels has room for besides a window's frame, in pixels.
+[[nodiscard]] inline QSize dialogSize(const QSize &preferred, const QSize &available)
 {
     constexpr QSize frame(8, 40);
-    return wished.boundedTo(available - frame);
+    return preferred.boundedTo(available - frame);
 }
 
 } // namespace Tessarin::UI

@@ -14,7 +14,7 @@ class WrappingLabel final : public QLabel
     Q_OBJECT
 
 public:
-    static constexpr int textWidth = 420; ///< What it wishes to have, in pixels.
+    static constexpr int textWidth = 420; ///< Preferred, in pixels.
 
     explicit WrappingLabel(QWidget *parent);
 

@@ -1,5 +1,5 @@
-// Tells when a file system was mounted or unmounted: a drive came or went. The kernel says so by itself;
-// nothing is asked for again and again.
+// Notices when a file system is mounted or unmounted, since a drive may have come or gone. The kernel
+// notifies; nothing is polled.
 #pragma once
 
 #include <QFile>
@@ -16,7 +16,7 @@ class MountWatcher : public QObject
     Q_OBJECT
 
 public:
-    /// Changes from now on are told, once the event loop runs. Where there is no mount table, none ever is.
+    /// Changes from now on are signalled from the event loop. Without a mount table there are none.
     explicit MountWatcher(QObject *parent = nullptr);
 
 Q_SIGNALS:

@@ -1,7 +1,7 @@
 // The icons of the vault table.
 #pragma once
 
-#include "ui/VaultTable.h"
+#include "ui/VaultTableItemKind.h"
 
 #include <QIcon>
 #include <QString>

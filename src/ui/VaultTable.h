@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core/SecureFileIndex.h"
+#include "ui/VaultTableItemKind.h"
 
 #include <QList>
 #include <QString>
@@ -11,9 +12,6 @@
 class QTableWidget;
 
 namespace Tessarin::UI {
-
-/// What a row stands for; stored as an integer under VaultTable::KindRole.
-enum class VaultTableItemKind : int { File = 0, Directory = 1, ParentDirectory = 2 };
 
 namespace VaultTable {
 

@@ -50,14 +50,12 @@ class Desktop:
         opener = self.root / "bin/xdg-open"
         opener.write_text(FAKE_OPENER)
         opener.chmod(0o755)
+        self.screen = screen
         self.environment = self._environment() | (environment or {})
 
-        self._start_display(screen)
+        self._start_display()
         self._start_bus()
-        # A window that is mapped while the window manager starts up may never be shown.
-        ready = self.root / "window-manager-is-ready"
-        self._start("openbox", "--sm-disable", "--startup", f"touch {ready}")
-        until("a window manager", ready.exists, lambda: "none")
+        self._start_window_manager()
         # Only now, since the bindings find their bus through the environment.
         os.environ.update(self.environment)
         import gi
@@ -83,10 +81,10 @@ class Desktop:
         self.processes.append(process)
         return process
 
-    def _start_display(self, screen):
+    def _start_display(self):
         reader, writer = os.pipe()
-        self._start("Xvfb", "-displayfd", str(writer), "-screen", "0", screen, "-nolisten", "tcp",
-                    pass_fds=[writer])
+        self._start("Xvfb", "-displayfd", str(writer), "-screen", "0", self.screen, "-nolisten",
+                    "tcp", pass_fds=[writer])
         os.close(writer)
         with os.fdopen(reader) as pipe:
             self.environment["DISPLAY"] = ":" + pipe.readline().strip()
@@ -95,6 +93,12 @@ class Desktop:
         bus = self._start("dbus-daemon", "--session", "--nofork", "--print-address", stdout=subprocess.PIPE,
                           text=True)
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().strip()
+
+    def _start_window_manager(self):
+        # A window that is mapped while the window manager starts up may never be shown.
+        ready = self.root / "window-manager-is-ready"
+        self._start("openbox", "--sm-disable", "--startup", f"touch {ready}")
+        until("a window manager", ready.exists, lambda: "none")
 
     def close(self):
         for process in reversed(self.processes):
@@ -117,7 +121,9 @@ class Desktop:
         desktop = self.atspi.get_desktop(0)
         desktop.clear_cache()
         children = (desktop.get_child_at_index(i) for i in range(desktop.get_child_count()))
-        return next((child for child in children if child and child.get_name().lower() == name), None)
+        # Where other toolkits lend it their dialogs, the program has a second tree, of theirs.
+        return next((child for child in children if child and child.get_name().lower() == name
+                     and child.get_toolkit_name() == "Qt"), None)
 
     # Eyes ----------------------------------------------------------------------------------------------------
 
@@ -191,11 +197,14 @@ class Desktop:
         crop = ["-crop", "{0}x{1}+{2}+{3}".format(*area), "+repage"] if area else []
         subprocess.run(["import", "-window", "root", *crop, "-strip", str(path)], env=self.environment, check=True)
 
+    def is_on_screen(self, title):
+        search = ["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"]
+        return subprocess.run(search, env=self.environment, capture_output=True, check=False).returncode == 0
+
     def glimpse(self, title, path):
         """A picture of a window that closes by itself, the program held still meanwhile; none if it was too quick."""
-        search = ["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"]
         deadline = time.monotonic() + 2
-        while subprocess.run(search, env=self.environment, capture_output=True, check=False).returncode:
+        while not self.is_on_screen(title):
             if time.monotonic() > deadline:
                 return
         time.sleep(0.15)  # to be painted
@@ -232,6 +241,10 @@ class Desktop:
         """The one of the frame, which the window manager puts above a window at its right end."""
         width, _, x, y = area
         self._xdotool("mousemove", x + width - 12, y - 10, "click", 1)
+
+    def ask_to_close(self, area):
+        """As people ask a window of that area to close while its program is at work."""
+        self.click_close_button(area)
 
     def click(self, node, button=1, times=1):
         width, height, x, y = self.area(node)

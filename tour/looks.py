@@ -11,7 +11,7 @@ from pathlib import Path
 
 import read_container
 from desktop import SCREEN, Desktop, Missed
-from driver import PASSWORD, Tour
+from stations import PASSWORD, Tour
 
 # What the desktop with these settings calls its dark colours.
 DARK_COLOURS = """

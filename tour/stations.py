@@ -1,9 +1,8 @@
 """The stations of the tour: the main job of the real program, done as a person does it, on a USB drive.
 
 Every station acts through keys and clicks, and is reached when the window says so or the drive holds the
-proof. Containers are checked by a second implementation of the format. Started by scripts/tour.
+proof. Containers are checked by a second implementation of the format. Started by tour.py.
 """
-import argparse
 import os
 import subprocess
 import sys
@@ -22,6 +21,8 @@ PASSWORD = "cavalo-bateria-grampo"
 NEW_PASSWORD = "rio, pedra & 100% vento"
 HEADER_BYTES = 8388636
 REST = ("chave.pem", "contrato.pdf")  # files that stand in the root all the time
+
+REPORT = "Documentos/relatório.odt"
 
 OPEN_CONTAINERS, SAVE_CONTAINER = "Escolher container Tessarin", "Criar container Tessarin"
 
@@ -44,6 +45,7 @@ class Tour:
         self.desktop, self.program, self.drive, self.output = desktop, program, drive, output
         self.update_pictures = update_pictures
         self.container = drive / "tessarin.trvx"
+        self.files, self.folders = {}, set()  # what the vault holds
         self.shots = 0
         self.station = ""
 
@@ -89,6 +91,9 @@ class Tour:
         if detail:
             self.shot(detail)
         self.desktop.key("Return")
+
+    def replace_file(self, name):
+        self.box("Exportar arquivo", f"{name} já existe.", "Sim")
 
     def rows(self):
         try:
@@ -200,6 +205,7 @@ class Tour:
             self.press("ctrl+shift+n")
             self.ask("Nova pasta", name, "dialog" if name == "Fotos" else None)
             self.cell(name)
+            self.folders.add(name)
         self.status("Pasta criada.")
         self.press("ctrl+shift+n")
         self.ask("Nova pasta", "documentos", detail=None)
@@ -207,12 +213,12 @@ class Tour:
         self.shows("Documentos", "Fotos", "Rascunhos")
 
     def import_several(self):
-        self.large = self.write("Diversos", "férias.mp3", os.urandom(64 << 20))
-        for name, size in {"chave.pem": 1704, "contrato.pdf": 84_000, "visto.png": 240_000}.items():
-            self.write("Diversos", name, os.urandom(size))
-        self.odd = self.write("Diversos", "100%1 açúcar.txt", "Receita de açúcar %1 %2\n".encode())
-        self.write("Diversos", "<b>a&b.jpg", os.urandom(300_000))
-        self.write("Diversos", "notas", b"")
+        sizes = {"férias.mp3": 64 << 20, "chave.pem": 1704, "contrato.pdf": 84_000, "visto.png": 240_000,
+                 "<b>a&b.jpg": 300_000, "notas": 0}
+        self.odd = "Receita de açúcar %1 %2\n".encode()
+        self.files |= {name: os.urandom(size) for name, size in sizes.items()} | {"100%1 açúcar.txt": self.odd}
+        for name, content in self.files.items():
+            self.write("Diversos", name, content)
         self.import_all("Diversos")
         self.desktop.glimpse("Importar arquivos", self.picture_path("progress"))
         self.status("7 arquivos importados com sucesso.")
@@ -227,7 +233,8 @@ class Tour:
         self.write("Escritorio", "relatório.odt", b"primeira versao")
         self.import_all("Escritorio")
         self.status("Arquivo importado com sucesso.")
-        self.report = self.write("Escritorio", "relatório.odt", b"segunda versao")
+        self.write("Escritorio", "relatório.odt", b"segunda versao")
+        self.files[REPORT] = b"segunda versao"
         self.import_all("Escritorio")
         self.box("Substituir arquivo", "Documentos/relatório.odt já existe no cofre.", "Sim")
         self.status("Arquivo importado com sucesso.")
@@ -235,17 +242,17 @@ class Tour:
 
     def export_file(self):
         content = self.export("relatório.odt")
-        require(content == self.report, repr(self.report), repr(content))
+        require(content == self.files[REPORT], repr(self.files[REPORT]), repr(content))
 
     def open_and_edit(self):
         self.desktop.click(self.cell("relatório.odt"), times=2)
         self.status("Arquivo aberto para edição.")
         address = until("an opened file", lambda: self.desktop.opened.exists() and self.desktop.opened.read_text())
         copy = self.copy = Path(unquote(urlparse(address.strip()).path))
-        require(self.desktop.temporary in copy.parents and copy.read_bytes() == self.report,
+        require(self.desktop.temporary in copy.parents and copy.read_bytes() == self.files[REPORT],
                 "a decrypted copy below the temporary directory", copy)
-        self.report += b", corrigida"
-        copy.write_bytes(self.report)
+        self.files[REPORT] += b", corrigida"
+        copy.write_bytes(self.files[REPORT])
         self.shot()
 
     def close_in_vain(self):
@@ -268,18 +275,17 @@ class Tour:
         require(not self.workspaces(), "no temporary copies", self.workspaces())
         self.shot()
         stored = self.stored()
-        files = {"<b>a&b.jpg", "100%1 açúcar.txt", *REST, "férias.mp3", "notas", "visto.png",
-                 "Documentos/relatório.odt"}
-        require(set(stored.files) == files, files, set(stored.files))
-        require(set(stored.directories) == {"Documentos", "Fotos", "Rascunhos"}, "three folders", stored.directories)
-        require(stored.read("férias.mp3") == self.large, "férias.mp3 as it was imported", "other bytes")
+        require(set(stored.files) == set(self.files), set(self.files), set(stored.files))
+        require(set(stored.directories) == self.folders, self.folders, set(stored.directories))
+        for name, content in self.files.items():
+            require(stored.read(name) == content, f"{name} as it was imported or edited", "other bytes")
 
     def edit_came_back(self):
         self.unlock(PASSWORD)
         self.status("Cofre desbloqueado.")
         self.desktop.click(self.cell("Documentos"), times=2)
         content = self.export("relatório.odt")
-        require(content == self.report, repr(self.report), repr(content))
+        require(content == self.files[REPORT], repr(self.files[REPORT]), repr(content))
         self.desktop.click(self.cell(".."), times=2)
         self.cell("férias.mp3")
 
@@ -287,8 +293,8 @@ class Tour:
         self.desktop.click(self.cell("<b>a&b.jpg"))
         self.file_menu("Mover para pasta...")
         self.desktop.window("Mover arquivo")
-        self.desktop.click(self.desktop.find("combo box"))
-        self.desktop.key("F", "Return")
+        self.desktop.find("combo box", where=self.desktop.has_focus)
+        self.desktop.key("F")
         self.desktop.find("combo box", where=lambda box: "Fotos" in self.desktop.text_of(box))
         self.shot("dialog")
         self.desktop.click(self.desktop.find("button", "Mover"))
@@ -418,7 +424,7 @@ class Tour:
         self.desktop.click(self.desktop.find("button", "Fechar"))
 
     def close_while_it_works(self):
-        """The close button of the window's frame, while an export waits for whoever reads it."""
+        """The window is asked to close while an export waits for whoever reads it."""
         area = self.desktop.area(self.desktop.window("Tessarin", "frame"))
         pipe = self.desktop.home / "lento"
         os.mkfifo(pipe)
@@ -437,11 +443,11 @@ class Tour:
         self.press("ctrl+e")
         self.box("Exportar arquivo", "Exportar ", "Continuar")
         self.ask("Exportar arquivo", str(pipe))
-        self.box("Exportar arquivo", "lento já existe.", "Sim")
+        self.replace_file(pipe.name)
         # The program is waiting for the pipe: it can be seen, and answers nobody.
         until("the export's progress", lambda: received and self.desktop.popups())
         self.shot()
-        self.desktop.click_close_button(area)
+        self.desktop.ask_to_close(area)
         time.sleep(0.3)
         require(self.desktop.program.poll() is None, "a program that goes on", "its end")
         go_on.set()
@@ -451,7 +457,7 @@ class Tour:
 
     def quit(self):
         self.start()
-        self.press("ctrl+q")
+        self.desktop.click_close_button(self.desktop.area(self.desktop.window("Tessarin", "frame")))
         self.ended()
 
     def ended(self):
@@ -465,13 +471,15 @@ class Tour:
                 edit_came_back, move_file, rename_file, rename_folder, browse, context_menu, open_without_program,
                 delete_file, delete_folder, compact, backup, change_password, open_foreign_container, about, help,
                 close_while_it_works, quit]
+    SHORT = [start, choose_drive, create_vault, unlock_vault, create_folders, import_several, lock_by_padlock,
+             open_foreign_container, close_while_it_works, quit]
 
-    def run(self):
-        for number, station in enumerate(self.STATIONS, 1):
+    def run(self, stations):
+        for number, station in enumerate(stations, 1):
             self.station = station.__name__
             start = time.monotonic()
             try:
-                station(self)
+                getattr(self, self.station)()
             except Exception as error:  # whatever it is, the station was not reached
                 if not isinstance(error, Missed):
                     traceback.print_exc()
@@ -480,26 +488,3 @@ class Tour:
                 return False
             print(f"{number:2}  {station.__name__}  ({time.monotonic() - start:.1f} s)", flush=True)
         return True
-
-
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--program", required=True)
-    parser.add_argument("--drive", type=Path, required=True)
-    parser.add_argument("--output", type=Path, required=True)
-    parser.add_argument("--update-pictures", action="store_true")
-    arguments = parser.parse_args()
-    arguments.output.mkdir(parents=True, exist_ok=True)
-    for picture in [*arguments.output.glob("[0-9][0-9]-*.png"), arguments.output / "failure.png"]:
-        picture.unlink(missing_ok=True)
-
-    desktop = Desktop()
-    try:
-        done = Tour(desktop, arguments.program, arguments.drive, arguments.output, arguments.update_pictures).run()
-    finally:
-        desktop.close()
-    sys.exit(0 if done else 1)
-
-
-if __name__ == "__main__":
-    main()

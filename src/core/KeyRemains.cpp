@@ -50,13 +50,20 @@ bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
                              file.write(QByteArray(last - first, '\0')) == last - first);
 }
 
-bool wipeGap(QFileDevice &file, Range gap)
+/// What cannot be read is overwritten as well, where it is certain that nothing refers to it.
+bool wipeGap(QFileDevice &file, Range gap, bool isFree)
 {
+    constexpr qint64 pageSize = 4096;
     constexpr qint64 overlap = 32; // A name may lie across the border of two chunks.
     for (qint64 offset = gap.first; offset < gap.second;) {
         const QByteArray chunk = readRange(file, offset, std::min(gap.second, offset + chunkSize));
-        if (chunk.isEmpty())
-            return false;
+        if (chunk.isEmpty()) {
+            const qint64 unreadable = std::min(pageSize - offset % pageSize, gap.second - offset);
+            if (!isFree || !file.seek(offset) || file.write(QByteArray(unreadable, '\0')) != unreadable)
+                return false;
+            offset += unreadable;
+            continue;
+        }
         for (const QByteArrayView name : names) {
             for (qsizetype at = chunk.indexOf(name); at >= 0; at = chunk.indexOf(name, at + 1)) {
                 if (!wipeTextAround(file, offset + at, gap))
@@ -85,8 +92,10 @@ bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index)
     std::sort(blocks.begin(), blocks.end());
     qint64 gapBegin = ContainerFormat::blockAreaOffset;
     for (const auto &[blockBegin, blockEnd] : std::as_const(blocks)) {
-        if (gapBegin < blockBegin && !wipeGap(container, {gapBegin, std::min(blockBegin, end)}))
+        if (gapBegin < blockBegin &&
+            !wipeGap(container, {gapBegin, std::min(blockBegin, end)}, index != nullptr)) {
             return false;
+        }
         gapBegin = std::max(gapBegin, blockEnd);
     }
     return true;

@@ -109,46 +109,57 @@ private:
         return skipNumber();
     }
 
+    /// Like Qt's parser, this takes a number with digits on one side of its point only.
     bool skipNumber()
     {
         at += next() == '-';
         const bool startsWithZero = next() == '0';
-        const qsizetype start = at;
-        if (!skipDigits() || (startsWithZero && at > start + 1))
+        const qsizetype wholeDigits = skipDigits();
+        if (startsWithZero && wholeDigits > 1)
             return false;
-        if (next() == '.' && (++at, !skipDigits()))
+        qsizetype fractionDigits = 0;
+        if (next() == '.') {
+            ++at;
+            fractionDigits = skipDigits();
+        }
+        if (wholeDigits + fractionDigits == 0)
             return false;
         if (next() != 'e' && next() != 'E')
             return true;
         ++at;
         at += next() == '+' || next() == '-';
-        return skipDigits();
+        return skipDigits() > 0;
     }
 
-    bool skipDigits()
+    qsizetype skipDigits()
     {
         const qsizetype start = at;
         while (isDigit(next()))
             ++at;
-        return at > start;
+        return at - start;
     }
 
     QByteArrayView json;
     qsizetype at = 0;
 };
 
-/// A key as its escapes spell it.
+/// A key as its escapes spell it; those of control characters become "?", too.
 QByteArray spelledOut(QByteArrayView rawKey)
 {
     constexpr qsizetype digits = 4;
     QByteArray key;
     for (qsizetype at = 0; at < rawKey.size(); ++at) {
-        if (rawKey[at] == '\\' && rawKey[++at] == 'u') {
+        if (rawKey[at] != '\\') {
+            key += rawKey[at];
+            continue;
+        }
+        const char escape = rawKey[++at];
+        if (escape == 'u') {
             const uint unit = rawKey.sliced(at + 1, digits).toUInt(nullptr, 16);
             key += unit < 0x80 ? static_cast<char>(unit) : '?';
             at += digits;
         } else {
-            key += rawKey[at];
+            key += QByteArrayView("bfnrt").contains(escape) ? '?' : escape;
         }
     }
     return key;

@@ -171,7 +171,7 @@ bool visitJsonMembers(QByteArrayView json, const JsonMemberVisitor &visit)
 {
     constexpr QByteArrayView byteOrderMark("\xEF\xBB\xBF");
     Scanner scanner(json.startsWith(byteOrderMark) ? json.sliced(byteOrderMark.size()) : json);
-    if (!json.isValidUtf8() || !scanner.take('{'))
+    if (!scanner.take('{'))
         return false;
     if (!scanner.take('}')) {
         do {

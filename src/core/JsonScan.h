@@ -13,7 +13,7 @@ namespace Tessarin::Core {
 /// "?", and the JSON of its value. Both are valid during the call only.
 using JsonMemberVisitor = std::function<void(QByteArrayView key, QByteArrayView value)>;
 
-/// False when the text is not one JSON object (RFC 8259, in UTF-8, nested at most 1024 deep); the members
+/// False when the text is not one JSON object (RFC 8259, nested at most 1024 deep); the members
 /// before the mistake have been visited by then.
 [[nodiscard]] bool visitJsonMembers(QByteArrayView json, const JsonMemberVisitor &visit);
 

@@ -3,6 +3,8 @@
 // ("twin"), and a working folder among the temporary files.
 #pragma once
 
+#include "core/HostFile.h"
+
 #include <QFile>
 #include <QString>
 #include <QStringList>
@@ -12,9 +14,9 @@ namespace Tessarin::Core {
 /// For QTemporaryDir.
 [[nodiscard]] QString workingFolderTemplate();
 
-/// Opens a working folder and takes its lock, which tells other programs that it is in use. False when it is
-/// another user's, or no folder, or in use.
-[[nodiscard]] bool lockWorkingFolder(const QString &path, QFile &folder);
+/// Opens a working folder and takes its lock, which tells other programs that it is in use. Held also when it
+/// is another user's or no folder.
+[[nodiscard]] FileLock lockWorkingFolder(const QString &path, QFile &folder);
 
 /// The name for a new twin of a container.
 [[nodiscard]] QString newTwinPath(const QString &containerPath);

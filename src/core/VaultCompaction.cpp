@@ -210,7 +210,7 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     QTemporaryDir folder(workingFolderTemplate());
     folder.setAutoRemove(false);
     QFile folderLock;
-    if (!folder.isValid() || !lockWorkingFolder(folder.path(), folderLock))
+    if (!folder.isValid() || lockWorkingFolder(folder.path(), folderLock) == FileLock::Held)
         return false;
     auto removeFolder = qScopeGuard([&folder] { QDir(folder.path()).removeRecursively(); });
 

@@ -96,13 +96,15 @@ QString workingFolderTemplate()
     return QDir::tempPath() + QLatin1Char('/') + workingFolderPrefix + QLatin1String("XXXXXX");
 }
 
-bool lockWorkingFolder(const QString &path, QFile &folder)
+FileLock lockWorkingFolder(const QString &path, QFile &folder)
 {
     const int descriptor =
         ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     struct stat status = {};
-    return descriptor >= 0 && folder.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
-           ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid() && lockFile(folder);
+    const bool isOwn = descriptor >= 0 &&
+                       folder.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
+                       ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
+    return isOwn ? takeLock(folder) : FileLock::Held;
 }
 
 QString newTwinPath(const QString &containerPath)
@@ -141,8 +143,9 @@ void VaultManager::clearLeftovers(const LockedVault &present, const ProgressCall
     std::optional<bool> isWhole; // Found out when it is needed: that takes a while.
     const auto isSuperfluous = [&](const QString &path, bool &isOfThisVault) {
         QFile file(path);
-        if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !lockFile(file))
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || takeLock(file) != FileLock::Taken) {
             return false;
+        }
         ContainerDocument document;
         SecureFileIndex index;
         isOfThisVault =
@@ -163,7 +166,7 @@ void VaultManager::clearLeftovers(const LockedVault &present, const ProgressCall
         QFile folder;
         const QString built = builtIn(path);
         bool isOfThisVault = false;
-        if (!lockWorkingFolder(path, folder))
+        if (lockWorkingFolder(path, folder) != FileLock::Taken)
             continue;
         // Before the container is finished, what is in the folder opens with no password.
         if (!QFileInfo::exists(built) || isSuperfluous(built, isOfThisVault))
@@ -173,11 +176,12 @@ void VaultManager::clearLeftovers(const LockedVault &present, const ProgressCall
     }
 }
 
-/// After unlocking. Nothing is touched while another program works on the container.
+/// After unlocking. Nothing is touched while another program works on the container, and where the file
+/// system has no locks to tell.
 void VaultManager::clearLeftoversOfSession()
 {
     QFile container(sessionContainerPath);
-    if (container.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && lockFile(container))
+    if (container.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && takeLock(container) == FileLock::Taken)
         clearLeftovers({container, masterKey, sessionIndex}, {});
     else
         leftovers = compactionTwins(sessionContainerPath);

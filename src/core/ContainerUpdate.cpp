@@ -49,8 +49,8 @@ QByteArray areaFor(QByteArrayView header)
     return area;
 }
 
-/// Stands in an area for bytes that cannot be read. It is in no header's JSON, and differs from the zeros
-/// behind it, so what is unreadable is always written anew.
+/// Stands in an area for bytes that cannot be read. No header that is written and no zeros behind it look
+/// like that, so what is unreadable is always written anew.
 constexpr char unreadable = '\xff';
 
 /// The header in an area, as a view of it; null for a null area, empty when its length makes no sense or a
@@ -64,17 +64,18 @@ QByteArrayView headerIn(const QByteArray &area)
     if (!isNumber || length < 1 || length > headerAreaSize || area.size() < headerAreaOffset)
         return "";
     const QByteArrayView rest = QByteArrayView(area).sliced(headerAreaOffset);
-    const QByteArrayView header = rest.first(std::min(length, rest.size()));
-    return header.contains(unreadable) ? QByteArrayView("") : header;
+    return rest.first(std::min(length, rest.size()));
 }
 
 /// The area on the drive; null when the file ends before it does. After a read that fails it goes on page by
-/// page, to find out which ones the drive cannot give.
+/// page, to find out which ones the drive cannot give. Where the header is among them, its length is not
+/// told.
 QByteArray readArea(QIODevice &container)
 {
     QByteArray area("");
     QByteArray chunk(readAheadSize, Qt::Uninitialized);
     bool isPageWise = false;
+    qint64 firstUnreadable = blockAreaOffset;
     if (!container.seek(0))
         return {};
     for (qint64 offset = 0; offset < blockAreaOffset;) {
@@ -88,6 +89,7 @@ QByteArray readArea(QIODevice &container)
         if (size < 0) {
             if (!container.seek(offset + wanted))
                 return {};
+            firstUnreadable = std::min(firstUnreadable, offset);
             std::fill_n(chunk.begin(), size = wanted, unreadable);
         }
         if (size == 0)
@@ -98,6 +100,8 @@ QByteArray readArea(QIODevice &container)
         }
         offset += size;
     }
+    if (firstUnreadable < headerAreaOffset + headerIn(area).size())
+        std::fill_n(area.begin() + fileMagicSize, lengthDigits, unreadable);
     return area;
 }
 

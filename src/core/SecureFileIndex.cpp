@@ -246,9 +246,9 @@ bool SecureFileIndex::setVaultPath(const QString &vaultPath, const QString &newV
     if (position == fileLookup.byPath.cend() || newVaultPath.isEmpty() || contains(newVaultPath))
         return false;
 
-    // The path may be a reference into the entry that changes; so may those of the two functions below.
-    const QString formerPath = vaultPath;
-    fileEntries[*position].vaultPath = newVaultPath;
+    // `vaultPath` may be a reference into the entry that changes; so may the paths of the two functions
+    // below.
+    const QString formerPath = std::exchange(fileEntries[*position].vaultPath, newVaultPath);
     if (!fileLookup.rename(formerPath, newVaultPath))
         rebuildFileLookup();
     return true;
@@ -260,8 +260,7 @@ bool SecureFileIndex::remove(const QString &vaultPath)
     if (position == fileLookup.byPath.cend())
         return false;
 
-    const QString removedPath = vaultPath;
-    fileEntries.removeAt(*position);
+    const QString removedPath = fileEntries.takeAt(*position).vaultPath;
     if (!fileLookup.remove(removedPath))
         rebuildFileLookup();
     return true;
@@ -288,8 +287,7 @@ bool SecureFileIndex::removeDirectory(const QString &path)
     if (position == directoryLookup.byPath.cend())
         return false;
 
-    const QString removedPath = path;
-    directoryEntries.removeAt(*position);
+    const QString removedPath = directoryEntries.takeAt(*position).path;
     if (!directoryLookup.remove(removedPath))
         rebuildDirectoryLookup();
     return true;

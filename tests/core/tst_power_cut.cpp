@@ -451,6 +451,9 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("size");
         for (const QByteArray &size : headerSizes.keys()) {
             for (const Operation &row : operations) {
+                // A full header leaves no room in its tail for a record that could be stale.
+                if (row.name == "stale" && size == "full")
+                    continue;
                 if (isThorough || size == "small" || (row.name == "rename" && size != "half") ||
                     (size == "more" && row.name == "stale"))
                     QTest::addRow("%s %s", row.name.constData(), size.constData()) << row << size;

@@ -3,7 +3,7 @@ which the program's own windows are: they are known by their titles, and used by
 import os
 import subprocess
 
-from desktop import Desktop
+from desktop import Desktop, until
 from stations import REST, Tour
 
 
@@ -12,9 +12,9 @@ class GtkDesktop(Desktop):
         return super()._environment() | {"QT_QPA_PLATFORMTHEME": "gtk3"}
 
     def _active_window(self, title, role):
-        return role == "dialog" and self._name_in_front() == title or super()._active_window(title, role)
+        return role == "dialog" and self.name_in_front() == title or super()._active_window(title, role)
 
-    def _name_in_front(self):
+    def name_in_front(self):
         return subprocess.run(["xdotool", "getactivewindow", "getwindowname"], env=self.environment,
                               capture_output=True, text=True, check=False).stdout.rstrip("\n")
 
@@ -30,5 +30,7 @@ class GtkTour(Tour):
         self.shot()
 
     def replace_file(self, name):
+        """The question has no title; its default is to replace."""
+        until("GTK's own question", lambda: self.desktop.name_in_front() != "Exportar arquivo")
         self.shot("replace")
         self.desktop.key("Return")

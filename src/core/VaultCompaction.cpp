@@ -248,9 +248,8 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
         return true;
     }
     removeTwin.dismiss();
+    removeFolder.dismiss(); // The drive with the twin has just failed.
     const bool isOnDrive = hasTwin && QFile::exists(twin.fileName());
-    if (!isOnDrive)
-        removeFolder.dismiss();
     if (preservedPath != nullptr)
         *preservedPath = isOnDrive ? twin.fileName() : compacted.path;
     return false;

@@ -38,11 +38,6 @@ bool isTwinName(const QString &name, const QString &baseName)
     });
 }
 
-QString builtIn(const QString &folderPath)
-{
-    return folderPath + QLatin1Char('/') + QLatin1String(ContainerFormat::defaultFileName);
-}
-
 QStringList workingFolders()
 {
     QStringList folders;
@@ -162,17 +157,24 @@ void VaultManager::clearLeftovers(const LockedVault &present, const ProgressCall
         return !isSameFile(twin, present.container.fileName()) && isSuperfluous(twin, isOfThisVault) &&
                QFile::remove(twin);
     });
+    const QLatin1StringView built(ContainerFormat::defaultFileName);
     for (const QString &path : folders) {
         QFile folder;
-        const QString built = builtIn(path);
-        bool isOfThisVault = false;
         if (lockWorkingFolder(path, folder) != FileLock::Taken)
             continue;
-        // Before the container is finished, what is in the folder opens with no password.
-        if (!QFileInfo::exists(built) || isSuperfluous(built, isOfThisVault))
-            QDir(path).removeRecursively();
-        else if (isOfThisVault)
-            leftovers.append(built);
+        // The finished container, and the unfinished one under the name that QSaveFile gives it.
+        const QDir directory(path);
+        const QStringList files =
+            directory.entryList({built, built + QLatin1String(".??????")}, QDir::Files | QDir::NoSymLinks);
+        for (const QString &name : files) {
+            const QString file = directory.filePath(name);
+            bool isOfThisVault = false;
+            if (isSuperfluous(file, isOfThisVault))
+                QFile::remove(file);
+            else if (isOfThisVault)
+                leftovers.append(file);
+        }
+        QDir().rmdir(path); // It stays when anything is left in it.
     }
 }
 
@@ -187,6 +189,20 @@ void VaultManager::clearLeftoversOfSession()
         leftovers = compactionTwins(sessionContainerPath);
 }
 
+/// True when the drive, and not only memory, holds the header with this index.
+bool VaultManager::isOnDrive(const LockedVault &present) const
+{
+    const QString path = present.container.fileName();
+    if (!syncFile(present.container))
+        return false;
+    syncDirectory(QFileInfo(path).absolutePath());
+    dropCachedPages(present.container);
+    ContainerDocument document;
+    SecureFileIndex index;
+    return containers.readDocument(path, &document) && decryptIndex(document, present.key, &index) &&
+           isContainedIn(present.index, index);
+}
+
 /// False also when there is more to read than may be read now.
 bool VaultManager::everyBlockOpens(const LockedVault &present, const ProgressCallback &progress) const
 {
@@ -194,7 +210,7 @@ bool VaultManager::everyBlockOpens(const LockedVault &present, const ProgressCal
     const qint64 totalBytes = present.container.size() - ContainerFormat::blockAreaOffset;
     qint64 doneBytes = 0;
     QByteArray stored;
-    if (totalBytes > present.mostBytesRead)
+    if (totalBytes > present.mostBytesRead || !isOnDrive(present))
         return false;
     for (const VaultFileEntry &file : present.index.entries()) {
         for (const VaultFileBlock &block : file.blocks) {

@@ -233,6 +233,7 @@ private:
     struct LockedVault;
     void clearLeftovers(const LockedVault &present, const ProgressCallback &progress);
     void clearLeftoversOfSession();
+    [[nodiscard]] bool isOnDrive(const LockedVault &present) const;
     [[nodiscard]] bool everyBlockOpens(const LockedVault &present, const ProgressCallback &progress) const;
 
     State sessionState = Locked;

@@ -122,7 +122,8 @@ bool replaceDurably(const QString &path, const QString &newPath)
     // FAT's rename over a file frees it before the new entry is on the drive. Where two files cannot change
     // places (exFAT, FAT before Linux 6.0), a rename has to do.
     if (!exchange()) {
-        const bool isRenamed = ::rename(newName.constData(), name.constData()) == 0;
+        const bool isUnsupported = errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
+        const bool isRenamed = isUnsupported && ::rename(newName.constData(), name.constData()) == 0;
         if (!isRenamed)
             QFile::remove(newPath);
         return isRenamed && syncRenamed(path);

@@ -50,7 +50,8 @@ void syncDirectory(const QString &directoryPath);
 
 /// Puts a durable file in the place of another of the same directory, whose contents stay on the drive until
 /// the new ones are durable under its name. On failure the other one is back in its place and the new one is
-/// gone; where the drive makes nothing durable any more, both stay.
+/// gone; where the drive makes nothing durable any more, both stay. Where the file system cannot let two
+/// files change places, a rename that fails to become durable has replaced the other one all the same.
 [[nodiscard]] bool replaceDurably(const QString &path, const QString &newPath);
 
 /// True when an error number tells that there is no room for more bytes, and of no other fault.

@@ -39,6 +39,8 @@ bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
 {
     const qint64 begin = std::max(gap.first, name - mostText);
     const QByteArray bytes = readRange(file, begin, std::min(gap.second, name + mostText));
+    if (bytes.size() < name - begin)
+        return false;
     const auto middle = bytes.cbegin() + (name - begin);
     const auto last = std::find_if_not(middle, bytes.cend(), isText);
     auto first = std::find_if_not(std::make_reverse_iterator(middle), bytes.crend(), isText).base();

@@ -197,7 +197,12 @@ bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &docum
     const bool isHeader = containers.parseHeader(header, &document);
     if (header.isNull())
         return false;
-    if (isHeader && sealOf(document) == sessionSeal) {
+    const auto isIndexWhole = [&] {
+        SecureFileIndex index;
+        return decryptIndex(document, &index);
+    };
+    // The seal is the nonce and the tag, which are the ends of a header whose middle may be torn.
+    if (isHeader && sealOf(document) == sessionSeal && (!update.brokenOffChange() || isIndexWhole())) {
         // A wrapping of the key that no record knows may be a torn one: opening the vault decides.
         return update.discardRecords([&](const UndoRecord &record) {
             ContainerDocument former;

@@ -52,10 +52,13 @@ class Desktop:
         opener.chmod(0o755)
         self.screen = screen
         self.environment = self._environment() | (environment or {})
-
-        self._start_display()
-        self._start_bus()
-        self._start_window_manager()
+        try:
+            self._start_display()
+            self._start_bus()
+            self._start_window_manager()
+        except BaseException:
+            self.close()
+            raise
         # Only now, since the bindings find their bus through the environment.
         os.environ.update(self.environment)
         import gi

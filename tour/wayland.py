@@ -46,20 +46,27 @@ class WaylandDesktop(Desktop):
                                          "XDG_SESSION_TYPE": "wayland"}
 
     def _start_window_manager(self):
-        settings = self.root / "weston.ini"
+        settings, log = self.root / "weston.ini", self.root / "weston.log"
         settings.write_text(SETTINGS)
         width, height, _ = self.screen.split("x")
-        self._start("weston", "--backend=x11-backend.so", f"--width={width}", f"--height={height}",
-                    "--debug", f"--config={settings}", "--socket=tour")
-        until("a compositor that has the mouse", self._follows_the_mouse, lambda: "none")
+        with log.open("w") as output:
+            weston = self._start("weston", "--backend=x11-backend.so", f"--width={width}", f"--height={height}",
+                                 "--debug", f"--config={settings}", "--socket=tour",
+                                 stdout=output, stderr=subprocess.STDOUT)
+        until("a compositor that has the mouse", lambda: self._follows_the_mouse(int(width), int(height)),
+              lambda: f"weston with status {weston.poll()}, this log and these windows:\n"
+                      f"{log.read_text()}\n{self._scene_graph()}")
         self._xdotool("search", "--class", "Weston", "windowfocus", "--sync")  # and the keyboard
 
-    def _follows_the_mouse(self):
+    def _follows_the_mouse(self, width, height):
+        """Weston goes as far as the mouse does, but at times from another place: from corner to corner, both come to be
+        where the screen ends."""
         if not (self.root / "run/tour").exists():
             return False
-        # Not to the same place: it follows what moves.
-        self._xdotool("mousemove", 300, 300, "mousemove", 320, 320)
-        return re.search(r"cursor, .*\n\s*position: \(31", self._scene_graph())
+        for x, y in ((width - 1, height - 1), (0, 0), (320, 320)):
+            self._xdotool("mousemove", x, y)
+            windows = self._scene_graph()  # answered once it has moved there: moves that wait are taken together
+        return re.search(r"cursor, .*\n\s*position: \(31", windows)
 
     def _scene_graph(self):
         return subprocess.run(["weston-debug", "scene-graph"], env=self.environment, capture_output=True, text=True,

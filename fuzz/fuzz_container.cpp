@@ -4,6 +4,7 @@
 #include "Require.h"
 
 #include "core/ContainerManager.h"
+#include "core/FormatNames.h"
 #include "core/VaultManager.h"
 
 #include <QIODevice>
@@ -37,7 +38,7 @@ public:
     {
         // One round of the fallback derivation: opening costs next to nothing.
         metadata.kdf = QStringLiteral("PBKDF2");
-        metadata.cipher = QLatin1String(ContainerFormat::cipherName);
+        metadata.cipher = nameOf(Cipher::XChaCha20Poly1305);
         metadata.kdfIterations = 1;
         metadata.salt = QByteArray(CryptoManager::saltSizeBytes, 's');
         metadata.nonce = metadata.payloadNonce = QByteArray(CryptoManager::nonceSizeBytes, 'n');

@@ -20,7 +20,4 @@ inline constexpr qint64 blockPlainSize = 16 * 1024 * 1024; ///< Plaintext of eve
 inline constexpr qint32 defaultKdfIterations = 250000;     ///< Where a header names none.
 inline constexpr char defaultFileName[] = "tessarin.trvx";
 
-inline constexpr char kdfName[] = "Argon2id";
-inline constexpr char cipherName[] = "XChaCha20-Poly1305";
-
 } // namespace Tessarin::Core::ContainerFormat

@@ -1,6 +1,7 @@
 // libsodium's primitives behind byte arrays, and PBKDF2 over Qt's HMAC.
 #include "core/CryptoManager.h"
 
+#include "core/FormatNames.h"
 #include "core/Secret.h"
 
 #include <QCryptographicHash>
@@ -164,7 +165,8 @@ QByteArray CryptoManager::deriveKey(const QByteArray &password, const KeyDerivat
         params.keyLength > mostKeyBytes)
         return {};
 
-    return params.kdf == QLatin1String("Argon2id") ? argon2id(password, params) : pbkdf2(password, params);
+    return keyDerivationNamed(params.kdf) == KeyDerivation::Argon2id ? argon2id(password, params)
+                                                                     : pbkdf2(password, params);
 }
 
 bool CryptoManager::constantTimeEquals(const QByteArray &a, const QByteArray &b) const

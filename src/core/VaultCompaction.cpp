@@ -2,9 +2,10 @@
 // deleted only when a complete, checked new one lies on the local disk.
 #include "core/VaultManager.h"
 
-#include "core/BlockReader.h"
+#include "core/BlockStore.h"
 #include "core/HostFile.h"
 #include "core/Leftovers.h"
+#include "core/VaultKeys.h"
 #include "core/VaultRecovery.h"
 
 #include <QCoreApplication>
@@ -295,7 +296,7 @@ bool VaultManager::buildCompacted(QFile &oldContainer, CompactedContainer &compa
     return containers.writeDocument(compacted.path, document, [&](QIODevice &output) {
         if (!copyLiveBlocks(oldContainer, output, compacted, progress))
             return false;
-        document.encryptedIndex = encryptIndex(document, compacted.index);
+        document.encryptedIndex = encryptIndex(document, compacted.index, masterKey);
         return !document.encryptedIndex.isEmpty();
     });
 }
@@ -305,13 +306,12 @@ bool VaultManager::copyLiveBlocks(QFile &oldContainer, QIODevice &output, Compac
 {
     const qint64 totalBytes = plaintextBytes(sessionIndex);
     qint64 doneBytes = 0;
-    QByteArray stored;
+    BlockStore blocks(oldContainer, masterKey);
     for (VaultFileEntry file : sessionIndex.entries()) {
         for (VaultFileBlock &block : file.blocks) {
-            if (!readStoredBlock(oldContainer, block, stored))
-                return false;
+            const QByteArrayView stored = blocks.readStored(block);
             block.offset = output.pos();
-            if (output.write(stored) != stored.size())
+            if (stored.isEmpty() || output.write(stored.data(), stored.size()) != stored.size())
                 return false;
             doneBytes += block.plainSize;
             if (progress)
@@ -326,7 +326,7 @@ bool VaultManager::verifyCompacted(const CompactedContainer &compacted) const
 {
     ContainerDocument document;
     SecureFileIndex index;
-    return containers.readDocument(compacted.path, &document) && decryptIndex(document, &index) &&
+    return containers.readDocument(compacted.path, &document) && decryptIndex(document, masterKey, &index) &&
            index.toJson() == compacted.index.toJson() &&
            blocksLieWithin(index, QFileInfo(compacted.path).size());
 }

@@ -2,8 +2,9 @@
 // holds all that is in it. It opens with the password that the vault had then, for as long as it stays.
 #include "core/Leftovers.h"
 
-#include "core/BlockReader.h"
+#include "core/BlockStore.h"
 #include "core/HostFile.h"
+#include "core/VaultKeys.h"
 #include "core/VaultRecovery.h"
 
 #include <QCoreApplication>
@@ -206,21 +207,16 @@ bool VaultManager::isOnDrive(const LockedVault &present) const
 /// False also when there is more to read than may be read now.
 bool VaultManager::everyBlockOpens(const LockedVault &present, const ProgressCallback &progress) const
 {
-    const QByteArray blockData = associatedData({}, "file-block");
     const qint64 totalBytes = present.container.size() - ContainerFormat::blockAreaOffset;
     qint64 doneBytes = 0;
-    QByteArray stored;
     if (totalBytes > present.mostBytesRead || !isOnDrive(present))
         return false;
+    BlockStore blocks(present.container, present.key);
     for (const VaultFileEntry &file : present.index.entries()) {
         for (const VaultFileBlock &block : file.blocks) {
-            if (!readStoredBlock(present.container, block, stored))
+            if (blocks.read(block).isEmpty())
                 return false;
-            QByteArray plain = crypto.decrypt(stored, cipherKey(present.key), block.nonce, blockData);
-            const WipedAtScopeEnd wipePlain(plain);
-            if (plain.isEmpty())
-                return false;
-            doneBytes += stored.size();
+            doneBytes += block.encryptedSize;
             if (progress)
                 progress(qMin(doneBytes, totalBytes), totalBytes,
                          QCoreApplication::translate("VaultManager", "Conferindo o container no USB"));

@@ -164,24 +164,6 @@ public:
     [[nodiscard]] QString workspacePath() const;
 
 private:
-    // Session
-    [[nodiscard]] QByteArray associatedData(const ContainerDocument &document,
-                                            const QByteArray &purpose) const;
-    [[nodiscard]] SecretBytes deriveSessionKey(const QByteArray &password,
-                                               const ContainerCryptoMetadata &metadata) const;
-    [[nodiscard]] QByteArray encryptMasterKey(const ContainerDocument &document, const QByteArray &password,
-                                              const SecretBytes &key) const;
-    [[nodiscard]] SecretBytes decryptMasterKey(const ContainerDocument &document,
-                                               const QByteArray &password) const;
-    [[nodiscard]] QByteArray encryptIndex(const ContainerDocument &document,
-                                          const SecureFileIndex &index) const;
-    [[nodiscard]] bool decryptIndex(const ContainerDocument &document, SecureFileIndex *index) const;
-    [[nodiscard]] bool decryptIndex(const ContainerDocument &document, const SecretBytes &key,
-                                    SecureFileIndex *index) const;
-    /// A view of the master key's first 32 bytes; valid while the session is unlocked.
-    [[nodiscard]] QByteArray dataKey() const;
-    void sealWithNewKey(ContainerDocument &document) const;
-
     // Changes of the container: begin, perhaps append, write the index.
     [[nodiscard]] bool recallHeader(ContainerUpdate &update, ContainerDocument &document) const;
     [[nodiscard]] bool beginChange(ContainerUpdate &update, ContainerDocument &document) const;

@@ -2,7 +2,8 @@
 // docs/architecture.md.
 #include "core/VaultRecovery.h"
 
-#include "core/BlockReader.h"
+#include "core/BlockStore.h"
+#include "core/VaultKeys.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -109,16 +110,9 @@ bool VaultManager::newBlocksOpen(QFile &container, const SecureFileIndex &index,
         static_cast<void>(decryptIndex(formerDocument, key, &formerIndex));
     const QSet<BlockKey> formerBlocks = blockKeys(formerIndex);
 
-    const QByteArray blockData = associatedData({}, "file-block");
-    QByteArray stored;
+    BlockStore blocks(container, key);
     const auto opens = [&](const VaultFileBlock &block) {
-        if (formerBlocks.contains({block.offset, block.nonce}))
-            return true;
-        if (!readStoredBlock(container, block, stored))
-            return false;
-        QByteArray plain = crypto.decrypt(stored, cipherKey(key), block.nonce, blockData);
-        const WipedAtScopeEnd wipePlain(plain);
-        return !plain.isEmpty();
+        return formerBlocks.contains({block.offset, block.nonce}) || !blocks.read(block).isEmpty();
     };
     const QList<VaultFileEntry> &files = index.entries();
     return std::all_of(files.cbegin(), files.cend(), [&](const VaultFileEntry &file) {

@@ -24,16 +24,4 @@ struct VaultManager::LockedVault
     qint64 mostBytesRead = 512 * 1024 * 1024; ///< Nobody sees progress while a vault is unlocked.
 };
 
-/// A view of the bytes that serve as the key of the cipher; `key` must outlive it.
-[[nodiscard]] inline QByteArray cipherKey(const SecretBytes &key)
-{
-    return key.view(CryptoManager::keySizeBytes);
-}
-
-/// Tells one sealed index from every other: its nonce, which is never used twice, and its tag.
-[[nodiscard]] inline QByteArray sealOf(const ContainerDocument &document)
-{
-    return document.crypto.payloadNonce + document.encryptedIndex.right(CryptoManager::tagSizeBytes);
-}
-
 } // namespace Tessarin::Core

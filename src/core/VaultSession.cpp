@@ -3,32 +3,12 @@
 
 #include "core/KeyRemains.h"
 #include "core/Secret.h"
+#include "core/VaultKeys.h"
 #include "core/VaultRecovery.h"
-
-#include <QScopeGuard>
 
 #include <algorithm>
 
 namespace Tessarin::Core {
-
-namespace {
-
-constexpr qint32 masterKeySizeBytes = 64;
-constexpr qint32 passwordKeySizeBytes = 64;
-
-/// A forged header could ask the fallback derivation for hours of work; this many take some ten seconds.
-constexpr qint32 mostKdfIterations = 2'000'000;
-
-/// True when two headers hold the same wrapping of the key, with all that opening it takes.
-bool wrapsAlike(const ContainerDocument &first, const ContainerDocument &second)
-{
-    const ContainerCryptoMetadata &a = first.crypto;
-    const ContainerCryptoMetadata &b = second.crypto;
-    return a.kdf == b.kdf && a.cipher == b.cipher && a.kdfIterations == b.kdfIterations && a.salt == b.salt &&
-           a.nonce == b.nonce && a.encryptedMasterKey == b.encryptedMasterKey;
-}
-
-} // namespace
 
 VaultManager::VaultManager() = default;
 
@@ -59,15 +39,15 @@ bool VaultManager::createVault(const QString &containerPath, const QByteArray &p
         return false;
 
     ContainerDocument document;
-    sealWithNewKey(document);
+    renewKeyParameters(document);
     document.crypto.payloadNonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
 
     sessionContainerPath = containerPath;
     payloads.clear();
     sessionIndex.clear();
-    masterKey = SecretBytes(crypto.generateSalt(masterKeySizeBytes));
+    masterKey = newMasterKey();
     document.crypto.encryptedMasterKey = encryptMasterKey(document, password, masterKey);
-    document.encryptedIndex = encryptIndex(document, sessionIndex);
+    document.encryptedIndex = encryptIndex(document, sessionIndex, masterKey);
     masterKey.clear();
     sessionState = Locked;
     if (document.crypto.encryptedMasterKey.isEmpty() || document.encryptedIndex.isEmpty())
@@ -141,7 +121,7 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     if (!wipeKeyRemains(update.file(), isIndexCurrent ? &opened.index : nullptr))
         return false;
 
-    sealWithNewKey(document);
+    renewKeyParameters(document);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, opened.masterKey);
     if (document.crypto.encryptedMasterKey.isEmpty() ||
         update.writeHeader(containers.buildHeader(document), ContainerUpdate::Care::ForgetsFormer) !=
@@ -199,7 +179,7 @@ bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &docum
         return false;
     const auto isIndexWhole = [&] {
         SecureFileIndex index;
-        return decryptIndex(document, &index);
+        return decryptIndex(document, masterKey, &index);
     };
     // The seal is the nonce and the tag, which are the ends of a header whose middle may be torn.
     if (isHeader && sealOf(document) == sessionSeal && (!update.brokenOffChange() || isIndexWhole())) {
@@ -207,7 +187,7 @@ bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &docum
         return update.discardRecords([&](const UndoRecord &record) {
             ContainerDocument former;
             return record.knows(header) ||
-                   (containers.parseHeader(record.formerHeader, &former) && wrapsAlike(former, document));
+                   (containers.parseHeader(record.formerHeader, &former) && wrapAlike(former, document));
         });
     }
 
@@ -226,7 +206,7 @@ ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, Conta
     document.encryptedPayload.clear();
     document.crypto.authTag.clear();
     document.crypto.payloadNonce = crypto.generateNonce(static_cast<int>(document.crypto.nonce.size()));
-    document.encryptedIndex = encryptIndex(document, index);
+    document.encryptedIndex = encryptIndex(document, index, masterKey);
     if (document.encryptedIndex.isEmpty())
         return ContainerUpdate::Outcome::Undone;
 
@@ -242,98 +222,6 @@ ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, Conta
     knownDocument = document;
     knownDocument.encryptedIndex.clear();
     return outcome;
-}
-
-/// Sets what a fresh wrapping of the master key needs, but for the wrapped key itself.
-void VaultManager::sealWithNewKey(ContainerDocument &document) const
-{
-    document.crypto.kdf = QLatin1String(ContainerFormat::kdfName);
-    document.crypto.cipher = QLatin1String(ContainerFormat::cipherName);
-    document.crypto.kdfIterations = 0;
-    document.crypto.nonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
-    document.crypto.salt = crypto.generateSalt(CryptoManager::saltSizeBytes);
-}
-
-/// Binds a ciphertext to its role and to the header's parameters.
-QByteArray VaultManager::associatedData(const ContainerDocument &document, const QByteArray &purpose) const
-{
-    const ContainerCryptoMetadata &metadata = document.crypto;
-    QByteArrayList parts{ContainerFormat::headerMagic, purpose, QByteArray::number(document.formatVersion)};
-    if (purpose == "master-key") {
-        parts << metadata.cipher.toUtf8() << metadata.kdf.toUtf8()
-              << QByteArray::number(metadata.kdfIterations) << metadata.salt << metadata.nonce;
-    } else if (purpose != "file-block") {
-        parts << metadata.cipher.toUtf8() << metadata.payloadNonce;
-    }
-    return parts.join('|');
-}
-
-SecretBytes VaultManager::deriveSessionKey(const QByteArray &password,
-                                           const ContainerCryptoMetadata &metadata) const
-{
-    if (metadata.kdf != QLatin1String(ContainerFormat::kdfName) && metadata.kdfIterations > mostKdfIterations)
-        return {};
-
-    return SecretBytes(crypto.deriveKey(
-        password, {metadata.kdf, metadata.salt, metadata.kdfIterations, passwordKeySizeBytes}));
-}
-
-QByteArray VaultManager::encryptMasterKey(const ContainerDocument &document, const QByteArray &password,
-                                          const SecretBytes &key) const
-{
-    const auto wipeStack = qScopeGuard(wipeUnusedStack);
-    const SecretBytes passwordKey = deriveSessionKey(password, document.crypto);
-    if (passwordKey.isEmpty() || key.isEmpty())
-        return {};
-
-    return crypto.encrypt(key.view(), cipherKey(passwordKey), document.crypto.nonce,
-                          associatedData(document, "master-key"));
-}
-
-SecretBytes VaultManager::decryptMasterKey(const ContainerDocument &document,
-                                           const QByteArray &password) const
-{
-    if (document.crypto.encryptedMasterKey.isEmpty())
-        return {};
-    const auto wipeStack = qScopeGuard(wipeUnusedStack);
-    const SecretBytes passwordKey = deriveSessionKey(password, document.crypto);
-    if (passwordKey.isEmpty())
-        return {};
-
-    return SecretBytes(crypto.decrypt(document.crypto.encryptedMasterKey, cipherKey(passwordKey),
-                                      document.crypto.nonce, associatedData(document, "master-key")));
-}
-
-QByteArray VaultManager::encryptIndex(const ContainerDocument &document, const SecureFileIndex &index) const
-{
-    return crypto.encrypt(index.toJson(), dataKey(), document.crypto.payloadNonce,
-                          associatedData(document, "index"));
-}
-
-bool VaultManager::decryptIndex(const ContainerDocument &document, SecureFileIndex *index) const
-{
-    return decryptIndex(document, masterKey, index);
-}
-
-bool VaultManager::decryptIndex(const ContainerDocument &document, const SecretBytes &key,
-                                SecureFileIndex *index) const
-{
-    if (index == nullptr || document.encryptedIndex.isEmpty())
-        return false;
-
-    const QByteArray json = crypto.decrypt(document.encryptedIndex, cipherKey(key),
-                                           document.crypto.payloadNonce, associatedData(document, "index"));
-    SecureFileIndex fresh;
-    if (json.isEmpty() || !fresh.fromJson(json))
-        return false;
-
-    *index = fresh;
-    return true;
-}
-
-QByteArray VaultManager::dataKey() const
-{
-    return cipherKey(masterKey);
 }
 
 } // namespace Tessarin::Core

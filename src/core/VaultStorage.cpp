@@ -1,10 +1,10 @@
 // File contents: into the container as encrypted blocks, and out of it.
 #include "core/VaultManager.h"
 
-#include "core/BlockReader.h"
+#include "core/BlockStore.h"
 #include "core/HostFile.h"
-#include "core/Secret.h"
 #include "core/Sha256.h"
+#include "core/VaultKeys.h"
 #include "core/VaultNamespace.h"
 #include "core/VaultPath.h"
 #include "core/VaultRecovery.h"
@@ -26,30 +26,6 @@ VaultFileEntry newEntry(const QString &vaultPath, const QFileInfo &source)
     entry.lastModifiedUtc = source.lastModified().toUTC();
     return entry;
 }
-
-/// The memory of one block, plain and stored, used again for every block of a file. The pages are touched
-/// only as far as they are used, and what was plain is wiped once at the end.
-class BlockBuffers
-{
-public:
-    BlockBuffers() = default;
-    ~BlockBuffers() { sodium_memzero(plainBytes.data(), static_cast<size_t>(mostPlainUsed)); }
-    Q_DISABLE_COPY_MOVE(BlockBuffers)
-
-    char *plain() { return plainBytes.data(); }
-    char *stored() { return storedBytes.data(); }
-
-    QByteArrayView usedPlain(qsizetype size)
-    {
-        mostPlainUsed = qMax(mostPlainUsed, size);
-        return {plainBytes.constData(), size};
-    }
-
-private:
-    QByteArray plainBytes{ContainerFormat::blockPlainSize, Qt::Uninitialized};
-    QByteArray storedBytes{ContainerFormat::blockPlainSize + CryptoManager::tagSizeBytes, Qt::Uninitialized};
-    qsizetype mostPlainUsed = 0;
-};
 
 } // namespace
 
@@ -118,33 +94,23 @@ SecureFileIndex VaultManager::indexForImport(const QString &vaultPath) const
 bool VaultManager::appendBlocks(QFile &source, ContainerUpdate &change, VaultFileEntry &entry,
                                 const ProgressCallback &progress) const
 {
-    QFile &container = change.file();
-    const QByteArray blockData = associatedData({}, "file-block");
     const qint64 totalBytes = entry.sizeBytes;
     qint64 doneBytes = 0;
     Sha256 hash;
-    BlockBuffers buffers;
+    BlockStore blocks(change.file(), masterKey);
 
     while (!source.atEnd()) {
-        const qint64 chunkSize = source.read(buffers.plain(), ContainerFormat::blockPlainSize);
-        if (chunkSize < 1)
+        const QByteArrayView chunk = blocks.readPlain(source);
+        if (chunk.isEmpty())
             return false;
 
-        const QByteArrayView chunk = buffers.usedPlain(chunkSize);
         hash.add(chunk);
-        VaultFileBlock block;
-        block.offset = container.pos();
-        block.plainSize = chunkSize;
-        block.encryptedSize = chunkSize + CryptoManager::tagSizeBytes;
-        block.nonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
-        if (!crypto.encryptInto(buffers.stored(), chunk, dataKey(), block.nonce, blockData) ||
-            container.write(buffers.stored(), block.encryptedSize) != block.encryptedSize ||
-            !change.startWriteback(block.offset, block.encryptedSize)) {
+        const std::optional<VaultFileBlock> block = blocks.append();
+        if (!block || !change.startWriteback(block->offset, block->encryptedSize))
             return false;
-        }
 
-        entry.blocks.append(block);
-        doneBytes += chunkSize;
+        entry.blocks.append(*block);
+        doneBytes += block->plainSize;
         if (progress)
             progress(doneBytes, totalBytes, entry.vaultPath);
     }
@@ -188,7 +154,7 @@ void VaultManager::adoptIndexInForce(ContainerUpdate &update)
     knownHeaderHash.clear();
     for (const QByteArray &header : {update.header(), update.lastSafeHeader()}) {
         ContainerDocument document;
-        if (containers.parseHeader(header, &document) && decryptIndex(document, &sessionIndex)) {
+        if (containers.parseHeader(header, &document) && decryptIndex(document, masterKey, &sessionIndex)) {
             sessionSeal = sealOf(document);
             return;
         }
@@ -210,17 +176,13 @@ bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *d
     if (entry == nullptr || !container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return false;
 
-    const QByteArray blockData = associatedData({}, "file-block");
     const qint64 totalBytes = entry->sizeBytes;
     qint64 doneBytes = 0;
-    BlockBuffers buffers;
-    QByteArray stored;
+    BlockStore blocks(container, masterKey);
     for (const VaultFileBlock &block : entry->blocks) {
-        if (!readStoredBlock(container, block, stored) ||
-            !crypto.decryptInto(buffers.plain(), stored, dataKey(), block.nonce, blockData) ||
-            device->write(buffers.usedPlain(block.plainSize).data(), block.plainSize) != block.plainSize) {
+        const QByteArrayView plain = blocks.read(block);
+        if (plain.isEmpty() || device->write(plain.data(), plain.size()) != plain.size())
             return false;
-        }
         doneBytes += block.plainSize;
         if (progress)
             progress(doneBytes, totalBytes, entry->vaultPath);

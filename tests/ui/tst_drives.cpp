@@ -29,20 +29,20 @@ private Q_SLOTS:
             QFile::remove(path);
     }
 
-    /// Beside the practice drive: a stick that nobody mounted, two below /run, which the toolkit hides, one
-    /// of two partitions, a card mounted twice, a DVD and a fixed disk.
+    /// Beside the practice drive: a stick whose label is a path and that nobody mounted, two below /run,
+    /// which the toolkit hides, one of two partitions, a card mounted twice, a DVD and a fixed disk.
     void everyDriveIsFoundOnceHoweverItIsMounted()
     {
         const QString user = qEnvironmentVariable("USER", u"root"_s);
-        addDevice(u"sdx"_s, u"usb9"_s, "1", "0", u"FECHADO"_s);
+        addDevice(u"sdx"_s, u"usb9"_s, "1", "0", u"..\\x2f.."_s);
         addDevice(u"sdw"_s, u"usb9"_s, "1", "0", u"ESCONDIDO"_s);
         addDevice(u"sdv"_s, u"usb9"_s, "0", "0", u"DISCO"_s);
-        addDevice(u"sdv/sdv1"_s, u"usb9"_s, {}, {}, u"PARTE"_s);
+        addDevice(u"sdv/sdv1"_s, u"usb9"_s, {}, {}, u"MEUS\\x20ARQ"_s);
         addDevice(u"sr9"_s, u"usb9"_s, "1", "5", u"DVD"_s);
         addDevice(u"sdu"_s, u"ata9"_s, "0", "0", u"FIXO"_s);
         addDevice(u"mmcblk9"_s, u"mmc9"_s, "1", {}, u"CARTAO"_s);
         addDevice(u"sdt"_s, u"usb9"_s, "1", "0", {});
-        QVERIFY(QDir().mkpath(u"/media/%1/PARTE"_s.arg(user)));
+        QVERIFY(QDir().mkpath(u"/media/%1/MEUS ARQ"_s.arg(user)));
         for (const auto &[device, place] : {std::pair{"sdw", u"/run/tessarin-test/ESCONDIDO"_s},
                                             {"sdu", u"/media/FIXO"_s},
                                             {"sr9", u"/media/DVD"_s},
@@ -70,8 +70,8 @@ private Q_SLOTS:
             u"/media/Meu cartão:/dev/mmcblk9|/dev/mmcblk9|CARTAO|/media/Meu cartão|tmpfs|removable|mounted"_s,
             u"/run/tessarin-test/ESCONDIDO:/dev/sdw|/dev/sdw|ESCONDIDO|/run/tessarin-test/ESCONDIDO|tmpfs|removable|mounted"_s,
             u"/run/tessarin-test/com espaço:/dev/sdt|/dev/sdt|/run/tessarin-test/com espaço|/run/tessarin-test/com espaço|tmpfs|removable|mounted"_s,
-            u"sdv1|/dev/sdv1|PARTE|/media/%1/PARTE|-||"_s.arg(user),
-            u"sdx|/dev/sdx|FECHADO||-|removable|"_s};
+            u"sdv1|/dev/sdv1|MEUS ARQ|/media/%1/MEUS ARQ|-||"_s.arg(user),
+            u"sdx|/dev/sdx|../..||-|removable|"_s};
         expected.sort();
         QCOMPARE(found, expected);
     }

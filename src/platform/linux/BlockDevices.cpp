@@ -179,6 +179,10 @@ QHash<QString, QString> blockLabelMap(const QString &root)
 
 QString mountedRootForLabel(const QString &label, const QString &root)
 {
+    // Whoever wrote such a label on the drive would choose a directory anywhere.
+    if (label.contains(u'/'))
+        return {};
+
     QStringList candidates;
     for (const QString &user : userNames()) {
         candidates.append("/media/"_L1 + user + u'/' + label);

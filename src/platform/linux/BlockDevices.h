@@ -61,8 +61,9 @@ struct MountInfoLine
 /// The label of each labelled block device, by kernel name, in which udev's escapes are left.
 [[nodiscard]] QHash<QString, QString> blockLabelMap(const QString &root = QStringLiteral("/"));
 
-/// The existing directory where a desktop would have mounted a drive of this label; empty when there is none.
-/// Looks below the users named by the environment variables USER and LOGNAME, then below /mnt.
+/// The existing directory where a desktop would have mounted a drive of this label; empty when there is none,
+/// or when the label has a slash. Looks below the users named by the environment variables USER and LOGNAME,
+/// then below /mnt.
 [[nodiscard]] QString mountedRootForLabel(const QString &label, const QString &root = QStringLiteral("/"));
 
 } // namespace Tessarin::Platform::Linux

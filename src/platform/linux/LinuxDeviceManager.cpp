@@ -128,17 +128,17 @@ void addUnmountedDrives(FoundDevices &found)
         QDir(QStringLiteral("/sys/class/block")).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString &blockName : blockNames) {
         // Most devices have no label, and the other questions take many looks at the tree each.
-        const auto label = labels.constFind(blockName);
-        if (label == labels.cend() || found.hasDevice(blockName) || !qualifies(blockName) ||
+        if (!labels.contains(blockName) || found.hasDevice(blockName) || !qualifies(blockName) ||
             isPartitionedDisk(blockName)) {
             continue;
         }
 
+        const QString label = decodeUdevEscapes(labels.value(blockName));
         UsbDevice device;
         device.identifier = blockName;
         device.devicePath = "/dev/"_L1 + blockName;
-        device.displayName = *label;
-        device.rootPath = mountedRootForLabel(*label);
+        device.displayName = label;
+        device.rootPath = mountedRootForLabel(label);
         device.removable = isRemovableBlockDevice(blockName);
         found.add(device);
     }

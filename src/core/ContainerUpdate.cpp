@@ -149,12 +149,17 @@ ContainerUpdate::ContainerUpdate(const QString &path) : container(path) {}
 
 bool ContainerUpdate::begin()
 {
-    if (!QFileInfo(container).isFile() ||
-        !container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
+    errno = 0;
+    reason = Failure::DriveGone;
+    if (!QFileInfo(container).isFile())
+        return false;
+    if (!container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
+        noteFailure(errno);
         return false;
     }
     const FileLock lock = takeLock(container);
     hasLock = lock == FileLock::Taken;
+    reason = lock == FileLock::Held ? Failure::InUse : Failure::DamagedData;
     if (lock == FileLock::Held)
         return false;
     const QByteArray prologue = container.read(headerAreaOffset);
@@ -163,6 +168,11 @@ bool ContainerUpdate::begin()
         return brokenOffChange().has_value();
     return prologue.size() == headerAreaOffset && prologue.startsWith(fileMagic) &&
            prologue.indexOf('\n') == headerAreaOffset - 1;
+}
+
+Failure ContainerUpdate::failure() const
+{
+    return reason;
 }
 
 QByteArray ContainerUpdate::header()
@@ -190,6 +200,7 @@ QFile &ContainerUpdate::file()
 
 ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeader, Care care)
 {
+    reason = newHeader.size() > headerAreaSize ? Failure::IndexFull : Failure::DriveGone;
     if (newHeader.size() > headerAreaSize || !knowArea())
         return Outcome::Undone;
 
@@ -214,6 +225,7 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeader(const QByteArray &newHeade
     errno = 0;
     if (!writeRecord(record, place)) {
         const bool isRoomLacking = isLackOfRoom(errno);
+        noteFailure(errno);
         if (!clearRecord(place))
             return Outcome::Unknown;
         if (care == Care::Usual || place.isInTail || !isRoomLacking)
@@ -239,6 +251,7 @@ bool ContainerUpdate::startWriteback(qint64 offset, qint64 size)
 {
     if (Core::startWriteback(container, offset, size))
         return true;
+    noteFailure(errno);
     hasLostWrites = true;
     return false;
 }
@@ -283,6 +296,7 @@ ContainerUpdate::Outcome ContainerUpdate::writeHeaderInSeries(const QByteArray &
         if (current.isEmpty() || !renewSeries(current, newHeader.size()))
             return writeHeader(newHeader);
     }
+    reason = newHeader.size() > headerAreaSize ? Failure::IndexFull : Failure::DriveGone;
     if (newHeader.size() > headerAreaSize || !knowArea())
         return Outcome::Undone;
 
@@ -436,6 +450,7 @@ bool ContainerUpdate::writeDifferences(const QByteArray &from, const QByteArray 
 ContainerUpdate::Outcome ContainerUpdate::putBack(const QByteArray &attempted, const QByteArray &formerHeader,
                                                   const Place &record)
 {
+    noteFailure(errno);
     if (!writeDifferences(attempted, areaFor(formerHeader), record) || !syncFile(container))
         return Outcome::Unknown;
     noteOwn(formerHeader);
@@ -467,7 +482,15 @@ bool ContainerUpdate::renewSeries(const QByteArray &currentHeader, qsizetype roo
 /// Told where there is no lock to keep other programs out.
 bool ContainerUpdate::hasAnotherSaved()
 {
-    return !hasLock && !ownHeader.isNull() && headerOf(container) != ownHeader;
+    if (hasLock || ownHeader.isNull() || headerOf(container) == ownHeader)
+        return false;
+    reason = Failure::ChangedByOther;
+    return true;
+}
+
+void ContainerUpdate::noteFailure(int errorNumber)
+{
+    reason = containerFailure(errorNumber);
 }
 
 void ContainerUpdate::noteOwn(QByteArrayView header)

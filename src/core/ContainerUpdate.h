@@ -5,6 +5,7 @@
 // docs/architecture.md states the rules that are cited here by name.
 #pragma once
 
+#include "core/Failure.h"
 #include "core/UndoRecord.h"
 
 #include <QByteArray>
@@ -38,6 +39,9 @@ public:
     /// not laid out as this program does it: a fixed rewrite would reach into its blocks. On a file system
     /// without locks it goes ahead, and looks before each write whether another program has saved.
     [[nodiscard]] bool begin();
+
+    /// Why the last call failed; Other when it did not tell.
+    [[nodiscard]] Failure failure() const;
 
     /// The header that is in force, as JSON; null when the file is too short, empty when a part of it cannot
     /// be read or its length makes no sense.
@@ -102,6 +106,7 @@ private:
     [[nodiscard]] bool renewSeries(const QByteArray &currentHeader, qsizetype roomForHeader);
     [[nodiscard]] Outcome abandonSeries();
 
+    void noteFailure(int errorNumber);
     [[nodiscard]] bool hasAnotherSaved();
     void noteOwn(QByteArrayView header);
 
@@ -110,6 +115,7 @@ private:
     void forgetArea();
 
     QFile container;
+    Failure reason = Failure::Other;
     bool hasLock = false;
     QByteArray ownHeader;   ///< Without a lock: the header that was read or written last.
     QByteArray areaInForce; ///< What lies before the blocks, but for a record; null while not known.

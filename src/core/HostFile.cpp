@@ -142,4 +142,34 @@ bool isLackOfRoom(int errorNumber)
     return errorNumber == ENOSPC || errorNumber == EDQUOT || errorNumber == EFBIG;
 }
 
+Failure containerFailure(int errorNumber)
+{
+    switch (errorNumber) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return Failure::NoSpace;
+    case EROFS:
+    case EACCES:
+    case EPERM:
+        return Failure::ReadOnly;
+    case EIO:
+    case ENODEV:
+    case ENXIO:
+    case ENOENT:
+    case ENOTDIR:
+    case ESTALE:
+        return Failure::DriveGone;
+    default:
+        return Failure::Other;
+    }
+}
+
+Failure targetFailure(int errorNumber)
+{
+    if (errorNumber == ENAMETOOLONG)
+        return Failure::NameTooLong;
+    return isLackOfRoom(errorNumber) ? Failure::TargetFull : Failure::TargetUnwritable;
+}
+
 } // namespace Tessarin::Core

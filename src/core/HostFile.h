@@ -2,6 +2,8 @@
 // bytes reached the drive.
 #pragma once
 
+#include "core/Failure.h"
+
 #include <QByteArrayView>
 #include <QString>
 
@@ -56,5 +58,10 @@ void syncDirectory(const QString &directoryPath);
 
 /// True when an error number tells that there is no room for more bytes, and of no other fault.
 [[nodiscard]] bool isLackOfRoom(int errorNumber);
+
+/// What an error number tells of a call on the container.
+[[nodiscard]] Failure containerFailure(int errorNumber);
+/// The same of a local file that is written.
+[[nodiscard]] Failure targetFailure(int errorNumber);
 
 } // namespace Tessarin::Core

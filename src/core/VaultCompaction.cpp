@@ -195,7 +195,8 @@ struct VaultManager::CompactedContainer
 bool VaultManager::compactVault(const ProgressCallback &progress, QString *preservedPath)
 {
     if (sessionState != Unlocked || sessionContainerPath.isEmpty())
-        return false;
+        return fail(Failure::Refused);
+    failure = Failure::Other;
 
     CompactedContainer compacted;
     ContainerUpdate usual(sessionContainerPath);
@@ -246,7 +247,7 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     QFile target(targetPath);
     if (copyAndCheck(compacted.path, target, progress) == CopyResult::Done) {
         target.setPermissions(permissions);
-        return true;
+        return succeed();
     }
     removeTwin.dismiss();
     removeFolder.dismiss(); // The drive with the twin has just failed.

@@ -17,10 +17,10 @@ bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *temp
                                          const ProgressCallback &progress)
 {
     if (sessionState != Unlocked || tempPath == nullptr)
-        return false;
+        return fail(Failure::Refused);
     const VaultFileEntry *entry = sessionIndex.findFile(normalizedVaultPath(vaultPath));
     if (entry == nullptr)
-        return false;
+        return fail(Failure::Refused);
 
     // The stored letter case: two spellings of one name must not become two copies that overwrite each other.
     const QString path = entry->vaultPath;
@@ -28,16 +28,16 @@ bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *temp
     // A former copy, which may be edited, stays until the new one is complete.
     QFile copy;
     if (!workspace.openNewCopy(copy))
-        return false;
+        return fail(Failure::WorkspaceUnavailable);
     if (!writeVaultFileToDevice(path, &copy, progress)) {
         workspace.dropCopy(copy);
         return false;
     }
     if (!workspace.putCopy(path, copy) || !openCopies.track(path, copyPath))
-        return false;
+        return fail(Failure::WorkspaceUnavailable);
 
     *tempPath = copyPath;
-    return true;
+    return succeed();
 }
 
 bool VaultManager::syncModifiedTempFiles()
@@ -59,11 +59,13 @@ bool VaultManager::syncModifiedTempFiles(const ProgressCallback &progress)
             if (progress)
                 progress(formerBytes + doneBytes, totalBytes, label);
         };
-        if (!workspace.holdsCopy(copy.vaultPath) || !importFile(copy.tempPath, copy.vaultPath, report))
+        if (!workspace.holdsCopy(copy.vaultPath))
+            return fail(Failure::SourceUnreadable);
+        if (!importFile(copy.tempPath, copy.vaultPath, report))
             return false;
         formerBytes += copyBytes;
     }
-    return true;
+    return succeed();
 }
 
 QList<TrackedTempFile> VaultManager::modifiedOpenFiles() const

@@ -19,6 +19,7 @@
 #include "core/ContainerManager.h"
 #include "core/ContainerUpdate.h"
 #include "core/CryptoManager.h"
+#include "core/Failure.h"
 #include "core/FileSyncManager.h"
 #include "core/Secret.h"
 #include "core/SecureFileIndex.h"
@@ -62,6 +63,9 @@ public:
     // Session (VaultSession.cpp) ----------------------------------------------------------------------------
 
     [[nodiscard]] State state() const;
+
+    /// Why the last operation that changes, opens or exports something answered with false; None after true.
+    [[nodiscard]] Failure lastFailure() const;
 
     /// The index in memory. After locking it is still the last vault's: ask state() first.
     [[nodiscard]] SecureFileIndex fileIndex() const;
@@ -164,6 +168,10 @@ public:
     [[nodiscard]] QString workspacePath() const;
 
 private:
+    /// Notes how an operation ended, and is its result.
+    [[nodiscard]] bool fail(Failure reason) const;
+    [[nodiscard]] bool succeed() const;
+
     // Changes of the container: begin, perhaps append, write the index.
     [[nodiscard]] bool recallHeader(ContainerUpdate &update, ContainerDocument &document) const;
     [[nodiscard]] bool beginChange(ContainerUpdate &update, ContainerDocument &document) const;
@@ -219,6 +227,7 @@ private:
     [[nodiscard]] bool everyBlockOpens(const LockedVault &present, const ProgressCallback &progress) const;
 
     State sessionState = Locked;
+    mutable Failure failure = Failure::None;
     QString sessionContainerPath;
     SecretBytes masterKey;              ///< 64 bytes while unlocked, empty while locked.
     QMap<QString, QByteArray> payloads; ///< Of the legacy format; always empty.

@@ -77,9 +77,9 @@ bool VaultManager::moveFile(const QString &filePath, const QString &targetDirect
     const QString source = normalizedVaultPath(filePath);
     const QString target = normalizedVaultPath(targetDirectory);
     if (sessionState != Unlocked || source.isEmpty())
-        return false;
+        return fail(Failure::Refused);
     if (!target.isEmpty() && !indexContainsDirectoryPath(sessionIndex, target))
-        return false;
+        return fail(Failure::Refused);
 
     return relocateFile(source, joinVaultPath(target, vaultBaseName(source)));
 }
@@ -89,7 +89,7 @@ bool VaultManager::renameFile(const QString &filePath, const QString &newFilePat
     const QString source = normalizedVaultPath(filePath);
     const QString target = normalizedVaultPath(newFilePath);
     if (sessionState != Unlocked || source.isEmpty())
-        return false;
+        return fail(Failure::Refused);
 
     return relocateFile(source, target);
 }
@@ -98,10 +98,10 @@ bool VaultManager::renameFile(const QString &filePath, const QString &newFilePat
 bool VaultManager::relocateFile(const QString &filePath, const QString &newFilePath)
 {
     if (newFilePath.isEmpty() || vaultPathsEqual(filePath, newFilePath))
-        return false;
+        return fail(Failure::Refused);
     const VaultFileEntry *file = sessionIndex.findFile(filePath);
     if (file == nullptr || itemExists(sessionIndex, newFilePath) || hasOpenCopy(filePath))
-        return false;
+        return fail(Failure::Refused);
 
     SecureFileIndex relocated = sessionIndex;
     return relocated.setVaultPath(file->vaultPath, newFilePath) && saveIndex(relocated);
@@ -111,10 +111,10 @@ bool VaultManager::deleteFile(const QString &filePath)
 {
     const QString path = normalizedVaultPath(filePath);
     if (sessionState != Unlocked || path.isEmpty())
-        return false;
+        return fail(Failure::Refused);
     const VaultFileEntry *file = sessionIndex.findFile(path);
     if (file == nullptr)
-        return false;
+        return fail(Failure::Refused);
 
     SecureFileIndex remaining = sessionIndex;
     if (!remaining.remove(file->vaultPath) || !storeIndex(remaining, ContainerUpdate::Care::FreesSpace))
@@ -122,14 +122,14 @@ bool VaultManager::deleteFile(const QString &filePath)
 
     // An edit of the deleted file must not bring it back on lock.
     forgetCopies(path, {});
-    return true;
+    return succeed();
 }
 
 bool VaultManager::createDirectory(const QString &directoryPath)
 {
     const QString path = normalizedVaultPath(directoryPath);
     if (sessionState != Unlocked || path.isEmpty() || itemExists(sessionIndex, path))
-        return false;
+        return fail(Failure::Refused);
 
     SecureFileIndex extended = sessionIndex;
     ensureParentDirectories(extended, path);
@@ -142,26 +142,26 @@ bool VaultManager::renameDirectory(const QString &directoryPath, const QString &
     const QString from = normalizedVaultPath(directoryPath);
     const QString to = normalizedVaultPath(newDirectoryPath);
     if (sessionState != Unlocked || from.isEmpty() || to.isEmpty())
-        return false;
+        return fail(Failure::Refused);
     if (vaultPathsEqual(from, to) || pathIsInsideDirectory(to, from))
-        return false;
+        return fail(Failure::Refused);
     if (!indexContainsDirectoryPath(sessionIndex, from) || itemExists(sessionIndex, to))
-        return false;
+        return fail(Failure::Refused);
     if (hasOpenCopy(from) || hasOpenCopyInside(from))
-        return false;
+        return fail(Failure::Refused);
 
     const SecureFileIndex moved = withDirectoryMoved(sessionIndex, from, to);
-    return keepsEveryEntry(sessionIndex, moved) && saveIndex(moved);
+    return keepsEveryEntry(sessionIndex, moved) ? saveIndex(moved) : fail(Failure::Refused);
 }
 
 bool VaultManager::deleteDirectory(const QString &directoryPath)
 {
     const QString path = normalizedVaultPath(directoryPath);
     if (sessionState != Unlocked || path.isEmpty())
-        return false;
+        return fail(Failure::Refused);
     const VaultDirectoryEntry *directory = sessionIndex.findDirectory(path);
     if (directory == nullptr)
-        return false;
+        return fail(Failure::Refused);
 
     const auto isInside = [&path](const QString &other) { return pathIsInsideDirectory(other, path); };
     const QList<VaultDirectoryEntry> &directories = sessionIndex.directories();
@@ -170,7 +170,7 @@ bool VaultManager::deleteDirectory(const QString &directoryPath)
                     [&](const auto &other) { return isInside(other.path); }) ||
         std::any_of(files.cbegin(), files.cend(),
                     [&](const auto &file) { return isInside(file.vaultPath); })) {
-        return false;
+        return fail(Failure::Refused);
     }
 
     SecureFileIndex remaining = sessionIndex;

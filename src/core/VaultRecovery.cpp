@@ -3,6 +3,7 @@
 #include "core/VaultRecovery.h"
 
 #include "core/BlockStore.h"
+#include "core/HostFile.h"
 #include "core/VaultKeys.h"
 
 #include <QFile>
@@ -10,6 +11,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace Tessarin::Core {
@@ -34,8 +36,12 @@ bool VaultManager::openVault(const QString &path, const QByteArray &password, Op
 {
     // Opening a named pipe would wait for ever.
     QFile container(path);
-    if (!QFileInfo(path).isFile() || !container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return false;
+    if (!QFileInfo(path).isFile())
+        return fail(Failure::DriveGone);
+    errno = 0;
+    if (!container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return fail(containerFailure(errno));
+    failure = Failure::WrongPasswordOrDamaged;
     if (!findUndoRecord(container)) {
         return containers.readDocument(path, &opened.document) && openDocument(password, opened);
     }

@@ -1,12 +1,14 @@
 // The session: its keys, and creating, unlocking, locking, the password, saving the index.
 #include "core/VaultManager.h"
 
+#include "core/HostFile.h"
 #include "core/KeyRemains.h"
 #include "core/Secret.h"
 #include "core/VaultKeys.h"
 #include "core/VaultRecovery.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace Tessarin::Core {
 
@@ -17,6 +19,23 @@ VaultManager::~VaultManager() = default;
 VaultManager::State VaultManager::state() const
 {
     return sessionState;
+}
+
+Failure VaultManager::lastFailure() const
+{
+    return failure;
+}
+
+bool VaultManager::fail(Failure reason) const
+{
+    failure = reason;
+    return false;
+}
+
+bool VaultManager::succeed() const
+{
+    failure = Failure::None;
+    return true;
 }
 
 SecureFileIndex VaultManager::fileIndex() const
@@ -33,7 +52,7 @@ bool VaultManager::isLongEnough(QByteArrayView newPassword)
 bool VaultManager::createVault(const QString &containerPath, const QByteArray &password)
 {
     if (!isLongEnough(password))
-        return false;
+        return fail(Failure::Refused);
     // Edited copies of the vault that is open go back into it before its key is replaced.
     if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
         return false;
@@ -51,15 +70,16 @@ bool VaultManager::createVault(const QString &containerPath, const QByteArray &p
     masterKey.clear();
     sessionState = Locked;
     if (document.crypto.encryptedMasterKey.isEmpty() || document.encryptedIndex.isEmpty())
-        return false;
+        return fail(Failure::Other);
 
-    return containers.writeDocument(containerPath, document);
+    errno = 0;
+    return containers.writeDocument(containerPath, document) ? succeed() : fail(containerFailure(errno));
 }
 
 bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &password)
 {
     if (password.isEmpty())
-        return false;
+        return fail(Failure::Refused);
     if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
         return false;
 
@@ -75,7 +95,7 @@ bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &p
     payloads.clear();
     sessionState = Unlocked;
     clearLeftoversOfSession();
-    return workspace.prepare();
+    return workspace.prepare() ? succeed() : fail(Failure::WorkspaceUnavailable);
 }
 
 bool VaultManager::lockVault()
@@ -94,14 +114,14 @@ bool VaultManager::lockVault(const ProgressCallback &progress)
     wipeUnusedStack();
     payloads.clear();
     sessionState = Locked;
-    return cleaned;
+    return cleaned ? succeed() : fail(Failure::WorkspaceUnavailable);
 }
 
 bool VaultManager::changePassword(const QString &containerPath, const QByteArray &currentPassword,
                                   const QByteArray &newPassword)
 {
     if (sessionState != Locked || currentPassword.isEmpty() || !isLongEnough(newPassword))
-        return false;
+        return fail(Failure::Refused);
 
     OpenedVault opened;
     // A damaged index does not stand in the way.
@@ -111,28 +131,31 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     // Read again under the lock: the key that was opened must still be the one that is wrapped there.
     ContainerUpdate update(containerPath);
     ContainerDocument document;
-    if (!update.begin() || !containers.parseHeader(update.header(), &document) ||
+    if (!update.begin())
+        return fail(update.failure());
+    if (!containers.parseHeader(update.header(), &document) ||
         document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey ||
         !update.discardRecords([&](const UndoRecord &record) { return record.knows(update.header()); })) {
-        return false;
+        return fail(Failure::ChangedByOther);
     }
     // Another program may have added blocks since.
     const bool isIndexCurrent = isIndexKnown && decryptIndex(document, opened.masterKey, &opened.index);
     if (!wipeKeyRemains(update.file(), isIndexCurrent ? &opened.index : nullptr))
-        return false;
+        return fail(Failure::DriveGone);
 
     renewKeyParameters(document);
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, opened.masterKey);
-    if (document.crypto.encryptedMasterKey.isEmpty() ||
-        update.writeHeader(containers.buildHeader(document), ContainerUpdate::Care::ForgetsFormer) !=
-            ContainerUpdate::Outcome::Done) {
-        return false;
+    if (document.crypto.encryptedMasterKey.isEmpty())
+        return fail(Failure::Other);
+    if (update.writeHeader(containers.buildHeader(document), ContainerUpdate::Care::ForgetsFormer) !=
+        ContainerUpdate::Outcome::Done) {
+        return fail(update.failure());
     }
     // What a compaction has left still opens with the former password.
     leftovers = compactionTwins(containerPath);
     if (decryptIndex(document, opened.masterKey, &opened.index))
         clearLeftovers({update.file(), opened.masterKey, opened.index}, {});
-    return true;
+    return succeed();
 }
 
 bool VaultManager::saveIndex(const SecureFileIndex &index)
@@ -143,7 +166,7 @@ bool VaultManager::saveIndex(const SecureFileIndex &index)
 bool VaultManager::storeIndex(const SecureFileIndex &index, ContainerUpdate::Care care)
 {
     if (sessionState != Unlocked || sessionContainerPath.isEmpty())
-        return false;
+        return fail(Failure::Refused);
 
     ContainerUpdate update(sessionContainerPath);
     ContainerDocument document;
@@ -152,7 +175,7 @@ bool VaultManager::storeIndex(const SecureFileIndex &index, ContainerUpdate::Car
         return false;
     }
     sessionIndex = index;
-    return true;
+    return succeed();
 }
 
 /// Spares parsing a header that this session wrote itself. False when another one is in force.
@@ -169,8 +192,11 @@ bool VaultManager::recallHeader(ContainerUpdate &update, ContainerDocument &docu
 /// during a series, which holds the lock itself.
 bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &document) const
 {
-    if (importSeries || !update.begin())
-        return false;
+    if (importSeries)
+        return fail(Failure::Refused);
+    if (!update.begin())
+        return fail(update.failure());
+    failure = Failure::ChangedByOther;
     if (recallHeader(update, document))
         return update.discardRecords([](const UndoRecord &) { return true; });
     const QByteArray header = update.header();
@@ -207,6 +233,7 @@ ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, Conta
     document.crypto.authTag.clear();
     document.crypto.payloadNonce = crypto.generateNonce(static_cast<int>(document.crypto.nonce.size()));
     document.encryptedIndex = encryptIndex(document, index, masterKey);
+    failure = Failure::Other;
     if (document.encryptedIndex.isEmpty())
         return ContainerUpdate::Outcome::Undone;
 
@@ -215,6 +242,7 @@ ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, Conta
     const ContainerUpdate::Outcome outcome =
         update.isInSeries() ? update.writeHeaderInSeries(header) : update.writeHeader(header, care);
     knownHeaderHash.clear();
+    failure = update.failure();
     if (outcome != ContainerUpdate::Outcome::Done)
         return outcome;
     sessionSeal = sealOf(document);

@@ -13,6 +13,8 @@
 #include <QFileInfo>
 #include <QUuid>
 
+#include <cerrno>
+
 namespace Tessarin::Core {
 
 namespace {
@@ -33,15 +35,13 @@ bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPat
                               const ProgressCallback &progress)
 {
     const QString path = normalizedVaultPath(vaultPath);
-    if (sessionState != Unlocked || path.isEmpty())
-        return false;
+    if (sessionState != Unlocked || path.isEmpty() || isSameFile(sourcePath, sessionContainerPath))
+        return fail(Failure::Refused);
 
     const QFileInfo sourceInfo(sourcePath);
     QFile source(sourcePath);
-    if (!sourceInfo.isFile() || isSameFile(sourcePath, sessionContainerPath) ||
-        !source.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        return false;
-    }
+    if (!sourceInfo.isFile() || !source.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return fail(Failure::SourceUnreadable);
 
     ContainerUpdate ownChange(sessionContainerPath);
     ContainerUpdate &change = importSeries ? *importSeries : ownChange;
@@ -73,7 +73,7 @@ bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPat
 
     sessionIndex = index;
     forgetCopies(path, sourcePath);
-    return true;
+    return succeed();
 }
 
 bool VaultManager::importFile(const QString &sourcePath, const QString &vaultPath)
@@ -102,12 +102,16 @@ bool VaultManager::appendBlocks(QFile &source, ContainerUpdate &change, VaultFil
     while (!source.atEnd()) {
         const QByteArrayView chunk = blocks.readPlain(source);
         if (chunk.isEmpty())
-            return false;
+            return fail(source.error() == QFile::NoError ? Failure::SourceChanged
+                                                         : Failure::SourceUnreadable);
 
         hash.add(chunk);
+        errno = 0;
         const std::optional<VaultFileBlock> block = blocks.append();
-        if (!block || !change.startWriteback(block->offset, block->encryptedSize))
-            return false;
+        if (!block)
+            return fail(containerFailure(errno));
+        if (!change.startWriteback(block->offset, block->encryptedSize))
+            return fail(change.failure());
 
         entry.blocks.append(*block);
         doneBytes += block->plainSize;
@@ -116,7 +120,9 @@ bool VaultManager::appendBlocks(QFile &source, ContainerUpdate &change, VaultFil
     }
     entry.sha256 = hash.result();
     // A source that was cut short meanwhile is not what the user chose.
-    return doneBytes >= totalBytes && !entry.sha256.isEmpty();
+    if (doneBytes < totalBytes)
+        return fail(Failure::SourceChanged);
+    return !entry.sha256.isEmpty() || fail(Failure::Other);
 }
 
 void VaultManager::beginImportSeries()
@@ -139,12 +145,12 @@ bool VaultManager::continueSeries(ContainerDocument &document) const
 bool VaultManager::endImportSeries()
 {
     if (!importSeries)
-        return true;
+        return succeed();
     const std::unique_ptr<ContainerUpdate> series = std::move(importSeries);
     if (series->endSeries() == ContainerUpdate::Outcome::Done)
-        return true;
+        return succeed();
     adoptIndexInForce(*series);
-    return false;
+    return fail(series->failure());
 }
 
 /// After a series that failed: the session knows what the header on the drive lists, or, where that is torn
@@ -170,24 +176,31 @@ bool VaultManager::writeVaultFileToDevice(const QString &vaultPath, QIODevice *d
                                           const ProgressCallback &progress) const
 {
     if (device == nullptr || sessionState != Unlocked)
-        return false;
+        return fail(Failure::Refused);
     const VaultFileEntry *entry = sessionIndex.findFile(vaultPath);
     QFile container(sessionContainerPath);
-    if (entry == nullptr || !container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return false;
+    if (entry == nullptr)
+        return fail(Failure::Refused);
+    errno = 0;
+    if (!container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return fail(containerFailure(errno));
 
     const qint64 totalBytes = entry->sizeBytes;
     qint64 doneBytes = 0;
     BlockStore blocks(container, masterKey);
     for (const VaultFileBlock &block : entry->blocks) {
+        errno = 0;
         const QByteArrayView plain = blocks.read(block);
-        if (plain.isEmpty() || device->write(plain.data(), plain.size()) != plain.size())
-            return false;
+        if (plain.isEmpty())
+            return fail(errno == 0 ? Failure::DamagedData : containerFailure(errno));
+        errno = 0;
+        if (device->write(plain.data(), plain.size()) != plain.size())
+            return fail(targetFailure(errno));
         doneBytes += block.plainSize;
         if (progress)
             progress(doneBytes, totalBytes, entry->vaultPath);
     }
-    return true;
+    return succeed();
 }
 
 bool VaultManager::exportFile(const QString &vaultPath, const QString &targetPath) const
@@ -200,14 +213,15 @@ bool VaultManager::exportFile(const QString &vaultPath, const QString &targetPat
 {
     const QString path = normalizedVaultPath(vaultPath);
     // Opening the container under another of its names would cut it to nothing.
-    if (sessionState != Unlocked || path.isEmpty() || isSameFile(targetPath, sessionContainerPath))
-        return false;
-    if (!indexContainsFilePath(sessionIndex, path))
-        return false;
-
+    if (sessionState != Unlocked || path.isEmpty() || isSameFile(targetPath, sessionContainerPath) ||
+        !indexContainsFilePath(sessionIndex, path)) {
+        return fail(Failure::Refused);
+    }
     QFile target(targetPath);
-    return target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) &&
-           writeVaultFileToDevice(path, &target, progress);
+    errno = 0;
+    if (!target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
+        return fail(targetFailure(errno));
+    return writeVaultFileToDevice(path, &target, progress);
 }
 
 /// Stops copies of a file that is no longer the vault's from being written back.

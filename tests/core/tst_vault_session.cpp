@@ -1,4 +1,5 @@
 // Creating, unlocking, locking, the password, saving the index, and the temporary copies of opened files.
+#include "core/HostFile.h"
 #include "support/VaultFixture.h"
 
 #include <QLockFile>
@@ -198,7 +199,9 @@ private Q_SLOTS:
         const QTemporaryDir temporary;
         int failures = 0;
         for (int round = 0; round < 30; ++round) {
-            qputenv("TMPDIR", QFile::encodeName(temporary.filePath(QString::number(round))));
+            const QString common = temporary.filePath(QString::number(round));
+            QVERIFY(QDir().mkdir(common));
+            qputenv("TMPDIR", QFile::encodeName(common));
             const QDeadlineTimer start(20);
             QList<pid_t> children(10);
             for (pid_t &child : children) {
@@ -262,6 +265,44 @@ private Q_SLOTS:
         const QByteArray replaced = readFile(f.container);
         QCOMPARE(g.play(u"-mkdir n; -compact"_s), QString());
         QVERIFY(readFile(f.container) == replaced);
+    }
+
+    void everyFailureHasItsReason()
+    {
+        VaultFixture f;
+        const QString outside = f.root + u"/outside"_s;
+        QCOMPARE(f.play(u"put a=conteúdo; lock; -unlock uma senha errada"_s), QString());
+        QCOMPARE(f.vault.lastFailure(), Failure::WrongPasswordOrDamaged);
+        QCOMPARE(f.play(u"-get a="_s), QString());
+        QCOMPARE(f.vault.lastFailure(), Failure::Refused);
+        QVERIFY(f.unlock());
+        QCOMPARE(f.vault.lastFailure(), Failure::None);
+        QVERIFY(!f.vault.importFile(f.root + u"/falta"_s, u"b"_s));
+        QCOMPARE(f.vault.lastFailure(), Failure::SourceUnreadable);
+        QVERIFY(!f.vault.exportFile(u"a"_s, f.root + u'/' + QString(256, u'x')));
+        QCOMPARE(f.vault.lastFailure(), Failure::NameTooLong);
+        QVERIFY(!f.vault.exportFile(u"a"_s, f.root + u"/falta/b"_s));
+        QCOMPARE(f.vault.lastFailure(), Failure::TargetUnwritable);
+        QVERIFY(!f.vault.exportFile(u"a"_s, u"/dev/full"_s));
+        QCOMPARE(f.vault.lastFailure(), Failure::TargetFull);
+        {
+            QFile other(f.container);
+            QVERIFY(other.open(QIODevice::ReadOnly));
+            QVERIFY(lockFile(other));
+            QCOMPARE(f.play(u"-mkdir b"_s), QString());
+            QCOMPARE(f.vault.lastFailure(), Failure::InUse);
+        }
+        overwrite(f.container, f.entry(u"a"_s).blocks.first().offset, "danificado");
+        QVERIFY(!f.vault.exportFile(u"a"_s, outside));
+        QCOMPARE(f.vault.lastFailure(), Failure::DamagedData);
+        QVERIFY(!f.vault.createDirectory(QString(6300000, u'x')));
+        QCOMPARE(f.vault.lastFailure(), Failure::IndexFull);
+        QVERIFY(VaultManager().createVault(f.container, f.password));
+        QCOMPARE(f.play(u"-delete a"_s), QString());
+        QCOMPARE(f.vault.lastFailure(), Failure::ChangedByOther);
+        QVERIFY(QFile::remove(f.container));
+        QCOMPARE(f.play(u"-mkdir b"_s), QString());
+        QCOMPARE(f.vault.lastFailure(), Failure::DriveGone);
     }
 
     void aForeignWorkspaceIsRefused()

@@ -14,7 +14,7 @@ bool AuthManager::authenticate(const QByteArray &password, const QByteArray &exp
 {
     QByteArray key = crypto.deriveKey(password, params);
     const WipedAtScopeEnd wipeKey(key);
-    if (key.isEmpty() || expectedHash.isEmpty())
+    if (key.isEmpty())
         return false;
 
     return QCryptographicHash::hash(key, QCryptographicHash::Sha256) == expectedHash;

@@ -3,7 +3,6 @@
 
 #include <QVarLengthArray>
 
-#include <algorithm>
 #include <cctype>
 
 namespace Tessarin::Core {
@@ -90,10 +89,12 @@ private:
         ++at;
         if (next() != 'u')
             return !isAtEnd();
-        const QByteArrayView digits = json.sliced(at + 1, std::min<qsizetype>(4, json.size() - at - 1));
-        at += digits.size();
-        return digits.size() == 4 && std::all_of(digits.begin(), digits.end(),
-                                                 [](unsigned char byte) { return std::isxdigit(byte); });
+        for (int digit = 0; digit < 4; ++digit) {
+            ++at;
+            if (!std::isxdigit(static_cast<unsigned char>(next())))
+                return false;
+        }
+        return true;
     }
 
     bool skipScalar()

@@ -139,8 +139,7 @@ void JsonText::plainValue(const QByteArray &asciiText)
 
 QByteArray JsonText::take()
 {
-    needsComma = false;
-    return std::exchange(json, {});
+    return std::move(json);
 }
 
 void JsonText::separate()

@@ -25,6 +25,7 @@ public:
     /// Text that needs no escaping: Base64, hexadecimal, dates.
     void plainValue(const QByteArray &asciiText);
 
+    /// The text; nothing more can be written.
     [[nodiscard]] QByteArray take();
 
 private:

@@ -151,7 +151,6 @@ VaultFileEntry readFile(const QJsonObject &object)
     entry.lastModifiedUtc = dateFromJson(object.value(QLatin1String("lastModifiedUtc")));
     entry.sha256 = QByteArray::fromHex(object.value(QLatin1String("sha256")).toString().toLatin1());
     const QJsonArray blocks = object.value(QLatin1String("blocks")).toArray();
-    entry.blocks.reserve(blocks.size());
     for (const QJsonValue block : blocks)
         entry.blocks.append(readBlock(block.toObject()));
     return entry;
@@ -301,7 +300,7 @@ void SecureFileIndex::clear()
 QByteArray SecureFileIndex::toJson() const
 {
     constexpr qsizetype usualEntrySize = 360;
-    JsonText json((fileEntries.size() + directoryEntries.size()) * usualEntrySize);
+    JsonText json(fileEntries.size() * usualEntrySize);
     json.beginObject();
     json.key("formatVersion");
     json.value(indexFormatVersion);

@@ -3,6 +3,8 @@
 
 #include <QStringList>
 
+#include <algorithm>
+
 namespace Tessarin::Core {
 
 namespace {
@@ -59,8 +61,7 @@ bool pathIsInsideDirectory(const QString &path, const QString &directory)
 
 QString parentVaultPath(const QString &path)
 {
-    const qsizetype last = path.lastIndexOf(separator);
-    return last > 0 ? path.left(last) : QString();
+    return path.first(std::max<qsizetype>(path.lastIndexOf(separator), 0));
 }
 
 QString vaultBaseName(const QString &path)

@@ -32,9 +32,7 @@ QString canonicalInRoot(const QString &root, const QString &path)
     const QString resolvedRoot = QFileInfo(root).canonicalFilePath();
     if (resolvedRoot == "/"_L1)
         return resolved;
-    if (resolvedRoot.isEmpty() || !resolved.startsWith(resolvedRoot + u'/'))
-        return {};
-    return resolved.sliced(resolvedRoot.size());
+    return resolved.startsWith(resolvedRoot + u'/') ? resolved.sliced(resolvedRoot.size()) : QString();
 }
 
 QString classEntry(const QString &name)
@@ -57,7 +55,7 @@ QStringList userNames()
     QStringList users;
     for (const char *variable : {"USER", "LOGNAME"}) {
         const QString user = qEnvironmentVariable(variable);
-        if (!user.isEmpty() && !users.contains(user))
+        if (!user.isEmpty())
             users.append(user);
     }
     return users;
@@ -97,10 +95,7 @@ QString blockDeviceSysfsPath(const QString &name, const QString &root)
 
 QString parentDiskName(const QString &name, const QString &root)
 {
-    const QLatin1StringView marker("/block/");
-    const QString path = blockDeviceSysfsPath(name, root);
-    const qsizetype at = path.indexOf(marker);
-    return at < 0 ? QString() : path.sliced(at + marker.size()).section(u'/', 0, 0);
+    return blockDeviceSysfsPath(name, root).section(u"/block/"_s, 1, 1).section(u'/', 0, 0);
 }
 
 bool isUsbBlockDevice(const QString &name, const QString &root)
@@ -110,10 +105,7 @@ bool isUsbBlockDevice(const QString &name, const QString &root)
 
 bool isRemovableBlockDevice(const QString &name, const QString &root)
 {
-    if (hasRemovableFlag(name, root))
-        return true;
-    const QString parent = parentDiskName(name, root);
-    return !parent.isEmpty() && hasRemovableFlag(parent, root);
+    return hasRemovableFlag(name, root) || hasRemovableFlag(parentDiskName(name, root), root);
 }
 
 bool isOpticalBlockDevice(const QString &name, const QString &root)

@@ -56,13 +56,10 @@ UsbDevice mountedDevice(const QStorageInfo &volume, const QString &devicePath, c
 class FoundDevices
 {
 public:
-    [[nodiscard]] bool hasDevice(const QString &blockName) const { return blockNames.contains(blockName); }
-    [[nodiscard]] bool hasRoot(const QString &rootPath) const { return rootPaths.contains(rootPath); }
-
     void add(const UsbDevice &device)
     {
         const QString blockName = QFileInfo(device.devicePath).fileName();
-        if (hasDevice(blockName) || hasRoot(device.rootPath))
+        if (blockNames.contains(blockName) || rootPaths.contains(device.rootPath))
             return;
         blockNames.insert(blockName);
         // Any number of drives may be mounted nowhere.
@@ -107,7 +104,7 @@ void addMountTable(FoundDevices &found)
         if (!mount || !mount->source.startsWith("/dev/"_L1))
             continue;
         const QString blockName = QFileInfo(mount->source).fileName();
-        if (found.hasDevice(blockName) || found.hasRoot(mount->mountPoint) || !qualifies(blockName))
+        if (!qualifies(blockName))
             continue;
 
         const QStorageInfo volume(mount->mountPoint);
@@ -128,10 +125,8 @@ void addUnmountedDrives(FoundDevices &found)
         QDir(QStringLiteral("/sys/class/block")).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString &blockName : blockNames) {
         // Most devices have no label, and the other questions take many looks at the tree each.
-        if (!labels.contains(blockName) || found.hasDevice(blockName) || !qualifies(blockName) ||
-            isPartitionedDisk(blockName)) {
+        if (!labels.contains(blockName) || !qualifies(blockName) || isPartitionedDisk(blockName))
             continue;
-        }
 
         const QString label = decodeUdevEscapes(labels.value(blockName));
         UsbDevice device;

@@ -5,8 +5,10 @@
 #include "core/Base64.h"
 #include "core/ContainerManager.h"
 #include "core/ContainerUpdate.h"
+#include "core/JsonScan.h"
 
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 #include <sys/mman.h>
@@ -33,8 +35,28 @@ bool isHeaderForQt(const QByteArray &header, ContainerDocument &document)
            object.value(u"formatVersion").toInt() == ContainerFormat::version;
 }
 
+/// The scanner takes for an object what Qt's parser takes for one, and finds the same in it. It looks into no
+/// text and no number, so it is content with some that Qt refuses.
+void checkScanner(const QByteArray &json)
+{
+    QJsonObject scanned;
+    const bool isObject = visitJsonMembers(json, [&](QByteArrayView key, QByteArrayView value) {
+        const QByteArray array = '[' + value.toByteArray() + ']';
+        scanned.insert(QString::fromUtf8(key), QJsonDocument::fromJson(array).array().at(0));
+    });
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
+    const bool isRefusedByQtAlone =
+        isObject &&
+        (error.error == QJsonParseError::IllegalUTF8String || error.error == QJsonParseError::DeepNesting ||
+         (error.error == QJsonParseError::IllegalNumber && json.toLower().contains('e')));
+    require(isObject == document.isObject() || isRefusedByQtAlone);
+    require(!document.isObject() || json.contains('\\') || scanned == document.object());
+}
+
 void checkHeader(const QByteArray &header)
 {
+    checkScanner(header);
     const ContainerManager containers;
     ContainerDocument document;
     const bool isHeader = containers.parseHeader(header, &document);

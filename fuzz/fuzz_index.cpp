@@ -19,7 +19,10 @@ void checkDate(const SecureFileIndex &index, const QByteArray &json)
     if (index.directories().size() != 1 || directories.size() != 1)
         return;
     const QString text = directories.first().toObject().value(u"createdUtc").toString();
-    require(index.directories().first().createdUtc == QDateTime::fromString(text, Qt::ISODateWithMs));
+    const QDateTime created = QDateTime::fromString(text, Qt::ISODateWithMs);
+    require(index.directories().first().createdUtc == created);
+    require(index.toJson().contains("\"createdUtc\":\"" +
+                                    created.toUTC().toString(Qt::ISODateWithMs).toLatin1() + '"'));
 }
 
 } // namespace
@@ -38,8 +41,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QByteArray json = index.toJson();
     SecureFileIndex again;
     require(again.fromJson(json) && again.toJson() == json);
-    for (const auto &file : index.entries())
+    for (const auto &file : index.entries()) {
         require(index.contains(file.vaultPath) && index.findFile(file.vaultPath) != nullptr);
+        require(again.contains(file.vaultPath));
+    }
     while (!index.entries().isEmpty())
         require(index.remove(QString(index.entries().last().vaultPath)));
     return 0;

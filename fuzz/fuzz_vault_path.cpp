@@ -26,6 +26,7 @@ void checkPath(const QString &input)
 {
     const QString path = normalizedVaultPath(input);
     require(normalizedVaultPath(path) == path && vaultPathsEqual(path, path));
+    require(!isValidVaultName(input) || path == input.trimmed());
     if (path.isEmpty())
         return;
     const QStringList segments = path.split(u'/');

@@ -1,9 +1,9 @@
 // The container file: prologue, header area, blocks.
 #include "core/ContainerManager.h"
 
+#include "core/AtomicFile.h"
 #include "core/Base64.h"
 #include "core/ContainerUpdate.h"
-#include "core/HostFile.h"
 #include "core/JsonScan.h"
 #include "core/JsonText.h"
 
@@ -13,8 +13,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
-#include <QSaveFile>
-#include <QUuid>
 
 #include <algorithm>
 #include <initializer_list>
@@ -145,32 +143,6 @@ ContainerDocument documentFromJson(const QJsonObject &header, ContainerCryptoMet
     return document;
 }
 
-/// Writes a whole file under another name in its directory and puts it in place when it is complete. What lay
-/// there counts until the new file has reached the drive.
-bool writeAtomically(const QString &path, const std::function<bool(QSaveFile &)> &writeContents)
-{
-    const QFileInfo former(path);
-    const bool replaces = former.exists();
-    if (replaces && !(former.isFile() && former.isWritable()))
-        return false;
-    // Through a link, the file itself is replaced and not the link.
-    const QString target = replaces ? former.canonicalFilePath() : path;
-    const QString written =
-        replaces ? target + QLatin1Char('.') + QUuid::createUuid().toString(QUuid::Id128) : target;
-    QSaveFile file(written);
-    if (!file.open(QIODevice::WriteOnly) || !writeContents(file) || !syncFile(file))
-        return false;
-    if (replaces)
-        file.setPermissions(former.permissions());
-    if (!file.commit())
-        return false;
-    if (!syncRenamed(written)) {
-        QFile::remove(written);
-        return false;
-    }
-    return !replaces || replaceDurably(target, written);
-}
-
 } // namespace
 
 QString ContainerManager::containerPath(const QString &rootPath) const
@@ -250,7 +222,7 @@ QByteArray ContainerManager::buildHeader(const ContainerDocument &document) cons
 bool ContainerManager::writeDocument(const QString &path, const ContainerDocument &document,
                                      const PayloadWriter &payloadWriter) const
 {
-    return writeAtomically(path, [&](QSaveFile &file) {
+    return writeAtomically(path, [&](QFile &file) {
         return writeAll(file, QByteArray::fromRawData(fileMagic, fileMagicSize)) &&
                writeHeaderArea(file, {}) && (!payloadWriter || payloadWriter(file)) &&
                writeHeaderArea(file, buildHeader(document));
@@ -312,7 +284,7 @@ QByteArray ContainerManager::readContainer(const QString &path) const
 
 bool ContainerManager::writeContainer(const QString &path, const QByteArray &bytes) const
 {
-    return writeAtomically(path, [&](QSaveFile &file) { return writeAll(file, bytes); });
+    return writeAtomically(path, [&](QFile &file) { return writeAll(file, bytes); });
 }
 
 } // namespace Tessarin::Core

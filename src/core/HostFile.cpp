@@ -7,7 +7,6 @@
 #include <QFileInfo>
 
 #include <cerrno>
-#include <cstdio>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -101,40 +100,6 @@ void syncDirectory(const QString &directoryPath)
         return;
     ::fsync(directory);
     ::close(directory);
-}
-
-bool syncRenamed(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly) || !syncFile(file))
-        return false;
-    syncDirectory(QFileInfo(path).absolutePath());
-    return true;
-}
-
-bool replaceDurably(const QString &path, const QString &newPath)
-{
-    const QByteArray name = QFile::encodeName(path);
-    const QByteArray newName = QFile::encodeName(newPath);
-    const auto exchange = [&] {
-        return ::renameat2(AT_FDCWD, newName.constData(), AT_FDCWD, name.constData(), RENAME_EXCHANGE) == 0;
-    };
-    // FAT's rename over a file frees it before the new entry is on the drive. Where two files cannot change
-    // places (exFAT, FAT before Linux 6.0), a rename has to do.
-    if (!exchange()) {
-        const bool isUnsupported = errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
-        const bool isRenamed = isUnsupported && ::rename(newName.constData(), name.constData()) == 0;
-        if (!isRenamed)
-            QFile::remove(newPath);
-        return isRenamed && syncRenamed(path);
-    }
-    const bool isDurable = syncRenamed(path);
-    // As long as neither is certain to have the name, neither is removed.
-    if (!isDurable && !(exchange() && syncRenamed(path)))
-        return false;
-    QFile::remove(newPath);
-    syncDirectory(QFileInfo(path).absolutePath());
-    return isDurable;
 }
 
 bool isLackOfRoom(int errorNumber)

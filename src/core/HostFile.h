@@ -46,16 +46,6 @@ void dropCachedPages(QFileDevice &file);
 /// Makes the names in a directory durable, where the file system can do that.
 void syncDirectory(const QString &directoryPath);
 
-/// Makes a file durable under the name that a rename has given it. FAT's rename writes an entry of size 0,
-/// which only a sync of the file itself completes.
-[[nodiscard]] bool syncRenamed(const QString &path);
-
-/// Puts a durable file in the place of another of the same directory, whose contents stay on the drive until
-/// the new ones are durable under its name. On failure the other one is back in its place and the new one is
-/// gone; where the drive makes nothing durable any more, both stay. Where the file system cannot let two
-/// files change places, a rename that fails to become durable has replaced the other one all the same.
-[[nodiscard]] bool replaceDurably(const QString &path, const QString &newPath);
-
 /// True when an error number tells that there is no room for more bytes, and of no other fault.
 [[nodiscard]] bool isLackOfRoom(int errorNumber);
 

@@ -21,6 +21,7 @@
 #include "core/CryptoManager.h"
 #include "core/Failure.h"
 #include "core/FileSyncManager.h"
+#include "core/ProgressCallback.h"
 #include "core/Secret.h"
 #include "core/SecureFileIndex.h"
 #include "core/TempWorkspaceManager.h"
@@ -33,17 +34,12 @@
 #include <QString>
 #include <QStringList>
 
-#include <functional>
 #include <memory>
 
 class QFile;
 class QIODevice;
 
 namespace Tessarin::Core {
-
-/// Told after every block or chunk: bytes done, bytes in all, and what is being worked on, for files the
-/// vault path. May be empty; it cannot cancel anything.
-using ProgressCallback = std::function<void(qint64 doneBytes, qint64 totalBytes, const QString &label)>;
 
 class VaultManager
 {
@@ -141,12 +137,12 @@ public:
     /// Rebuilds the container without unreferenced blocks. When the old container is gone and the new one
     /// could not be put in its place, `preservedPath` (may be null) receives where the new one lies.
     [[nodiscard]] bool compactVault(const ProgressCallback &progress, QString *preservedPath);
-    /// The files beside a container, or where it was, that only a compaction that broke off leaves; their
-    /// paths. One of them may be the only whole container.
+    /// The files beside a container, or where it was, that only a compaction or a creation leaves which was
+    /// killed; their paths. One of them may be the only whole container.
     [[nodiscard]] static QStringList compactionTwins(const QString &containerPath);
-    /// What compactions of this vault that were killed have left, and what may hold files that the vault does
-    /// not; paths of containers. Of the last unlocking or change of the password, either of which has removed
-    /// what the vault provably holds itself.
+    /// Which of these, and of the containers among the temporary files, stay and may hold files that the
+    /// vault does not; paths. Of the last unlocking, change of the password or compaction, each of which has
+    /// removed what the vault provably holds itself.
     [[nodiscard]] QStringList compactionLeftovers() const;
 
     // Editing (VaultEditing.cpp) ----------------------------------------------------------------------------
@@ -208,23 +204,9 @@ private:
     [[nodiscard]] bool hasOpenCopyInside(const QString &directoryPath) const;
 
     // Compaction
-    struct CompactedContainer;
-    [[nodiscard]] bool buildCompacted(QFile &oldContainer, CompactedContainer &compacted,
-                                      const ProgressCallback &progress) const;
-    [[nodiscard]] bool copyLiveBlocks(QFile &oldContainer, QIODevice &output, CompactedContainer &compacted,
-                                      const ProgressCallback &progress) const;
-    [[nodiscard]] bool verifyCompacted(const CompactedContainer &compacted) const;
     [[nodiscard]] bool hasOtherLengthLine() const;
     [[nodiscard]] bool lockForReading(QFile &container, ContainerDocument &document) const;
-    [[nodiscard]] bool isStillTheSame(const QFile &oldContainer, const QString &path,
-                                      const ContainerDocument &compacted) const;
-
-    // What compactions left (VaultLeftovers.cpp)
-    struct LockedVault;
-    void clearLeftovers(const LockedVault &present, const ProgressCallback &progress);
     void clearLeftoversOfSession();
-    [[nodiscard]] bool isOnDrive(const LockedVault &present) const;
-    [[nodiscard]] bool everyBlockOpens(const LockedVault &present, const ProgressCallback &progress) const;
 
     State sessionState = Locked;
     mutable Failure failure = Failure::None;

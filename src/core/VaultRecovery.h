@@ -15,13 +15,4 @@ struct VaultManager::OpenedVault
     SecureFileIndex index;
 };
 
-/// A vault whose container is open and locked, so that no other program is at work on it.
-struct VaultManager::LockedVault
-{
-    QFile &container;
-    const SecretBytes &key;
-    const SecureFileIndex &index;
-    qint64 mostBytesRead = 512 * 1024 * 1024; ///< Nobody sees progress while a vault is unlocked.
-};
-
 } // namespace Tessarin::Core

@@ -3,6 +3,7 @@
 
 #include "core/HostFile.h"
 #include "core/KeyRemains.h"
+#include "core/Leftovers.h"
 #include "core/Secret.h"
 #include "core/VaultKeys.h"
 #include "core/VaultRecovery.h"
@@ -152,9 +153,9 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
         return fail(update.failure());
     }
     // What a compaction has left still opens with the former password.
-    leftovers = compactionTwins(containerPath);
-    if (decryptIndex(document, opened.masterKey, &opened.index))
-        clearLeftovers({update.file(), opened.masterKey, opened.index}, {});
+    leftovers = decryptIndex(document, opened.masterKey, &opened.index)
+                    ? clearLeftovers({update.file(), opened.masterKey, opened.index}, mostBytesReadUnseen, {})
+                    : leftoversBeside(containerPath);
     return succeed();
 }
 

@@ -15,15 +15,16 @@ namespace Tessarin::UI {
 
 namespace {
 
-/// Of what killed compactions have left; empty when there is nothing.
+/// Of what a killed compaction or creation has left; empty when there is nothing.
 QString compactionLeftoverNote(const Core::VaultManager &vault)
 {
     const QStringList leftovers = vault.compactionLeftovers();
     if (leftovers.isEmpty())
         return {};
     return translated(
-               "Uma compactação deste cofre parece ter sido interrompida e deixou outro container, que abre "
-               "com a senha daquele momento:\n%1\n\nEle pode ter arquivos que este cofre não tem. Confira-o "
+               "A compactação deste cofre ou a criação de um parece ter sido interrompida e deixou outro "
+               "container, que abre com a senha daquele momento:\n%1\n\nEle pode ter arquivos que este cofre "
+               "não tem. Confira-o "
                "e apague-o quando não precisar mais dele.")
         .arg(QDir::toNativeSeparators(leftovers.join(u'\n')));
 }
@@ -109,8 +110,10 @@ QString compactionTwinNote(const QString &containerPath)
     if (twins.isEmpty())
         return {};
     return translated(
-               "Uma compactação deste cofre parece ter sido interrompida. Ele pode estar inteiro em:\n%1\n\n"
-               "Escolha esse arquivo em USB > Container > Escolher container... e use a mesma senha.")
+               "A compactação deste cofre ou a criação de um parece ter sido interrompida. O cofre pode "
+               "estar "
+               "inteiro em:\n%1\n\nEscolha esse arquivo em USB > Container > Escolher container... e use a "
+               "senha dele.")
         .arg(QDir::toNativeSeparators(twins.join(u'\n')));
 }
 

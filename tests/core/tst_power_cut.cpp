@@ -348,8 +348,9 @@ private:
         if (!state.isNull())
             return state;
         putFiles(scratch.path(), files);
-        for (auto file = files.cbegin(); state.isEmpty() && file != files.cend(); ++file)
-            state = stateOf(scratch.filePath(file.key()));
+        // The container's own name comes last, and counts first.
+        for (auto file = files.cend(); state.isEmpty() && file != files.cbegin();)
+            state = stateOf(scratch.filePath((--file).key()));
         if (state.isEmpty())
             state = operation.name == "create" ? QByteArray("no vault yet") : QByteArray("");
         return state;

@@ -250,7 +250,7 @@ private Q_SLOTS:
              {true, false}) { // Bytes that it was not given, and a save where no locks are.
             const auto interfere = [&](qint64 done, qint64 total, const QString &) {
                 if (done == total)
-                    overwrite(isTwin ? twin : fixture->container, 0, isTwin ? "X" : theirs);
+                    overwrite(isTwin ? twin : fixture->container, isTwin ? 1000 : 0, isTwin ? "X" : theirs);
             };
             QString preserved;
             QVERIFY(!vault().compactVault(interfere, &preserved));

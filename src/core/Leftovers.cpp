@@ -1,0 +1,308 @@
+// Names of leftovers, and the proof that one may go.
+#include "core/Leftovers.h"
+
+#include "core/BlockStore.h"
+#include "core/ContainerCopy.h"
+#include "core/ContainerManager.h"
+#include "core/VaultKeys.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QUuid>
+
+#include <algorithm>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Tessarin::Core {
+
+namespace {
+
+const QLatin1StringView containerSuffix(".trvx");
+const QLatin1StringView workingFolderPrefix("Tessarin-compact-");
+
+/// Tells the leftovers of a container from those of others in its folder. FAT takes names that differ in
+/// letter case for one.
+QString nameDigest(const QFileInfo &container)
+{
+    constexpr qsizetype digits = 8;
+    const QByteArray name = container.fileName().toCaseFolded().toUtf8();
+    return QString::fromLatin1(QCryptographicHash::hash(name, QCryptographicHash::Sha256).toHex())
+        .left(digits);
+}
+
+/// What the names of all twins of a container begin with. A long name is cut off, since file systems hold no
+/// more than 255 bytes.
+QString twinBaseName(const QFileInfo &container)
+{
+    constexpr qsizetype longest = 200;
+    QString base = container.completeBaseName();
+    if (base.toUtf8().size() > longest)
+        base = base.left(longest / 4) + QLatin1Char('-') + nameDigest(container);
+    return base + QLatin1String("-compactado-");
+}
+
+QString creationBaseName(const QFileInfo &container)
+{
+    return QLatin1String("tessarin-criacao-") + nameDigest(container) + QLatin1Char('-');
+}
+
+/// Of the names that begin with `baseName`, those that this program gives.
+QRegularExpression namesOf(const QString &baseName, QLatin1StringView rest)
+{
+    return QRegularExpression(
+        QRegularExpression::anchoredPattern(QRegularExpression::escape(baseName) + rest));
+}
+
+QRegularExpression twinNames(const QFileInfo &container)
+{
+    return namesOf(twinBaseName(container), QLatin1StringView("[0-9]+\\.trvx"));
+}
+
+QRegularExpression creationNames(const QFileInfo &container)
+{
+    return namesOf(creationBaseName(container), QLatin1StringView("[0-9a-f]{8}\\.trvx"));
+}
+
+/// The file itself, where a link leads to it.
+QFileInfo containerAt(const QString &path)
+{
+    const QFileInfo place(path);
+    return place.exists() ? QFileInfo(place.canonicalFilePath()) : place;
+}
+
+bool isSameFileEntry(const VaultFileEntry &first, const VaultFileEntry &second)
+{
+    return first.id == second.id && first.sizeBytes == second.sizeBytes && first.sha256 == second.sha256 &&
+           std::equal(first.blocks.cbegin(), first.blocks.cend(), second.blocks.cbegin(),
+                      second.blocks.cend(), [](const VaultFileBlock &a, const VaultFileBlock &b) {
+                          return a.nonce == b.nonce && a.plainSize == b.plainSize;
+                      });
+}
+
+/// True when every file and folder of one index is in the other one too: the same import under the same path.
+bool isContainedIn(const SecureFileIndex &part, const SecureFileIndex &whole)
+{
+    QHash<QString, const VaultFileEntry *> files;
+    for (const VaultFileEntry &file : whole.entries())
+        files.insert(file.vaultPath, &file);
+    const QList<VaultFileEntry> &entries = part.entries();
+    const QList<VaultDirectoryEntry> &directories = part.directories();
+    return std::all_of(entries.cbegin(), entries.cend(),
+                       [&](const VaultFileEntry &file) {
+                           const VaultFileEntry *other = files.value(file.vaultPath);
+                           return other != nullptr && isSameFileEntry(file, *other);
+                       }) &&
+           std::all_of(directories.cbegin(), directories.cend(), [&](const VaultDirectoryEntry &directory) {
+               return whole.containsDirectory(directory.path);
+           });
+}
+
+/// Judges leftovers against one vault.
+class LeftoverJudge
+{
+public:
+    LeftoverJudge(const LockedVault &lockedVault, qint64 mostBytesRead, const ProgressCallback &callback)
+        : vault(lockedVault), bytesLeft(mostBytesRead), progress(callback)
+    {
+    }
+
+    /// Opens and locks a leftover. False when another program is at work on it, and for the container itself.
+    bool take(QFile &file) const
+    {
+        return !isSameFile(file.fileName(), vault.container.fileName()) &&
+               file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && takeLock(file) == FileLock::Taken &&
+               isOpenAt(file, file.fileName());
+    }
+
+    /// True when nothing is lost with a file that a compaction has left. Tells what may be a container of
+    /// this vault, too.
+    bool isSuperfluousCopy(QFile &file, bool &mayBeOfThisVault)
+    {
+        ContainerDocument document;
+        SecureFileIndex index;
+        mayBeOfThisVault = true;
+        if (!takeFromBudget(ContainerFormat::blockAreaOffset))
+            return false;
+        mayBeOfThisVault = containers.readDocument(file.fileName(), &document) &&
+                           decryptIndex(document, vault.masterKey, &index);
+        return (mayBeOfThisVault ? isContainedIn(index, vault.index) : isUnfinishedCopy(file)) &&
+               isVaultWhole();
+    }
+
+    /// The same of a creation: the new container that never got its place, or the former one that has lost
+    /// it to this vault.
+    bool isSuperfluousCreation(QFile &file)
+    {
+        // On FAT, two names that were about to be exchanged may lead to one file.
+        if (!takeFromBudget(beginningSize) || beginningOf(file) == beginningOf(vault.container))
+            return false;
+        return file.size() <= ContainerFormat::blockAreaOffset || isVaultWhole();
+    }
+
+private:
+    static constexpr qint64 beginningSize = 4096; ///< Key, salt and nonces lie there.
+
+    static QByteArray beginningOf(QFile &file)
+    {
+        return file.seek(0) ? file.read(beginningSize) : QByteArray();
+    }
+
+    bool takeFromBudget(qint64 size)
+    {
+        if (size > bytesLeft)
+            return false;
+        bytesLeft -= size;
+        return true;
+    }
+
+    /// Found out when it is needed: that takes a while.
+    bool isVaultWhole()
+    {
+        if (!isWhole)
+            isWhole = isOnDrive() && everyBlockOpens();
+        return *isWhole;
+    }
+
+    /// True when the drive, and not only memory, holds the header with this index.
+    bool isOnDrive()
+    {
+        const QString path = vault.container.fileName();
+        if (!takeFromBudget(ContainerFormat::blockAreaOffset) || !isOpenAt(vault.container, path) ||
+            !syncFile(vault.container)) {
+            return false;
+        }
+        syncDirectory(QFileInfo(path).absolutePath());
+        dropCachedPages(vault.container);
+        ContainerDocument document;
+        SecureFileIndex index;
+        return containers.readDocument(path, &document) && decryptIndex(document, vault.masterKey, &index) &&
+               isContainedIn(vault.index, index);
+    }
+
+    bool everyBlockOpens()
+    {
+        const qint64 totalBytes = vault.container.size() - ContainerFormat::blockAreaOffset;
+        qint64 doneBytes = 0;
+        BlockStore blocks(vault.container, vault.masterKey);
+        for (const VaultFileEntry &file : vault.index.entries()) {
+            for (const VaultFileBlock &block : file.blocks) {
+                if (!takeFromBudget(block.encryptedSize) || blocks.read(block).isEmpty())
+                    return false;
+                doneBytes += block.encryptedSize;
+                if (progress)
+                    progress(qMin(doneBytes, totalBytes), totalBytes,
+                             QCoreApplication::translate("VaultManager", "Conferindo o container no USB"));
+            }
+        }
+        return true;
+    }
+
+    const LockedVault &vault;
+    qint64 bytesLeft;
+    const ProgressCallback &progress;
+    ContainerManager containers;
+    std::optional<bool> isWhole;
+};
+
+/// Clears one working folder; containers of this vault that have to stay are added to `staying`.
+void clearWorkingFolder(const QString &path, LeftoverJudge &judge, QStringList &staying)
+{
+    QFile folder;
+    if (lockWorkingFolder(path, folder) != FileLock::Taken)
+        return;
+    const QDir directory(path);
+    const QFileInfo built(directory, QLatin1String(ContainerFormat::defaultFileName));
+    const QRegularExpression unfinished = creationNames(built);
+    const QFileInfoList files = directory.entryInfoList(QDir::Files | QDir::NoSymLinks);
+    for (const QFileInfo &found : files) {
+        if (found != built && !unfinished.match(found.fileName()).hasMatch())
+            continue;
+        QFile file(found.filePath());
+        bool mayBeOfThisVault = false;
+        if (judge.take(file) && judge.isSuperfluousCopy(file, mayBeOfThisVault))
+            static_cast<void>(removeWithKey(file.fileName()));
+        else if (mayBeOfThisVault)
+            staying.append(file.fileName());
+    }
+    QDir().rmdir(path); // It stays when anything is left in it.
+}
+
+} // namespace
+
+QString workingFolderTemplate()
+{
+    return QDir::tempPath() + QLatin1Char('/') + workingFolderPrefix + QLatin1String("XXXXXX");
+}
+
+FileLock lockWorkingFolder(const QString &path, QFile &folder)
+{
+    const int descriptor =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat status = {};
+    const bool isOwn = descriptor >= 0 &&
+                       folder.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
+                       ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
+    return isOwn ? takeLock(folder) : FileLock::Held;
+}
+
+QString newTwinPath(const QString &containerPath)
+{
+    const QFileInfo container(containerPath);
+    QString path;
+    for (int number = 1; path.isEmpty() || QFileInfo::exists(path); ++number)
+        path = container.dir().filePath(twinBaseName(container) + QString::number(number) + containerSuffix);
+    return path;
+}
+
+QString newCreationPath(const QString &containerPath)
+{
+    const QFileInfo container(containerPath);
+    return container.dir().filePath(creationBaseName(container) +
+                                    QUuid::createUuid().toString(QUuid::Id128).left(8) + containerSuffix);
+}
+
+QStringList leftoversBeside(const QString &containerPath)
+{
+    const QFileInfo container = containerAt(containerPath);
+    const QRegularExpression twins = twinNames(container);
+    const QRegularExpression creations = creationNames(container);
+    QStringList leftovers;
+    const QFileInfoList files = container.dir().entryInfoList(QDir::Files | QDir::NoSymLinks, QDir::Name);
+    for (const QFileInfo &file : files) {
+        if (twins.match(file.fileName()).hasMatch() || creations.match(file.fileName()).hasMatch())
+            leftovers.append(file.filePath());
+    }
+    return leftovers;
+}
+
+QStringList clearLeftovers(const LockedVault &vault, qint64 mostBytesRead, const ProgressCallback &progress)
+{
+    LeftoverJudge judge(vault, mostBytesRead, progress);
+    const QRegularExpression creations = creationNames(containerAt(vault.container.fileName()));
+    // A vault that was replaced by mistake can perhaps be rescued, as a deleted file: its key stays in it.
+    const auto isCleared = [&](const QString &path) {
+        QFile file(path);
+        if (!judge.take(file))
+            return false;
+        bool mayBeOfThisVault = false;
+        return creations.match(QFileInfo(path).fileName()).hasMatch()
+                   ? judge.isSuperfluousCreation(file) && QFile::remove(path)
+                   : judge.isSuperfluousCopy(file, mayBeOfThisVault) && removeWithKey(path);
+    };
+    QStringList staying = leftoversBeside(vault.container.fileName());
+    staying.removeIf(isCleared);
+    const QFileInfoList folders =
+        QDir::temp().entryInfoList({workingFolderPrefix + QLatin1Char('*')}, QDir::Dirs | QDir::NoSymLinks);
+    for (const QFileInfo &folder : folders)
+        clearWorkingFolder(folder.filePath(), judge, staying);
+    return staying;
+}
+
+} // namespace Tessarin::Core

@@ -1,0 +1,20 @@
+// An open vault as compaction and its clean-up see it.
+#pragma once
+
+class QFile;
+
+namespace Tessarin::Core {
+
+class SecretBytes;
+class SecureFileIndex;
+
+/// Its container is open and locked, so that no other program is at work on it, and the index is the one in
+/// force. All must outlive this.
+struct LockedVault
+{
+    QFile &container;
+    const SecretBytes &masterKey;
+    const SecureFileIndex &index;
+};
+
+} // namespace Tessarin::Core

@@ -171,26 +171,64 @@ private Q_SLOTS:
     void whatTheVaultHoldsCanBeOpenedWhateverItsName()
     {
         VaultFixture f;
+        const QString folder = f.vault.workspacePath() + u'/';
+        const auto deep = [&](qsizetype length) {
+            return u'x' + (u'/' + QString(99, u'd')).repeated(50).right(length - folder.size() - 1);
+        };
+        // What the name of the copy ends with, where it cannot be the same.
+        const QList<std::pair<QString, QString>> names{
+            {u":a"_s, {}},
+            {u":d/b"_s, {}},
+            {QString(255, u'n'), {}},
+            {deep(PATH_MAX - 1), {}},
+            {deep(PATH_MAX), u"?"_s},
+            {u"x"_s + QChar(0xD800), u"?"_s},
+            {u"x"_s + QChar(0xD801), u"?"_s},
+            {u"x\0y"_s, u"?"_s},
+            {QString(256, u'n'), u"?"_s},
+            {QString(300, u'ã') + u'.' + QString(15, u's'), u"?."_s + QString(15, u's')},
+            {QString(300, u'ã') + u'.' + QString(16, u's'), u"?"_s}};
         QSet<QString> copies;
-        const QStringList names{u":a"_s,
-                                u":d/b"_s,
-                                u"x"_s + QChar(0xD800),
-                                u"x"_s + QChar(0xD801),
-                                QString(300, u'ã') + u".odt"_s,
-                                (QString(250, u'd') + u'/').repeated(20) + u'f'};
-        for (const QString &name : names) {
+        for (const auto &[name, end] : names) {
             QString copy;
             QVERIFY(f.put(name, name.toUtf8()));
             QVERIFY(f.vault.prepareFileForEditing(name, &copy));
             QCOMPARE(readFile(copy), name.toUtf8());
-            QVERIFY(copy.endsWith(u".odt"_s) == name.endsWith(u".odt"_s));
+            const QRegularExpression substitute(u"-[0-9a-f]{32}%1$"_s.arg(end.mid(1)));
+            QCOMPARE(copy == folder + name, end.isEmpty());
+            QCOMPARE(substitute.match(copy).hasMatch(), !end.isEmpty());
             copies << copy;
             edit(copy, name.toUtf8() + "!");
         }
         QCOMPARE(copies.size(), names.size());
         QVERIFY(f.reopen());
-        for (const QString &name : names)
+        for (const auto &[name, end] : names)
             QCOMPARE(f.get(name), name.toUtf8() + "!");
+    }
+
+    void noCopyIsPutWhereItDoesNotBelong()
+    {
+        FileSyncManager records;
+        TempWorkspaceManager workspace;
+        const QString lock = u".tessarin-workspace.lock"_s;
+        QFile copy;
+        QVERIFY(!workspace.openNewCopy(copy));
+        QVERIFY(!workspace.putCopy(u"a"_s, copy));
+        QVERIFY(!workspace.holdsCopy(u"a"_s));
+        for (int round = 0; round < 2; ++round) {
+            QVERIFY(workspace.prepare());
+            for (const QString &path : {QString(), u".."_s, u"../a"_s, u"a/."_s, u"a//b"_s, lock}) {
+                QVERIFY(workspace.openNewCopy(copy));
+                QVERIFY2(!workspace.putCopy(path, copy), qPrintable(path));
+                QVERIFY(!records.track(path, workspace.pathForVaultFile(u"falta"_s)));
+            }
+            QVERIFY(!records.track(u"a"_s, workspace.workspacePath()));
+            QCOMPARE(QDir(workspace.workspacePath()).entryList(QDir::Files | QDir::Hidden),
+                     QStringList{lock});
+            QVERIFY(workspace.cleanup());
+            QVERIFY(!QFile::exists(workspace.workspacePath()));
+        }
+        QVERIFY(records.trackedFiles().isEmpty());
     }
 
     void programsThatStartTogetherAllFindTheirWorkspace()
@@ -215,6 +253,7 @@ private Q_SLOTS:
                 int status = -1;
                 failures += ::waitpid(child, &status, 0) != child || status != 0;
             }
+            QCOMPARE(QDir(common).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), {u"Tessarin"_s});
         }
         former.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", former);
         QCOMPARE(failures, 0);

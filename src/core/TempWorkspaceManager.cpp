@@ -43,12 +43,12 @@ bool isFolder(const QByteArray &name)
 }
 
 /// Gives a folder its final name unless something has that name already.
-bool claimName(const QByteArray &temporaryName, const QByteArray &name)
+void claimName(const QByteArray &temporaryName, const QByteArray &name)
 {
-    if (::renameat2(AT_FDCWD, temporaryName.constData(), AT_FDCWD, name.constData(), RENAME_NOREPLACE) == 0)
-        return true;
-    // Some file systems lack that kind of renaming. The common kind replaces nothing but an empty folder.
-    return (errno == EINVAL || errno == ENOSYS) && ::rename(temporaryName.constData(), name.constData()) == 0;
+    // Some file systems lack this kind of renaming. The common kind replaces nothing but an empty folder.
+    if (::renameat2(AT_FDCWD, temporaryName.constData(), AT_FDCWD, name.constData(), RENAME_NOREPLACE) != 0 &&
+        (errno == EINVAL || errno == ENOSYS))
+        ::rename(temporaryName.constData(), name.constData());
 }
 
 /// The folder that the workspaces of all users share. Like the temporary directory above it, everyone may
@@ -63,10 +63,9 @@ bool makeCommonFolder(const QString &path)
     QByteArray temporaryName = name + ".XXXXXX";
     if (!QDir().mkpath(QFileInfo(path).absolutePath()) || ::mkdtemp(temporaryName.data()) == nullptr)
         return false;
-    const bool isOurs = ::chmod(temporaryName.constData(), S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO) == 0 &&
-                        claimName(temporaryName, name);
-    if (!isOurs)
-        ::rmdir(temporaryName.constData());
+    if (::chmod(temporaryName.constData(), S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO) == 0)
+        claimName(temporaryName, name);
+    ::rmdir(temporaryName.constData()); // Still there when another program was faster.
     return isFolder(name);
 }
 

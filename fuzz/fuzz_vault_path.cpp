@@ -49,5 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     checkPath(first);
     checkPath(second);
     require(vaultPathsEqual(first, second) == (vaultPathKey(first) == vaultPathKey(second)));
+    for (const QString &a : first.split(u'/')) {
+        for (const QString &b : second.split(u'/'))
+            require(vaultPathsEqual(a, b) == (vaultPathKey(a) == vaultPathKey(b)));
+    }
     return 0;
 }

@@ -217,16 +217,6 @@ private Q_SLOTS:
         for (const QString &name : {u" a.b "_s, u"a\\b"_s, u" .. "_s})
             QCOMPARE(isValidVaultName(name), name == u" a.b "_s);
     }
-
-    void aKeyIsTheSameExactlyWhenPathsCompareAsEqual()
-    {
-        const QStringList samples{u"é"_s, u"É"_s, u"e\u0301"_s, u"ß"_s, u"ẞ"_s, u"ss"_s, u"İ"_s, u"i"_s,
-                                  u"ı"_s, u"Σ"_s, u"ς"_s,       u"σ"_s, u"𐐀"_s, u"𐐨"_s,  u"K"_s, u"k"_s};
-        for (const QString &a : samples) {
-            for (const QString &b : samples)
-                QCOMPARE(vaultPathKey(a) == vaultPathKey(b), vaultPathsEqual(a, b));
-        }
-    }
 };
 
 QTEST_GUILESS_MAIN(IndexTest)

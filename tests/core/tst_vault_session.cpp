@@ -328,7 +328,8 @@ private Q_SLOTS:
             QFile other(f.container);
             QVERIFY(other.open(QIODevice::ReadOnly));
             QVERIFY(lockFile(other));
-            QCOMPARE(f.play(u"-mkdir b"_s), QString());
+            QVERIFY(!VaultManager().createVault(f.container, f.password));
+            QCOMPARE(f.play(u"-compact; -mkdir b"_s), QString());
             QCOMPARE(f.vault.lastFailure(), Failure::InUse);
         }
         overwrite(f.container, f.entry(u"a"_s).blocks.first().offset, "danificado");
@@ -369,8 +370,15 @@ private Q_SLOTS:
         edit(victim + u"/own"_s, "de outro");
         QCOMPARE(f.play(u"-lock; get d/a=segredo"_s), QString());
         QVERIFY(QFile::remove(copy));
+        QCOMPARE(f.play(u"open d/a"_s), QString());
         QVERIFY(QDir().rename(workspace, workspace + u"-moved"_s));
+        QVERIFY(QDir().mkdir(victim + u"/d"_s));
         QVERIFY(QFile::link(victim, workspace));
+        edit(copy, "de outro");
+        QCOMPARE(f.play(u"-lock; get d/a=segredo; -open d/a"_s), QString());
+        QVERIFY(!QFile::exists(workspace + u"-moved/d/a"_s));
+        QCOMPARE(readFile(copy), "de outro");
+        QVERIFY(QFile::remove(copy));
         QCOMPARE(f.play(u"-lock"_s), QString());
         QCOMPARE(f.vault.state(), VaultManager::Locked);
         QCOMPARE(QDir(victim).entryList(QDir::Files), QStringList{u"own"_s});

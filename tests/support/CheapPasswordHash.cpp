@@ -8,16 +8,12 @@ int crypto_pwhash(unsigned char *const out, unsigned long long outlen, const cha
                   unsigned long long passwdlen, const unsigned char *const salt, unsigned long long opslimit,
                   size_t memlimit, int alg)
 {
-    if (outlen < crypto_generichash_BYTES_MIN || outlen > crypto_generichash_BYTES_MAX)
-        return -1;
-
-    const std::array<unsigned long long, 4> costs{outlen, opslimit, memlimit,
-                                                  static_cast<unsigned long long>(alg)};
+    const std::array<unsigned long long, 3> costs{opslimit, memlimit, static_cast<unsigned long long>(alg)};
     crypto_generichash_state state;
-    crypto_generichash_init(&state, salt, crypto_pwhash_SALTBYTES, outlen);
+    const int result = crypto_generichash_init(&state, salt, crypto_pwhash_SALTBYTES, outlen);
     crypto_generichash_update(&state, reinterpret_cast<const unsigned char *>(costs.data()), sizeof costs);
     crypto_generichash_update(&state, reinterpret_cast<const unsigned char *>(passwd), passwdlen);
     crypto_generichash_final(&state, out, outlen);
     sodium_memzero(&state, sizeof state);
-    return 0;
+    return result;
 }

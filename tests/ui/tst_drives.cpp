@@ -131,7 +131,7 @@ private:
                 flag.write(content + '\n');
         }
         const QString node = u"/dev/"_s + QFileInfo(name).fileName();
-        QFile(node).open(QIODevice::WriteOnly);
+        QVERIFY(QFile(node).open(QIODevice::WriteOnly));
         link(path, u"/sys/class/block/"_s + QFileInfo(name).fileName());
         if (!label.isEmpty())
             link(node, u"/dev/disk/by-label/"_s + label);

@@ -9,6 +9,8 @@ from pathlib import Path
 
 TIMEOUT_SECONDS = 20
 SCREEN = "1280x800x24"
+# By number: newer keyboard maps have their symbols with Alt as well, and xdotool would take those.
+FUNCTION_KEYS = {f"F{number}": 66 + number for number in range(1, 11)}
 
 FAKE_OPENER = """#!/bin/sh
 # Stands in for the desktop's opener: writes down what it was asked to open, and knows no program for keys.
@@ -221,7 +223,7 @@ class Desktop:
         subprocess.run(["xdotool", *map(str, arguments)], env=self.environment, check=True)
 
     def key(self, *keys):
-        self._xdotool("key", "--clearmodifiers", *keys)
+        self._xdotool("key", "--clearmodifiers", *(FUNCTION_KEYS.get(key, key) for key in keys))
 
     def type(self, text):
         if text.isascii():

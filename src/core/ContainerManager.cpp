@@ -74,9 +74,6 @@ bool isHeaderOfThisFormat(const QJsonObject &header)
 
 using JsonMembers = QMap<QByteArrayView, QByteArrayView>; ///< A member's key, and the JSON of its value.
 
-/// Bytes of a legacy index or legacy payloads, which nothing uses, above which they are left out.
-constexpr qsizetype mostLegacyBytes = 64 * 1024;
-
 /// The members of these names; of equal keys the last one counts. None when the text is no JSON object.
 std::optional<JsonMembers> findMembers(QByteArrayView json, std::initializer_list<QByteArrayView> names)
 {
@@ -104,43 +101,40 @@ QByteArray objectOf(const JsonMembers &members)
     return object.append('}');
 }
 
-/// The header without what no reader needs. Of a hostile one, whose size is bounded, Qt's parser would build
-/// a hundred times that size. Null when it is no JSON object.
-QByteArray neededPartOf(QByteArrayView header)
+QJsonObject parsed(const QByteArray &json)
 {
-    std::optional<JsonMembers> members =
-        findMembers(header, {"magic", "formatVersion", "crypto", "encryptedIndex", "encryptedPayload",
-                             "fileIndex", "filePayloads"});
-    if (!members)
-        return {};
-    std::optional<JsonMembers> crypto =
-        findMembers(members->take("crypto"), {"kdf", "cipher", "kdfIterations", "salt", "nonce",
-                                              "payloadNonce", "authTag", "encryptedMasterKey"});
-    members->removeIf([](auto member) {
-        const bool isLegacy = member.key() == "fileIndex" || member.key() == "filePayloads";
-        return isLegacy ? member.value().size() > mostLegacyBytes : !isScalar(member.value());
-    });
-    if (!crypto)
-        return objectOf(*members);
-    crypto->removeIf([](auto member) { return !isScalar(member.value()); });
-    const QByteArray cryptoObject = objectOf(*crypto);
-    members->insert("crypto", cryptoObject);
-    return objectOf(*members);
+    return QJsonDocument::fromJson(json).object();
 }
 
-ContainerDocument documentFromJson(const QJsonObject &header, ContainerCryptoMetadata crypto)
+/// Without nested members: Qt's parser would make a hundred times their size.
+QJsonObject scalarsIn(JsonMembers members)
 {
-    ContainerDocument document;
-    document.crypto = std::move(crypto);
-    const QJsonObject plainIndex = header.value(QLatin1String("fileIndex")).toObject();
-    static_cast<void>(document.fileIndex.fromJson(QJsonDocument(plainIndex).toJson(QJsonDocument::Compact)));
-    document.encryptedIndex = bytesFromJson(header, QLatin1String("encryptedIndex"));
-    document.encryptedPayload = bytesFromJson(header, QLatin1String("encryptedPayload"));
-    const QJsonObject payloads = header.value(QLatin1String("filePayloads")).toObject();
-    for (auto payload = payloads.begin(); payload != payloads.end(); ++payload)
-        document.filePayloads.insert(payload.key(),
-                                     QByteArray::fromBase64(payload.value().toString().toLatin1()));
-    return document;
+    members.removeIf([](auto member) { return !isScalar(member.value()); });
+    return parsed(objectOf(members));
+}
+
+/// Bytes of memory, estimated from above, that Qt's parser and what becomes of its objects take.
+qint64 costOfParsing(QByteArrayView json)
+{
+    const auto count = [&](char byte) { return std::count(json.begin(), json.end(), byte); };
+    const qint64 containers = count('{') + count('[');
+    const qint64 members = count(',');
+    return 400 * containers + 200 * members + 5 * json.size();
+}
+
+/// Nothing uses a legacy index or legacy payloads, so they are left out when they would cost too much: an
+/// index of ten thousand files does not.
+void readLegacyMembers(const JsonMembers &header, ContainerDocument &document)
+{
+    constexpr qint64 mostBytes = 56 * 1024 * 1024;
+    const QByteArrayView index = header.value("fileIndex");
+    const QByteArrayView payloads = header.value("filePayloads");
+    if (costOfParsing(index) + costOfParsing(payloads) > mostBytes)
+        return;
+    static_cast<void>(document.fileIndex.fromJson(QByteArray::fromRawData(index.data(), index.size())));
+    const QJsonObject object = parsed(QByteArray::fromRawData(payloads.data(), payloads.size()));
+    for (auto payload = object.begin(); payload != object.end(); ++payload)
+        document.filePayloads.insert(payload.key(), decodeBase64(payload.value().toString().toLatin1()));
 }
 
 } // namespace
@@ -243,12 +237,24 @@ bool ContainerManager::updateDocumentHeader(const QString &path, const Container
 
 bool ContainerManager::parseHeader(const QByteArray &header, ContainerDocument *document) const
 {
-    const QJsonObject object = QJsonDocument::fromJson(neededPartOf(header)).object();
+    const std::optional<JsonMembers> members =
+        findMembers(header, {"magic", "formatVersion", "crypto", "encryptedIndex", "encryptedPayload",
+                             "fileIndex", "filePayloads"});
+    if (!members)
+        return false;
+    const QJsonObject object = scalarsIn(*members);
     if (!isHeaderOfThisFormat(object))
         return false;
 
-    const QJsonObject cryptoObject = object.value(QLatin1String("crypto")).toObject();
-    *document = documentFromJson(object, cryptoMetadataFromJson(cryptoObject));
+    const std::optional<JsonMembers> crypto =
+        findMembers(members->value("crypto"), {"kdf", "cipher", "kdfIterations", "salt", "nonce",
+                                               "payloadNonce", "authTag", "encryptedMasterKey"});
+    ContainerDocument fresh;
+    fresh.crypto = cryptoMetadataFromJson(scalarsIn(crypto.value_or(JsonMembers())));
+    fresh.encryptedIndex = bytesFromJson(object, QLatin1String("encryptedIndex"));
+    fresh.encryptedPayload = bytesFromJson(object, QLatin1String("encryptedPayload"));
+    readLegacyMembers(*members, fresh);
+    *document = fresh;
     return true;
 }
 

@@ -182,8 +182,13 @@ private Q_SLOTS:
             return status.mid(status.indexOf("VmHWM:") + 6, 12).trimmed().split(' ').first().toLongLong();
         };
         const QByteArray nested = QByteArray(900, '[') + QByteArray(900, ']') + ',';
+        QByteArray folders;
+        for (int i = 0; i < 40000; ++i)
+            folders += "{\"path\":\"" + QByteArray::number(i).leftJustified(100, 'x') + "\"},";
         for (const QByteArray &rest :
-             {R"("fileIndex":{"x":[)" + nested.repeated(4600) + "1]}}",
+             {R"("fileIndex":{"directories":[)" + folders + "{}]}}",
+              R"("fileIndex":{"files":[)" + QByteArray("{},").repeated(2600000) + "{}]}}",
+              R"("fileIndex":{"x":[)" + nested.repeated(4600) + "1]}}",
               R"("encryptedIndex":"é)" + QByteArray("AAA\\/").repeated(1600000) + R"("})"}) {
             const QByteArray header = R"({"magic":"TRAVEX","formatVersion":3,)" + rest;
             writeFile(u"/proc/self/clear_refs"_s, "5"); // The peak begins anew.
@@ -191,6 +196,7 @@ private Q_SLOTS:
             ContainerDocument read;
             QVERIFY(containers.parseHeader(header, &read));
             QVERIFY2(peak() - idle <= 56 * 1024, qPrintable(QString::number(peak() - idle)));
+            QCOMPARE(read.fileIndex.directories().size(), rest.contains("path") ? 40000 : 0);
         }
     }
 

@@ -33,8 +33,10 @@ def encode(data):
     return base64.b64encode(data).decode()
 
 
-def password_key(password, salt):
-    return argon2id.kdf(64, password.encode(), salt, opslimit=3, memlimit=256 << 20)[:32]
+def password_key(password, salt, kdf=KDF, iterations=0):
+    if kdf != KDF:
+        return hashlib.pbkdf2_hmac("sha256", password.encode(), salt, iterations, 64)[:32]
+    return argon2id.kdf(64, password.encode(), salt[:16], opslimit=3, memlimit=256 << 20)[:32]
 
 
 def master_key_role(crypto, salt, nonce):
@@ -61,11 +63,10 @@ class Container:
         assert header["magic"] == "TRAVEX" and header["formatVersion"] == 3
 
         crypto = header["crypto"]
-        assert (crypto["cipher"], crypto["kdf"], crypto["kdfIterations"]) == (CIPHER, KDF, 0)
         salt, nonce, index_nonce, sealed_key = (base64.b64decode(crypto[name], validate=True) for name in
                                                 ("salt", "nonce", "payloadNonce", "encryptedMasterKey"))
         master_key = open_sealed(sealed_key, master_key_role(crypto, salt, nonce), nonce,
-                                 password_key(password, salt))
+                                 password_key(password, salt, crypto["kdf"], crypto["kdfIterations"]))
         assert len(master_key) == 64
         self.data_key = master_key[:32]
         index = json.loads(open_sealed(base64.b64decode(header["encryptedIndex"]),

@@ -144,7 +144,15 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     if (!wipeKeyRemains(update.file(), isIndexCurrent ? &opened.index : nullptr))
         return fail(Failure::DriveGone);
 
+    const QString formerCipher = document.crypto.cipher;
     renewKeyParameters(document);
+    // The name of the cipher, which may be any, is part of the index's associated data too.
+    if (document.crypto.cipher != formerCipher) {
+        if (!isIndexCurrent)
+            return fail(Failure::DamagedData);
+        document.crypto.payloadNonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
+        document.encryptedIndex = encryptIndex(document, opened.index, opened.masterKey);
+    }
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, opened.masterKey);
     if (document.crypto.encryptedMasterKey.isEmpty())
         return fail(Failure::Other);

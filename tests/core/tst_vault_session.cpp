@@ -1,5 +1,6 @@
 // Creating, unlocking, locking, the password, saving the index, and the temporary copies of opened files.
 #include "core/HostFile.h"
+#include "core/VaultKeys.h"
 #include "support/VaultFixture.h"
 
 #include <QLockFile>
@@ -123,6 +124,26 @@ private Q_SLOTS:
         QVERIFY(after.crypto.nonce != before.crypto.nonce);
         QCOMPARE(f.play(u"-unlock uma senha bem longa; unlock outra senha longa; get a=conteúdo"_s),
                  QString());
+    }
+
+    /// The cipher's name is bound to key and index, and a new password gives it the usual one.
+    void aHeaderMayNameAnyCipher()
+    {
+        VaultFixture f;
+        QCOMPARE(f.play(u"put a=conteúdo; lock"_s), QString());
+        ContainerDocument document = f.document();
+        const SecretBytes key = decryptMasterKey(document, f.password);
+        SecureFileIndex index;
+        QVERIFY(decryptIndex(document, key, &index));
+        document.crypto.cipher = u"outra"_s;
+        document.crypto.encryptedMasterKey = encryptMasterKey(document, f.password, key);
+        document.encryptedIndex = encryptIndex(document, index, key);
+        QVERIFY(ContainerManager().updateDocumentHeader(f.container, document));
+        QCOMPARE(f.play(u"unlock uma senha bem longa; put b=b; lock; "
+                        "password uma senha bem longa>outra senha longa; unlock outra senha longa; "
+                        "get a=conteúdo; get b=b"_s),
+                 QString());
+        QCOMPARE(f.document().crypto.cipher, u"XChaCha20-Poly1305"_s);
     }
 
     void editedCopiesGoBackUnlessTheirFileIsAnother()

@@ -61,11 +61,11 @@ bool makeCommonFolder(const QString &path)
         return true;
 
     QByteArray temporaryName = name + ".XXXXXX";
-    if (!QDir().mkpath(QFileInfo(path).absolutePath()) || ::mkdtemp(temporaryName.data()) == nullptr)
-        return false;
-    if (::chmod(temporaryName.constData(), S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO) == 0)
-        claimName(temporaryName, name);
-    ::rmdir(temporaryName.constData()); // Still there when another program was faster.
+    if (QDir().mkpath(QFileInfo(path).absolutePath()) && ::mkdtemp(temporaryName.data()) != nullptr) {
+        if (::chmod(temporaryName.constData(), S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO) == 0)
+            claimName(temporaryName, name);
+        ::rmdir(temporaryName.constData()); // Still there when another program was faster.
+    }
     return isFolder(name);
 }
 

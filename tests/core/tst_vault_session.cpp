@@ -276,6 +276,10 @@ private Q_SLOTS:
             }
             QCOMPARE(QDir(common).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), {u"Tessarin"_s});
         }
+        // What lies there may be a link to all that the user has.
+        qputenv("TMPDIR", QFile::encodeName(temporary.path()));
+        QVERIFY(QFile::link(temporary.filePath(u"0"_s), temporary.filePath(u"Tessarin"_s)));
+        QVERIFY(!TempWorkspaceManager().prepare());
         former.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", former);
         QCOMPARE(failures, 0);
     }

@@ -30,7 +30,8 @@ private Q_SLOTS:
     }
 
     /// Beside the practice drive: a stick whose label is a path and that nobody mounted, two below /run,
-    /// which the toolkit hides, one of two partitions, a card mounted twice, a DVD and a fixed disk.
+    /// which the toolkit hides, one of them with another mounted over it, one of two partitions, a card
+    /// mounted twice, a DVD and a fixed disk.
     void everyDriveIsFoundOnceHoweverItIsMounted()
     {
         const QString user = qEnvironmentVariable("USER", u"root"_s);
@@ -42,18 +43,21 @@ private Q_SLOTS:
         addDevice(u"sdu"_s, u"ata9"_s, "0", "0", u"FIXO"_s);
         addDevice(u"mmcblk9"_s, u"mmc9"_s, "1", {}, u"CARTAO"_s);
         addDevice(u"sdt"_s, u"usb9"_s, "1", "0", {});
+        addDevice(u"sds"_s, u"usb9"_s, "1", "0", {});
+        addDevice(u"sdr"_s, u"usb9"_s, "1", "0", u"NENHURES"_s);
         QVERIFY(QDir().mkpath(u"/media/%1/MEUS ARQ"_s.arg(user)));
         for (const auto &[device, place] : {std::pair{"sdw", u"/run/tessarin-test/ESCONDIDO"_s},
                                             {"sdu", u"/media/FIXO"_s},
                                             {"sr9", u"/media/DVD"_s},
                                             {"mmcblk9", u"/media/Meu cartão"_s},
                                             {"mmcblk9", u"/media/outra vez"_s},
-                                            {"sdt", u"/run/tessarin-test/com espaço"_s}})
+                                            {"sdt", u"/run/tessarin-test/com espaço"_s},
+                                            {"sds", u"/run/tessarin-test/com espaço"_s}})
             mount(device, place);
 
         QStringList found;
         for (const auto &device : Tessarin::Platform::Linux::LinuxDeviceManager().detectUsbDevices()) {
-            if (QRegularExpression(u"sd[t-z]|sr9|mmcblk9"_s).match(device.devicePath).hasMatch())
+            if (QRegularExpression(u"sd[r-z]|sr9|mmcblk9"_s).match(device.devicePath).hasMatch())
                 found += QStringList{device.identifier,
                                      device.devicePath,
                                      device.displayName,
@@ -71,6 +75,7 @@ private Q_SLOTS:
             u"/run/tessarin-test/ESCONDIDO:/dev/sdw|/dev/sdw|ESCONDIDO|/run/tessarin-test/ESCONDIDO|tmpfs|removable|mounted"_s,
             u"/run/tessarin-test/com espaço:/dev/sdt|/dev/sdt|/run/tessarin-test/com espaço|/run/tessarin-test/com espaço|tmpfs|removable|mounted"_s,
             u"sdv1|/dev/sdv1|MEUS ARQ|/media/%1/MEUS ARQ|-||"_s.arg(user),
+            u"sdr|/dev/sdr|NENHURES||-|removable|"_s,
             u"sdx|/dev/sdx|../..||-|removable|"_s};
         expected.sort();
         QCOMPARE(found, expected);

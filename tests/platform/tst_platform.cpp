@@ -171,10 +171,12 @@ private Q_SLOTS:
             ::sigaction(number, nullptr, &action);
             return action.sa_handler;
         };
+        const auto openFiles = [] { return QDir(u"/proc/self/fd"_s).count(); };
         ::signal(SIGHUP, SIG_IGN);
+        const auto formerFiles = openFiles();
         {
-            const Tessarin::Platform::TerminationSignals signals_;
-            QSignalSpy heard(&signals_, &Tessarin::Platform::TerminationSignals::requested);
+            const Tessarin::Platform::TerminationSignals termination;
+            QSignalSpy heard(&termination, &Tessarin::Platform::TerminationSignals::requested);
             QVERIFY(handler(SIGHUP) == SIG_IGN);
             for (const int number : {SIGTERM, SIGINT}) {
                 std::raise(number);
@@ -186,6 +188,7 @@ private Q_SLOTS:
         for (const int number : {SIGTERM, SIGINT})
             QVERIFY(handler(number) == SIG_DFL);
         QVERIFY(handler(SIGHUP) == SIG_IGN);
+        QCOMPARE(openFiles(), formerFiles);
     }
 };
 

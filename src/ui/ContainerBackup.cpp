@@ -73,7 +73,7 @@ Outcome backUpContainer(QWidget *parent, const QString &containerPath)
 {
     Outcome outcome{.title = translated("Fazer backup")};
     if (!QFileInfo(containerPath).isFile()) {
-        outcome.warning = translated("O arquivo do container não foi encontrado.");
+        outcome.warnings = {{translated("O arquivo do container não foi encontrado.")}};
         return outcome;
     }
 
@@ -82,18 +82,18 @@ Outcome backUpContainer(QWidget *parent, const QString &containerPath)
     if (destinationPath.isEmpty())
         return {};
     if (isContainerItself(destinationPath, containerPath)) {
-        outcome.warning = translated("Escolha um destino diferente do container original.");
+        outcome.warnings = {{translated("Escolha um destino diferente do container original.")}};
         return outcome;
     }
 
     QFile source(containerPath);
     if (!source.open(QIODevice::ReadOnly)) {
-        outcome.warning = translated("Não foi possível abrir o container para backup.");
+        outcome.warnings = {{translated("Não foi possível abrir o container para backup.")}};
         return outcome;
     }
     QFile destination(destinationPath);
     if (!destination.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        outcome.warning = translated("Não foi possível criar o arquivo de backup.");
+        outcome.warnings = {{translated("Não foi possível criar o arquivo de backup.")}};
         return outcome;
     }
 
@@ -104,15 +104,15 @@ Outcome backUpContainer(QWidget *parent, const QString &containerPath)
     destination.close();
     if (!copied) {
         QFile::remove(writtenPath);
-        outcome.warning = translated("Não foi possível concluir o backup.");
+        outcome.warnings = {{translated("Não foi possível concluir o backup.")}};
         outcome.status = translated("Falha ao fazer backup do container.");
         return outcome;
     }
     Core::syncDirectory(QFileInfo(writtenPath).absolutePath());
     outcome.status = translated("Backup do container concluído.");
-    outcome.information = translated(
+    outcome.information = {translated(
         "Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia criptografada do container "
-        "e permanece protegido pela senha do cofre.");
+        "e permanece protegido pela senha do cofre.")};
     return outcome;
 }
 

@@ -4,13 +4,14 @@
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
 #include "ui/Formatting.h"
-#include "ui/MessageBoxes.h"
 #include "ui/ProgressDialog.h"
 #include "ui/Translated.h"
 
 #include <QFileInfo>
 
 #include <algorithm>
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
 
@@ -40,10 +41,11 @@ Outcome FileImport::run(const QStringList &sources, const QString &directory)
     }
     const QStringList lost = lostFiles();
     for (const QString &target : lost)
-        warnAbout(Core::vaultBaseName(target));
+        fail(Core::vaultBaseName(target), {});
     const qsizetype count = imported.size() - lost.size();
     return {.contentsChanged = true,
             .freeSpaceChanged = true,
+            .warnings = warnings(),
             .status = count == 1 ? tr("Arquivo importado com sucesso.")
                                  : tr("%1 arquivos importados com sucesso.").arg(count)};
 }
@@ -60,7 +62,7 @@ void FileImport::importOne(const QString &source, const QString &target, Progres
                             .arg(label, formatFileSize(doneBytes), formatFileSize(totalBytes), speedNote()));
     };
     if (!vault.importFile(source, target, showProgress)) {
-        warnAbout(QFileInfo(source).fileName());
+        fail(QFileInfo(source).fileName(), {});
         return;
     }
     imported.append(target);
@@ -78,9 +80,28 @@ QStringList FileImport::lostFiles() const
     return lost;
 }
 
-void FileImport::warnAbout(const QString &fileName) const
+void FileImport::fail(const QString &fileName, const QString &reason)
 {
-    showWarning(parent, tr("Tessarin"), tr("Não foi possível importar %1.").arg(fileName));
+    const auto known = std::ranges::find(failed, reason, &Failed::reason);
+    if (known == failed.end())
+        failed.append({reason, {fileName}});
+    else
+        known->fileNames.append(fileName);
+}
+
+QList<Notice> FileImport::warnings() const
+{
+    QList<Notice> notices;
+    for (const auto &[reason, fileNames] : failed) {
+        QStringList paragraphs;
+        if (fileNames.size() > 1)
+            paragraphs << tr("O mesmo aconteceu com:\n%1").arg(shortList(fileNames.sliced(1)).join(u'\n'));
+        if (!reason.isEmpty())
+            paragraphs << reason;
+        notices.append(
+            {tr("Não foi possível importar %1.").arg(fileNames.first()), paragraphs.join(u"\n\n"_s)});
+    }
+    return notices;
 }
 
 } // namespace Tessarin::UI

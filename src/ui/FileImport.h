@@ -33,20 +33,28 @@ public:
     {
     }
 
-    /// A file that cannot be imported is reported at once, and the next one follows.
+    /// After a file that cannot be imported the next one follows; what failed is told at the end.
     [[nodiscard]] Outcome run(const QStringList &sources, const QString &directory);
 
 private:
     void importOne(const QString &source, const QString &target, ProgressDialog &progress);
     /// Those of the imported files that the vault does not have after all, now that the drive has answered.
     [[nodiscard]] QStringList lostFiles() const;
-    void warnAbout(const QString &fileName) const;
+    void fail(const QString &fileName, const QString &reason);
+    /// One for each reason, with all the files that failed for it.
+    [[nodiscard]] QList<Notice> warnings() const;
 
     QWidget *parent;
     Core::VaultManager &vault;
     ConfirmReplacement confirmReplacement;
     QStringList imported;      ///< Vault paths.
     QSet<QString> importedIds; ///< What lies at such a path may be what was there before.
+    struct Failed
+    {
+        QString reason;
+        QStringList fileNames;
+    };
+    QList<Failed> failed; ///< In the order in which the reasons came up.
 };
 
 } // namespace Tessarin::UI

@@ -22,7 +22,7 @@ Outcome FileOperations::exportFile(const QString &path) const
     const bool exported = vault.exportFile(path, target, progress.reporter(tr("Exportando %1...\n%2 de %3")));
     progress.finish();
     if (!exported)
-        return {.warning = tr("Não foi possível exportar o arquivo."),
+        return {.warnings = {{tr("Não foi possível exportar o arquivo.")}},
                 .status = tr("Falha ao exportar o arquivo.")};
     return {.status = tr("Arquivo exportado com sucesso.")};
 }
@@ -40,7 +40,7 @@ QString FileOperations::prepareForEditing(const QString &path)
 Outcome FileOperations::deleteFile(const QString &path)
 {
     if (!vault.deleteFile(path))
-        return {.warning = tr("Não foi possível excluir o arquivo do cofre."),
+        return {.warnings = {{tr("Não foi possível excluir o arquivo do cofre.")}},
                 .status = tr("Falha ao excluir o arquivo.")};
     return {.contentsChanged = true, .status = tr("Arquivo excluído do cofre.")};
 }
@@ -52,18 +52,18 @@ Outcome FileOperations::moveFile(const QString &path)
     const QStringList destinations = moveDestinations(vault.fileIndex(), Core::parentVaultPath(path));
     if (destinations.isEmpty())
         return {.title = title,
-                .information = tr("Não há outra pasta disponível para receber este arquivo.")};
+                .information = {tr("Não há outra pasta disponível para receber este arquivo.")}};
     MoveFileDialog dialog(name, destinations, parent);
     if (dialog.exec() != QDialog::Accepted)
         return {};
     const QString target = dialog.destination();
     if (hasItem(Core::joinVaultPath(target, name)))
-        return {.title = title, .warning = tr("Já existe um item com esse nome na pasta de destino.")};
+        return {.title = title, .warnings = {{tr("Já existe um item com esse nome na pasta de destino.")}}};
     if (!vault.moveFile(path, target))
         return {.title = title,
-                .warning =
-                    tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
-                       "novamente.")};
+                .warnings = {
+                    {tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
+                        "novamente.")}}};
     return {.contentsChanged = true, .status = tr("Arquivo movido.")};
 }
 
@@ -76,9 +76,10 @@ Outcome FileOperations::renameFile(const QString &path)
     if (name.path.isEmpty())
         return name.refusal;
     if (!vault.renameFile(path, name.path))
-        return {.title = title,
-                .warning = tr("Não foi possível renomear o arquivo. Feche o arquivo se ele estiver aberto e "
-                              "tente novamente.")};
+        return {
+            .title = title,
+            .warnings = {{tr("Não foi possível renomear o arquivo. Feche o arquivo se ele estiver aberto e "
+                             "tente novamente.")}}};
     return {.contentsChanged = true, .status = tr("Arquivo renomeado.")};
 }
 
@@ -89,7 +90,7 @@ Outcome FileOperations::createDirectory(const QString &parentDirectory)
     if (name.path.isEmpty())
         return name.refusal;
     if (!vault.createDirectory(name.path))
-        return {.title = title, .warning = tr("Não foi possível criar a pasta.")};
+        return {.title = title, .warnings = {{tr("Não foi possível criar a pasta.")}}};
     return {.contentsChanged = true, .status = tr("Pasta criada.")};
 }
 
@@ -101,9 +102,10 @@ Outcome FileOperations::renameDirectory(const QString &path, QString *newPath)
     if (name.path.isEmpty())
         return name.refusal;
     if (!vault.renameDirectory(path, name.path))
-        return {.title = title,
-                .warning = tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
-                              "novamente.")};
+        return {
+            .title = title,
+            .warnings = {{tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
+                             "novamente.")}}};
     *newPath = name.path;
     return {.contentsChanged = true, .status = tr("Pasta renomeada.")};
 }
@@ -114,7 +116,7 @@ Outcome FileOperations::deleteDirectory(const QString &path)
     if (!questionYesNo(parent, title, tr("Excluir a pasta vazia %1?").arg(path)))
         return {};
     if (!vault.deleteDirectory(path))
-        return {.title = title, .warning = tr("A pasta não está vazia ou não pode ser excluída.")};
+        return {.title = title, .warnings = {{tr("A pasta não está vazia ou não pode ser excluída.")}}};
     return {.contentsChanged = true, .status = tr("Pasta excluída.")};
 }
 
@@ -133,10 +135,11 @@ FileOperations::NewName FileOperations::askForName(const QString &title, const Q
     if (name.isEmpty() || name == formerName)
         return {};
     if (!Core::isValidVaultName(name))
-        return {.refusal = {.title = title, .warning = nameRule}};
+        return {.refusal = {.title = title, .warnings = {{nameRule}}}};
     const QString path = Core::joinVaultPath(directory, name);
     if (hasItem(path))
-        return {.refusal = {.title = title, .warning = tr("Já existe um item com esse nome nesta pasta.")}};
+        return {
+            .refusal = {.title = title, .warnings = {{tr("Já existe um item com esse nome nesta pasta.")}}}};
     return {.path = path};
 }
 

@@ -54,6 +54,14 @@ QString comparablePath(const QString &directoryPath)
     return normalizeDirectoryPath(QDir::cleanPath(directoryPath));
 }
 
+QStringList shortList(const QStringList &names)
+{
+    constexpr qsizetype shown = 10;
+    if (names.size() <= shown)
+        return names;
+    return names.first(shown) << translated("e mais %1").arg(names.size() - shown);
+}
+
 QString containerFileFilter()
 {
     return translated("Tessarin Container (*.trvx);;Todos os arquivos (*.*)");

@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QString>
+#include <QStringList>
 
 namespace Tessarin::UI {
 
@@ -23,6 +24,9 @@ namespace Tessarin::UI {
 
 /// The same for every spelling of one folder of the host.
 [[nodiscard]] QString comparablePath(const QString &directoryPath);
+
+/// At most ten of them, and how many more there are.
+[[nodiscard]] QStringList shortList(const QStringList &names);
 
 /// For file dialogs that ask for a container.
 [[nodiscard]] QString containerFileFilter();

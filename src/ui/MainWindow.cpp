@@ -71,7 +71,7 @@ void MainWindow::closeEvent(QCloseEvent *event)
 {
     if (guard.isRunning()) {
         event->ignore();
-        closer.wait();
+        closer.requestFromUser();
         return;
     }
     if (!isUnlocked()) {
@@ -86,8 +86,7 @@ void MainWindow::closeEvent(QCloseEvent *event)
         Outcome outcome{.contentsChanged = true};
         if (!locked) {
             closer.cancel();
-            outcome.warning = tr("Não foi possível bloquear o cofre.");
-            outcome.details = lockFailureDetails(vaultManager);
+            outcome.warnings = {{tr("Não foi possível bloquear o cofre."), lockFailureDetails(vaultManager)}};
         }
         conclude(outcome);
         closer.release();
@@ -99,7 +98,7 @@ bool MainWindow::nativeEvent(const QByteArray &eventType, void *message, qintptr
     if (!Platform::isCloseRequest(eventType, message))
         return QMainWindow::nativeEvent(eventType, message, result);
     // Not by way of Qt: it drops the request where a dialog blocks the window, even one that has come since.
-    closer.requestFromFrame();
+    closer.requestFromUser();
     return true;
 }
 

@@ -40,12 +40,14 @@ void MainWindow::conclude(const Outcome &outcome)
         refreshDevices();
     updateActions();
     const QString title = outcome.title.isEmpty() ? tr("Tessarin") : outcome.title;
-    if (!outcome.warning.isEmpty())
-        showWarning(this, title, outcome.warning, outcome.details);
+    if (!outcome.warnings.isEmpty())
+        closer.takeBack();
+    for (const Notice &warning : outcome.warnings)
+        showWarning(this, title, warning.text, warning.details);
     if (!outcome.status.isEmpty())
         setStatusMessage(outcome.status, statusTimeoutMs);
-    if (!outcome.information.isEmpty())
-        showInformation(this, title, outcome.information, outcome.details);
+    if (!outcome.information.text.isEmpty())
+        showInformation(this, title, outcome.information.text, outcome.information.details);
 }
 
 // The container ---------------------------------------------------------------------------------------------
@@ -62,10 +64,10 @@ void MainWindow::useContainerOf(const QString &driveRoot)
     const QString path = Core::ContainerManager().containerPath(driveRoot);
     if (!QFileInfo(path).isFile()) {
         conclude(
-            {.information = tr("Nenhum tessarin.trvx foi encontrado em %1. Use Criar cofre para criar um "
-                               "novo container.")
-                                .arg(driveRoot),
-             .details = compactionTwinNote(path)});
+            {.information = {tr("Nenhum tessarin.trvx foi encontrado em %1. Use Criar cofre para criar um "
+                                "novo container.")
+                                 .arg(driveRoot),
+                             compactionTwinNote(path)}});
         return;
     }
     // The container of an open vault stays the current one until the vault is locked.
@@ -98,8 +100,8 @@ void MainWindow::createVault()
     if (!isInRoot || file.suffix().compare(u"trvx"_s, Qt::CaseInsensitive) != 0) {
         conclude(
             {.title = tr("Criar cofre"),
-             .information = tr("O cofre deve ser criado como arquivo .trvx diretamente na raiz da unidade "
-                               "USB selecionada.")});
+             .information = {tr("O cofre deve ser criado como arquivo .trvx diretamente na raiz da unidade "
+                                "USB selecionada.")}});
         return;
     }
 
@@ -114,7 +116,7 @@ void MainWindow::createVault()
         created = QStorageInfo(root).device() == drive && vaultManager.createVault(file.filePath(), password);
     }
     if (!created) {
-        conclude({.contentsChanged = true, .warning = tr("Não foi possível criar o cofre.")});
+        conclude({.contentsChanged = true, .warnings = {{tr("Não foi possível criar o cofre.")}}});
         return;
     }
     useContainer(file.filePath());
@@ -136,9 +138,9 @@ QByteArray MainWindow::requestNewVaultPassword()
 void MainWindow::changeVaultPassword()
 {
     if (containerPath.isEmpty())
-        conclude({.information = tr("Selecione um container primeiro.")});
+        conclude({.information = {tr("Selecione um container primeiro.")}});
     else if (isUnlocked())
-        conclude({.information = tr("Bloqueie o cofre antes de alterar a senha.")});
+        conclude({.information = {tr("Bloqueie o cofre antes de alterar a senha.")}});
     else
         conclude(vaultOperations.changePassword(containerPath));
 }
@@ -146,9 +148,9 @@ void MainWindow::changeVaultPassword()
 void MainWindow::backupContainer()
 {
     if (containerPath.isEmpty())
-        conclude({.information = tr("Selecione um container primeiro.")});
+        conclude({.information = {tr("Selecione um container primeiro.")}});
     else if (isUnlocked())
-        conclude({.information = tr("Bloqueie o cofre antes de fazer o backup.")});
+        conclude({.information = {tr("Bloqueie o cofre antes de fazer o backup.")}});
     else
         conclude(backUpContainer(this, containerPath));
 }
@@ -167,8 +169,8 @@ void MainWindow::lockVault()
 {
     Outcome outcome{.contentsChanged = true, .status = tr("Cofre bloqueado.")};
     if (!lockShowingProgress(this, vaultManager)) {
-        outcome.warning = tr("Não foi possível limpar a área temporária.");
-        outcome.details = lockFailureDetails(vaultManager);
+        outcome.warnings = {
+            {tr("Não foi possível limpar a área temporária."), lockFailureDetails(vaultManager)}};
     }
     conclude(outcome);
 }
@@ -232,10 +234,10 @@ void MainWindow::explainDropRefusal(DropRefusal reason)
     case DropRefusal::NotOnlyLocalFiles:
         run([this] {
             conclude({.title = tr("Importar arquivos"),
-                      .information =
+                      .information = {
                           tr("Nada foi importado. Só arquivos deste computador podem ser arrastados para o "
                              "cofre, e não pastas nem endereços de rede.\n\nPara importar o conteúdo de uma "
-                             "pasta, abra-a e arraste os arquivos.")});
+                             "pasta, abra-a e arraste os arquivos.")}});
         });
     }
 }
@@ -254,7 +256,7 @@ void MainWindow::openSelectedFile()
         return;
     const QString copyPath = fileOperations.prepareForEditing(path);
     if (copyPath.isEmpty())
-        conclude({.warning = tr("Não foi possível preparar o arquivo para edição.")});
+        conclude({.warnings = {{tr("Não foi possível preparar o arquivo para edição.")}}});
     else if (closer.isWaiting())
         return; // The copy would be gone before a program has opened it.
     else if (QDesktopServices::openUrl(QUrl::fromLocalFile(copyPath)))
@@ -265,7 +267,7 @@ void MainWindow::openSelectedFile()
 
 void MainWindow::warnOfFailedOpening()
 {
-    conclude({.warning = tr("Não foi possível abrir o arquivo no aplicativo padrão."),
+    conclude({.warnings = {{tr("Não foi possível abrir o arquivo no aplicativo padrão.")}},
               .status = tr("Falha ao abrir o arquivo.")});
 }
 

@@ -1,9 +1,17 @@
 // How an operation ended, as people are to see it. The operations say it, MainWindow::conclude() shows it.
 #pragma once
 
+#include <QList>
 #include <QString>
 
 namespace Tessarin::UI {
+
+/// What a box says.
+struct Notice
+{
+    QString text;         ///< Empty: there is no box.
+    QString details = {}; ///< A paragraph of its own; may be empty.
+};
 
 struct Outcome
 {
@@ -11,11 +19,10 @@ struct Outcome
     bool freeSpaceChanged = false; ///< The list of drives, too.
 
     // Empty texts are not shown.
-    QString title = {};   ///< Of the boxes; empty is the program's name.
-    QString warning = {}; ///< Shown before the status, so that this is what stays.
+    QString title = {};          ///< Of the boxes; empty is the program's name.
+    QList<Notice> warnings = {}; ///< What failed. Shown before the status, so that this is what stays.
     QString status = {};
-    QString information = {}; ///< Shown after the status.
-    QString details = {};     ///< A paragraph of its own in either box.
+    Notice information = {}; ///< Shown after the status.
 };
 
 } // namespace Tessarin::UI

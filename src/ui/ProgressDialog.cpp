@@ -2,6 +2,7 @@
 #include "ui/ProgressDialog.h"
 
 #include "ui/Formatting.h"
+#include "ui/Translated.h"
 #include "ui/WrappingLabel.h"
 
 #include <QCloseEvent>
@@ -14,6 +15,8 @@
 
 #include <limits>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace Tessarin::UI {
 
 namespace {
@@ -22,6 +25,11 @@ constexpr int dialogWidth = 460;
 constexpr int barSteps = 1000;
 constexpr int windowManagerTimeoutMs = 300;
 constexpr int longWorkMs = 500;
+
+QString closingNote()
+{
+    return translated("A janela será fechada assim que o trabalho terminar.");
+}
 
 /// Lets events run until the window manager has done its part, or takes too long.
 template <typename Condition>
@@ -74,7 +82,7 @@ void ProgressDialog::begin(const QString &text)
     // and goes meanwhile makes Qt miss it: the window would look active with dead shortcuts.
     await([this] { return parentWidget() == nullptr || parentWidget()->isActiveWindow(); });
     setMinimumDuration(0);
-    setLabelText(text);
+    showText(text);
     setValue(0);
     show();
     // Else a slow drive would leave the dialog blank until its first block is through.
@@ -89,7 +97,7 @@ void ProgressDialog::report(qint64 doneBytes, qint64 totalBytes, const QString &
             return;
         begin(text);
     }
-    setLabelText(text);
+    showText(text);
     setValue(totalBytes > 0 ? static_cast<int>(doneBytes * barSteps / totalBytes) : 0);
     // setValue() lets events run only when the bar moves.
     QCoreApplication::processEvents();
@@ -101,6 +109,21 @@ std::function<void(qint64, qint64, const QString &)> ProgressDialog::reporter(co
         report(doneBytes, totalBytes,
                text.arg(subject, formatFileSize(doneBytes), formatFileSize(totalBytes)));
     };
+}
+
+void ProgressDialog::announceClosing()
+{
+    if (closesAfterwards)
+        return;
+    closesAfterwards = true;
+    showText(workText);
+    findChild<QProgressBar *>()->setAccessibleDescription(closingNote());
+}
+
+void ProgressDialog::showText(const QString &text)
+{
+    workText = text;
+    setLabelText(closesAfterwards ? text + u"\n\n"_s + closingNote() : text);
 }
 
 void ProgressDialog::finish()

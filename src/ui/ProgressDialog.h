@@ -30,6 +30,9 @@ public:
     /// A callback that reports; `text` has places for what is worked on, the bytes done, and those in all.
     [[nodiscard]] std::function<void(qint64, qint64, const QString &)> reporter(const QString &text);
 
+    /// Says from now on that the window closes when the work is done.
+    void announceClosing();
+
     /// Fills the bar and closes.
     void finish();
 
@@ -42,9 +45,12 @@ protected:
 private:
     void build(const QString &title, Qt::WindowModality modality);
     void begin(const QString &text);
+    void showText(const QString &text);
 
     QElapsedTimer sinceStart;
     std::optional<WaitCursor> waitCursor; ///< Until the dialog shows.
+    QString workText;                     ///< Without the note on closing.
+    bool closesAfterwards = false;
     bool finished = false;
 };
 

@@ -2,6 +2,7 @@
 #include "ui/VaultLocking.h"
 
 #include "core/VaultManager.h"
+#include "ui/Formatting.h"
 #include "ui/ProgressDialog.h"
 #include "ui/Translated.h"
 
@@ -9,12 +10,6 @@
 #include <QStringList>
 
 namespace Tessarin::UI {
-
-namespace {
-
-constexpr qsizetype listedCopies = 10;
-
-} // namespace
 
 bool lockShowingProgress(QWidget *parent, Core::VaultManager &vault)
 {
@@ -37,14 +32,12 @@ QString lockFailureDetails(const Core::VaultManager &vault)
     for (const Core::TrackedTempFile &copy : copies)
         paths.append(QDir::toNativeSeparators(copy.tempPath));
     paths.sort();
-    if (const qsizetype rest = paths.size() - listedCopies; rest > 0)
-        paths = paths.first(listedCopies) << translated("e mais %1").arg(rest);
     return translated(
                "O cofre continua aberto, porque cópias editadas não puderam ser gravadas de volta nele. As "
                "edições não se perderam: estão em\n%1\n\n%2\n\nVerifique se a unidade USB está conectada e "
                "tem espaço livre, e bloqueie o cofre de novo. Se outro programa alterou este cofre, copie as "
                "edições para outro lugar, apague-as da pasta acima e bloqueie o cofre.")
-        .arg(workspace, paths.join(u'\n'));
+        .arg(workspace, shortList(paths).join(u'\n'));
 }
 
 } // namespace Tessarin::UI

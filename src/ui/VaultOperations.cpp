@@ -43,17 +43,16 @@ Outcome VaultOperations::unlock(const QString &containerPath, QByteArray &&passw
         const QString note = compactionLeftoverNote(vault);
         return {.contentsChanged = true,
                 .status = tr("Cofre desbloqueado."),
-                .information = note.isEmpty() ? QString() : tr("O cofre está aberto."),
-                .details = note};
+                .information = {note.isEmpty() ? QString() : tr("O cofre está aberto."), note}};
     }
     const bool isOpen = vault.state() == Core::VaultManager::Unlocked;
-    return {.contentsChanged = true,
-            .warning =
-                tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."),
-            .details =
-                isOpen ? tr("A senha está certa e o cofre está aberto, mas a área temporária não pôde ser "
-                            "preparada. Abrir arquivos para edição pode falhar.")
-                       : compactionTwinNote(containerPath)};
+    return {
+        .contentsChanged = true,
+        .warnings = {
+            {tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."),
+             isOpen ? tr("A senha está certa e o cofre está aberto, mas a área temporária não pôde ser "
+                         "preparada. Abrir arquivos para edição pode falhar.")
+                    : compactionTwinNote(containerPath)}}};
 }
 
 Outcome VaultOperations::changePassword(const QString &containerPath)
@@ -71,10 +70,11 @@ Outcome VaultOperations::changePassword(const QString &containerPath)
         changed = vault.changePassword(containerPath, currentPassword, newPassword);
     }
     if (!changed)
-        return {.warning = tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."),
+        return {.warnings = {{tr(
+                    "Não foi possível alterar a senha. Verifique a senha atual e tente novamente.")}},
                 .status = tr("Falha ao alterar a senha.")};
     const QString message = tr("Senha alterada com sucesso.");
-    return {.status = message, .information = message, .details = compactionLeftoverNote(vault)};
+    return {.status = message, .information = {message, compactionLeftoverNote(vault)}};
 }
 
 Outcome VaultOperations::compact()
@@ -93,14 +93,14 @@ Outcome VaultOperations::compact()
                 .freeSpaceChanged = true,
                 .title = title,
                 .status = message,
-                .information = message};
+                .information = {message}};
     }
     return {.title = title,
-            .warning = preservedPath.isEmpty()
-                           ? tr("Não foi possível compactar o cofre.")
-                           : tr("Não foi possível substituir o container no USB.\n\nUm container "
-                                "compactado criptografado foi preservado em:\n%1")
-                                 .arg(preservedPath),
+            .warnings = {{preservedPath.isEmpty()
+                              ? tr("Não foi possível compactar o cofre.")
+                              : tr("Não foi possível substituir o container no USB.\n\nUm container "
+                                   "compactado criptografado foi preservado em:\n%1")
+                                    .arg(preservedPath)}},
             .status = tr("Falha ao compactar o cofre.")};
 }
 

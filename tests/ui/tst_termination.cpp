@@ -70,12 +70,37 @@ private Q_SLOTS:
         edit(opened.path, "de dentro");
         const auto ask = [this](QWidget &question) {
             w.window.close();
+            QTest::qWait(50);
+            QVERIFY(question.isVisible());
+            std::raise(SIGTERM);
             QTRY_VERIFY(!question.isVisible());
         };
         w.act(u"import"_s, {{u"Importar arquivos para o cofre"_s, paths.join(u", "_s)},
                             {u"Substituir arquivo"_s, {}, ask}});
         verifyClosed("de dentro");
         QCOMPARE(vault.paths(), (QStringList{u"video.mp4"_s, u"foto.jpg"_s, u"carta.txt"_s}));
+    }
+
+    /// The way out of what failed is on the screen as long as its user needs, and the window with it.
+    void aFailureTakesTheRequestToCloseBack()
+    {
+        const QString source = vault.folder.filePath(u"some.txt"_s);
+        writeFile(source, "x");
+        const auto closeAndBreak = [&](QWidget &progress) {
+            w.window.close();
+            QTRY_VERIFY(progress.findChild<QLabel *>()->text().contains(u"A janela será fechada"_s));
+            QVERIFY(QFile::remove(source));
+        };
+        const auto stay = [this](QWidget &warning) {
+            QTest::qWait(50);
+            QVERIFY(warning.isVisible());
+            w.window.close();
+        };
+        w.act(u"import"_s, {{u"Importar arquivos para o cofre"_s, source},
+                            {u"Importar arquivos | Importando arquivos"_s, {}, closeAndBreak},
+                            {u"Tessarin | Não foi possível importar some.txt."_s, u"OK"_s, stay}});
+        QTest::qWait(50);
+        QVERIFY(w.window.isVisible());
     }
 
     /// While it shows its progress, nothing else starts, and it cannot be dismissed.

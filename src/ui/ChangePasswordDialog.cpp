@@ -4,9 +4,11 @@
 #include "core/Secret.h"
 #include "core/VaultManager.h"
 #include "ui/MessageBoxes.h"
+#include "ui/PasswordField.h"
 
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -15,12 +17,13 @@ namespace Tessarin::UI {
 
 namespace {
 
-QLineEdit *addPasswordRow(QFormLayout *form, const QString &label, const QString &name)
+QLineEdit *addPasswordRow(QFormLayout *form, const QString &label, const QString &name,
+                          PasswordField::Purpose purpose, QLabel *capsLockLabel)
 {
     auto *edit = new QLineEdit;
     edit->setObjectName(name);
-    edit->setEchoMode(QLineEdit::Password);
     edit->setMinimumWidth(260);
+    new PasswordField(edit, purpose, capsLockLabel);
     form->addRow(label, edit);
     return edit;
 }
@@ -40,10 +43,18 @@ ChangePasswordDialog::ChangePasswordDialog(QWidget *parent) : QDialog(parent)
 
     auto *form = new QFormLayout;
     form->setSpacing(10);
-    currentPasswordEdit = addPasswordRow(form, tr("Senha atual:"), QStringLiteral("currentPasswordEdit"));
-    newPasswordEdit = addPasswordRow(form, tr("Nova senha:"), QStringLiteral("newPasswordEdit"));
-    confirmationEdit = addPasswordRow(form, tr("Confirmar nova senha:"), QStringLiteral("confirmationEdit"));
+    using Purpose = PasswordField::Purpose;
+    QLabel *capsLockLabel = makeCapsLockLabel(this);
+    const auto addRow = [=](const QString &label, const QString &name, Purpose purpose) {
+        return addPasswordRow(form, label, name, purpose, capsLockLabel);
+    };
+    currentPasswordEdit =
+        addRow(tr("Senha atual:"), QStringLiteral("currentPasswordEdit"), Purpose::Existing);
+    newPasswordEdit = addRow(tr("Nova senha:"), QStringLiteral("newPasswordEdit"), Purpose::New);
+    confirmationEdit =
+        addRow(tr("Confirmar nova senha:"), QStringLiteral("confirmationEdit"), Purpose::Existing);
     layout->addLayout(form);
+    layout->addWidget(capsLockLabel);
 
     auto *buttons = new QDialogButtonBox;
     QPushButton *acceptButton = buttons->addButton(tr("Alterar"), QDialogButtonBox::AcceptRole);

@@ -6,14 +6,16 @@
 #include "ui/MessageBoxes.h"
 #include "ui/Translated.h"
 
+#include <QBoxLayout>
 #include <QInputDialog>
+#include <QLabel>
 #include <QLineEdit>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
 
-QByteArray requestPassword(QWidget *parent, const QString &title)
+QByteArray requestPassword(QWidget *parent, const QString &title, PasswordField::Purpose purpose)
 {
     QInputDialog dialog(parent);
     dialog.setObjectName(u"passwordDialog"_s);
@@ -21,7 +23,13 @@ QByteArray requestPassword(QWidget *parent, const QString &title)
     dialog.setInputMode(QInputDialog::TextInput);
     dialog.setLabelText(translated("Senha:"));
     dialog.setTextEchoMode(QLineEdit::Password);
-    dialog.resize(360, dialog.sizeHint().height());
+    const int height = dialog.sizeHint().height(); // Asking for it also fills the dialog.
+    QLabel *capsLockLabel = makeCapsLockLabel(&dialog);
+    auto *field = dialog.findChild<QLineEdit *>();
+    static_cast<QBoxLayout *>(dialog.layout())
+        ->insertWidget(dialog.layout()->indexOf(field) + 1, capsLockLabel);
+    new PasswordField(field, purpose, capsLockLabel);
+    dialog.resize(360, height);
     const bool accepted = dialog.exec() == QDialog::Accepted;
     QByteArray password = accepted ? dialog.textValue().toUtf8() : QByteArray();
     dialog.setTextValue({});
@@ -30,7 +38,8 @@ QByteArray requestPassword(QWidget *parent, const QString &title)
 
 QByteArray requestNewVaultPassword(QWidget *parent)
 {
-    QByteArray password = requestPassword(parent, translated("Definir senha do cofre"));
+    QByteArray password =
+        requestPassword(parent, translated("Definir senha do cofre"), PasswordField::Purpose::New);
     if (password.isEmpty())
         return {};
     QByteArray confirmation = requestPassword(parent, translated("Confirmar senha do cofre"));

@@ -1,6 +1,8 @@
 // Asks for a vault's password.
 #pragma once
 
+#include "ui/PasswordField.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -9,7 +11,8 @@ class QWidget;
 namespace Tessarin::UI {
 
 /// UTF-8; empty when cancelled. The caller wipes it.
-[[nodiscard]] QByteArray requestPassword(QWidget *parent, const QString &title);
+[[nodiscard]] QByteArray requestPassword(QWidget *parent, const QString &title,
+                                         PasswordField::Purpose purpose = PasswordField::Purpose::Existing);
 
 /// Asks twice for the password of a new vault. UTF-8; empty when cancelled, or refused, which it says. The
 /// caller wipes it.

@@ -68,6 +68,11 @@ bool VaultManager::syncModifiedTempFiles(const ProgressCallback &progress)
     return succeed();
 }
 
+QList<TrackedTempFile> VaultManager::openFiles() const
+{
+    return openCopies.trackedFiles();
+}
+
 QList<TrackedTempFile> VaultManager::modifiedOpenFiles() const
 {
     return openCopies.modifiedFiles();

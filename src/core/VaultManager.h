@@ -157,6 +157,9 @@ public:
     [[nodiscard]] bool syncModifiedTempFiles();
     [[nodiscard]] bool syncModifiedTempFiles(const ProgressCallback &progress);
 
+    /// The opened files, each with its copy.
+    [[nodiscard]] QList<TrackedTempFile> openFiles() const;
+
     /// The opened files whose copies have changed.
     [[nodiscard]] QList<TrackedTempFile> modifiedOpenFiles() const;
 

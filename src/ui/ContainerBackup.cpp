@@ -1,7 +1,11 @@
-// A backup counts only once the drive it is on has all of it.
+// A former backup that gives way is the last one until the new one is complete.
 #include "ui/ContainerBackup.h"
 
+#include "core/AtomicFile.h"
 #include "core/HostFile.h"
+#include "ui/FailureText.h"
+#include "ui/FileCopy.h"
+#include "ui/FileDialogs.h"
 #include "ui/Formatting.h"
 #include "ui/ProgressDialog.h"
 #include "ui/Translated.h"
@@ -9,16 +13,15 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QFileDialog>
 #include <QFileInfo>
+#include <QStorageInfo>
+#include <QStringList>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
 
 namespace {
-
-constexpr qint64 chunkBytes = 8 * 1024 * 1024;
 
 QString proposedBackupPath()
 {
@@ -36,7 +39,6 @@ bool isContainerItself(const QString &destinationPath, const QString &containerP
            Core::isSameFile(destinationPath, containerPath);
 }
 
-/// False when the copy is not complete, or may not be on its drive.
 bool copyContainer(QWidget *parent, QFile &source, QFile &destination)
 {
     ProgressDialog progress(
@@ -44,76 +46,137 @@ bool copyContainer(QWidget *parent, QFile &source, QFile &destination)
         translated("Copiando backup criptografado...\n\nO backup permanece protegido pela senha do "
                    "cofre."),
         Qt::WindowModal);
-    const qint64 totalBytes = source.size();
-    qint64 copiedBytes = 0;
-    QByteArray chunk(chunkBytes, Qt::Uninitialized);
-    for (;;) {
-        const qint64 readBytes = source.read(chunk.data(), chunk.size());
-        if (readBytes < 0 ||
-            (readBytes > 0 && destination.write(chunk.constData(), readBytes) != readBytes)) {
-            progress.finish();
-            return false;
-        }
-        if (readBytes == 0)
-            break;
-        copiedBytes += readBytes;
+    const bool complete = copyFile(source, destination, [&](qint64 copiedBytes, qint64 totalBytes) {
         progress.report(copiedBytes, totalBytes,
                         translated("Copiando backup criptografado...\n%1 de %2")
                             .arg(formatFileSize(copiedBytes), formatFileSize(totalBytes)));
-    }
-    // A container that came up short, or grew meanwhile, is no copy to rely on.
-    const bool complete = copiedBytes == totalBytes && Core::syncFile(destination);
+    });
     progress.finish();
     return complete;
+}
+
+/// Where a backup is written, and what is there now.
+struct Destination
+{
+    explicit Destination(const QString &chosenPath)
+        : path(chosenPath),
+          existing(QFileInfo(chosenPath).canonicalFilePath()), // where a link leads
+          freeBytes(QStorageInfo(QFileInfo(chosenPath).absolutePath()).bytesAvailable())
+    {
+    }
+
+    [[nodiscard]] bool hasRoomFor(qint64 bytes) const
+    {
+        // What is no file, a pipe for example, takes no room.
+        return freeBytes + (existing.isFile() ? existing.size() : 0) >= bytes ||
+               (existing.exists() && !existing.isFile());
+    }
+
+    /// A former backup stays as it is until the new one is complete.
+    [[nodiscard]] bool hasRoomBeside(qint64 bytes) const { return existing.isFile() && freeBytes >= bytes; }
+
+    QString path;
+    QFileInfo existing;
+    qint64 freeBytes;
+};
+
+/// What an incomplete copy is due to.
+Core::Failure failureOf(const QFile &source, const QFile &destination)
+{
+    if (source.error() != QFile::NoError)
+        return Core::Failure::DriveGone;
+    return destination.error() == QFile::ResourceError ? Core::Failure::TargetFull
+                                                       : Core::Failure::TargetUnwritable;
+}
+
+/// The file is open; an incomplete one is deleted.
+Core::Failure writeNew(QWidget *parent, QFile &source, QFile &file)
+{
+    // Behind a link the partial file is the one that the link leads to.
+    const QString writtenPath = QFileInfo(file).canonicalFilePath();
+    const bool copied = copyContainer(parent, source, file);
+    const Core::Failure failure = copied ? Core::Failure::None : failureOf(source, file);
+    file.close();
+    if (!copied)
+        QFile::remove(writtenPath);
+    Core::syncDirectory(QFileInfo(writtenPath).absolutePath());
+    return failure;
+}
+
+Core::Failure replaceFormer(QWidget *parent, QFile &source, const Destination &destination)
+{
+    Core::Failure failure = Core::Failure::TargetUnwritable;
+    const bool replaced = Core::writeAtomically(destination.existing.filePath(), [&](QFile &file) {
+        const bool copied = copyContainer(parent, source, file);
+        if (!copied)
+            failure = failureOf(source, file);
+        return copied;
+    });
+    return replaced ? Core::Failure::None : failure;
 }
 
 } // namespace
 
 Outcome backUpContainer(QWidget *parent, const QString &containerPath)
 {
-    Outcome outcome{.title = translated("Fazer backup")};
-    if (!QFileInfo(containerPath).isFile()) {
-        outcome.warnings = {{translated("O arquivo do container não foi encontrado.")}};
-        return outcome;
-    }
+    const QString title = translated("Fazer backup");
+    const auto refuse = [&](const QString &text, const QString &why = {}) {
+        return Outcome{.title = title, .warnings = {{text, why}}};
+    };
+    if (!QFileInfo(containerPath).isFile())
+        return refuse(translated("O arquivo do container não foi encontrado."),
+                      failureText(Core::Failure::DriveGone));
 
-    const QString destinationPath = QFileDialog::getSaveFileName(
-        parent, translated("Fazer backup do container"), proposedBackupPath(), containerFileFilter());
+    const QString destinationPath = askForTarget(parent, translated("Fazer backup do container"),
+                                                 proposedBackupPath(), containerFileFilter());
     if (destinationPath.isEmpty())
         return {};
-    if (isContainerItself(destinationPath, containerPath)) {
-        outcome.warnings = {{translated("Escolha um destino diferente do container original.")}};
-        return outcome;
-    }
+    if (isContainerItself(destinationPath, containerPath))
+        return refuse(translated("Escolha um destino diferente do container original."));
 
     QFile source(containerPath);
-    if (!source.open(QIODevice::ReadOnly)) {
-        outcome.warnings = {{translated("Não foi possível abrir o container para backup.")}};
-        return outcome;
-    }
-    QFile destination(destinationPath);
-    if (!destination.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        outcome.warnings = {{translated("Não foi possível criar o arquivo de backup.")}};
+    if (!source.open(QIODevice::ReadOnly))
+        return refuse(translated("Não foi possível abrir o container para backup."),
+                      failureText(Core::Failure::DriveGone));
+    const Destination destination(destinationPath);
+    const QString status = translated("Falha ao fazer backup do container.");
+    if (!destination.hasRoomFor(source.size())) {
+        Outcome outcome = refuse(
+            translated("Não foi possível concluir o backup."),
+            translated(
+                "Não há espaço livre suficiente no destino: o backup ocupa %1. Nada foi gravado, e o que "
+                "já estava lá continua como era. Libere espaço ou escolha outro destino.")
+                .arg(formatFileSize(source.size())));
+        outcome.status = status;
         return outcome;
     }
 
-    // Behind a link the partial file is the one that the link leads to.
-    const QString writtenPath = QFileInfo(destinationPath).canonicalFilePath();
-    const bool copied = copyContainer(parent, source, destination);
-    source.close();
-    destination.close();
-    if (!copied) {
-        QFile::remove(writtenPath);
-        outcome.warnings = {{translated("Não foi possível concluir o backup.")}};
-        outcome.status = translated("Falha ao fazer backup do container.");
-        return outcome;
+    const bool keepsFormer = destination.hasRoomBeside(source.size());
+    Core::Failure failure = Core::Failure::None;
+    if (keepsFormer) {
+        failure = replaceFormer(parent, source, destination);
+    } else {
+        QFile file(destination.path);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return refuse(translated("Não foi possível criar o arquivo de backup."),
+                          failureText(Core::Failure::TargetUnwritable));
+        failure = writeNew(parent, source, file);
     }
-    Core::syncDirectory(QFileInfo(writtenPath).absolutePath());
-    outcome.status = translated("Backup do container concluído.");
-    outcome.information = {translated(
-        "Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia criptografada do container "
-        "e permanece protegido pela senha do cofre.")};
-    return outcome;
+    if (failure != Core::Failure::None) {
+        QStringList notes{failureText(failure)};
+        if (keepsFormer)
+            notes << translated("O backup anterior continua intacto.");
+        return {.freeSpaceChanged = true,
+                .title = title,
+                .warnings = {{translated("Não foi possível concluir o backup."), notes.join(u"\n\n"_s)}},
+                .status = status};
+    }
+    return {.freeSpaceChanged = true,
+            .title = title,
+            .status = translated("Backup do container concluído."),
+            .information = {translated(
+                "Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia criptografada do container "
+                "e permanece protegido pela senha do cofre.")}};
 }
 
 } // namespace Tessarin::UI

@@ -2,12 +2,12 @@
 // goes would look like a choice of its user.
 #include "ui/DeviceList.h"
 
-#include "ui/Contrast.h"
 #include "ui/Formatting.h"
 #include "ui/OperationGuard.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QMouseEvent>
 #include <QSignalBlocker>
 #include <QStorageInfo>
 
@@ -21,6 +21,7 @@ namespace {
 
 constexpr int rootPathRole = Qt::UserRole;
 constexpr int identityRole = Qt::UserRole + 1;
+constexpr int nameRole = Qt::UserRole + 2;
 constexpr QColor unmountedColor(0x6e, 0x6e, 0x6e);
 
 QString rootPathOf(const QListWidgetItem *item)
@@ -51,7 +52,7 @@ QString rowText(const Platform::UsbDevice &device)
         place = device.rootPath;
     else if (place.isEmpty())
         place = DeviceList::tr("não montado");
-    return DeviceList::tr("%1 (%2)").arg(name, place);
+    return DeviceList::tr("%1 (%2)").arg(shownName(name), shownName(place));
 }
 
 QString freeSpaceText(const QString &rootPath)
@@ -116,6 +117,7 @@ void DeviceList::addRow(const Platform::UsbDevice &device)
 {
     auto *row = new QListWidgetItem(rowText(device), this);
     row->setData(identityRole, device.identifier);
+    row->setData(nameRole, row->text());
     if (device.mounted) {
         row->setData(rootPathRole, device.rootPath);
         row->setText(row->text() + freeSpaceText(device.rootPath));
@@ -124,8 +126,6 @@ void DeviceList::addRow(const Platform::UsbDevice &device)
     row->setText(row->text() + tr(" | não montado"));
     row->setFlags(row->flags() & ~Qt::ItemIsSelectable);
     row->setForeground(unmountedColor);
-    if (!isReadable(unmountedColor, palette().color(QPalette::Base)))
-        row->setBackground(lightGround);
     setHint(row, tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
 }
 
@@ -136,12 +136,8 @@ void DeviceList::followMounts()
         return;
     const QString chosenRoot = selectedUsbRootPath();
     refresh();
-    if (containerPath.isEmpty() && !chosenRoot.isEmpty()) {
-        for (int row = 0; row < count(); ++row) {
-            if (rootPathOf(item(row)) == chosenRoot)
-                selectRow(row);
-        }
-    }
+    if (containerPath.isEmpty() && !chosenRoot.isEmpty())
+        chooseDrive(chosenRoot);
     const bool wasThere = containerDriveThere;
     watchContainerDrive();
     if (wasThere && !containerDriveThere)
@@ -167,6 +163,11 @@ QString DeviceList::selectedUsbDisplayName() const
     return selectedUsbRootPath().isEmpty() ? QString() : currentItem()->text();
 }
 
+QString DeviceList::selectedUsbName() const
+{
+    return selectedUsbRootPath().isEmpty() ? QString() : currentItem()->data(nameRole).toString();
+}
+
 int DeviceList::mountedUsbDeviceCount() const
 {
     int mounted = 0;
@@ -177,6 +178,23 @@ int DeviceList::mountedUsbDeviceCount() const
     return mounted;
 }
 
+int DeviceList::unmountedUsbDeviceCount() const
+{
+    int unmounted = 0;
+    for (int row = 0; row < count(); ++row) {
+        // A note has no identity.
+        if (item(row)->data(identityRole).isValid() && rootPathOf(item(row)).isEmpty())
+            ++unmounted;
+    }
+    return unmounted;
+}
+
+void DeviceList::mouseDoubleClickEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton)
+        QListWidget::mouseDoubleClickEvent(event);
+}
+
 void DeviceList::selectDefaultUsbAfterRefresh()
 {
     // With several drives people must choose, lest a vault is created on the wrong one.
@@ -185,6 +203,14 @@ void DeviceList::selectDefaultUsbAfterRefresh()
         return;
     for (int row = 0; row < count(); ++row) {
         if (!rootPathOf(item(row)).isEmpty())
+            selectRow(row);
+    }
+}
+
+void DeviceList::chooseDrive(const QString &rootPath)
+{
+    for (int row = 0; row < count(); ++row) {
+        if (rootPathOf(item(row)) == rootPath)
             selectRow(row);
     }
 }

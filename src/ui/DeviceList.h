@@ -27,16 +27,23 @@ public:
     /// Chooses the drive that holds this container, now and from now on. Empty: no container.
     void selectDeviceForContainer(const QString &path);
 
+    /// Chooses the drive that is mounted there; only while no container is chosen.
+    void chooseDrive(const QString &rootPath);
+
     /// Notes whether the container's drive is there: changes from now on are signalled.
     void watchContainerDrive();
 
     /// Empty when no mounted drive is chosen.
     [[nodiscard]] QString selectedUsbRootPath() const;
     [[nodiscard]] QString selectedUsbDisplayName() const;
+    /// Without its free space.
+    [[nodiscard]] QString selectedUsbName() const;
     [[nodiscard]] int mountedUsbDeviceCount() const;
 
     /// Chooses the only mounted drive; with several, none.
     void selectDefaultUsbAfterRefresh();
+
+    [[nodiscard]] int unmountedUsbDeviceCount() const;
 
 Q_SIGNALS:
     /// The rows or the choice among them may be others than before.
@@ -47,6 +54,9 @@ Q_SIGNALS:
 
     void containerDriveLeft();
     void containerDriveReturned();
+
+protected:
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
 
 private:
     void addRow(const Platform::UsbDevice &device);

@@ -3,6 +3,7 @@
 
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
+#include "ui/FailureText.h"
 #include "ui/Formatting.h"
 #include "ui/ProgressDialog.h"
 #include "ui/Translated.h"
@@ -39,12 +40,14 @@ Outcome FileImport::run(const QStringList &sources, const QString &directory)
         static_cast<void>(vault.endImportSeries());
         progress.finish();
     }
+    const QString endReason = failureText(vault.lastFailure());
     const QStringList lost = lostFiles();
     for (const QString &target : lost)
-        fail(Core::vaultBaseName(target), {});
+        fail(Core::vaultBaseName(target), endReason);
     const qsizetype count = imported.size() - lost.size();
     return {.contentsChanged = true,
             .freeSpaceChanged = true,
+            .itemToShow = imported.value(imported.size() - 1),
             .warnings = warnings(),
             .status = count == 1 ? tr("Arquivo importado com sucesso.")
                                  : tr("%1 arquivos importados com sucesso.").arg(count)};
@@ -52,17 +55,19 @@ Outcome FileImport::run(const QStringList &sources, const QString &directory)
 
 void FileImport::importOne(const QString &source, const QString &target, ProgressDialog &progress)
 {
-    progress.report(0, 0, tr("Importando %1...\n\n%2").arg(Core::vaultBaseName(target), speedNote()));
+    progress.report(0, 0,
+                    tr("Importando %1...\n\n%2").arg(shownName(Core::vaultBaseName(target)), speedNote()));
     if (Core::indexContainsFilePath(vault.fileIndex(), target) && !confirmReplacement(target))
         return;
 
     const auto showProgress = [&](qint64 doneBytes, qint64 totalBytes, const QString &label) {
-        progress.report(doneBytes, totalBytes,
-                        tr("Importando %1...\n%2 de %3\n\n%4")
-                            .arg(label, formatFileSize(doneBytes), formatFileSize(totalBytes), speedNote()));
+        progress.report(
+            doneBytes, totalBytes,
+            tr("Importando %1...\n%2 de %3\n\n%4")
+                .arg(shownName(label), formatFileSize(doneBytes), formatFileSize(totalBytes), speedNote()));
     };
     if (!vault.importFile(source, target, showProgress)) {
-        fail(QFileInfo(source).fileName(), {});
+        fail(QFileInfo(source).fileName(), failureText(vault.lastFailure()));
         return;
     }
     imported.append(target);
@@ -84,9 +89,9 @@ void FileImport::fail(const QString &fileName, const QString &reason)
 {
     const auto known = std::ranges::find(failed, reason, &Failed::reason);
     if (known == failed.end())
-        failed.append({reason, {fileName}});
+        failed.append({reason, {shownName(fileName)}});
     else
-        known->fileNames.append(fileName);
+        known->fileNames.append(shownName(fileName));
 }
 
 QList<Notice> FileImport::warnings() const

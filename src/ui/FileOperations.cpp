@@ -1,34 +1,98 @@
 // Letter case aside, no two items of a folder share a name: that is asked of the index before the engine is.
 #include "ui/FileOperations.h"
 
+#include "core/HostFile.h"
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
+#include "ui/FailureText.h"
+#include "ui/FileCopy.h"
+#include "ui/FileDialogs.h"
+#include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/MoveFileDialog.h"
+#include "ui/OpenCopies.h"
 #include "ui/ProgressDialog.h"
 
-#include <QFileDialog>
+#include <QFile>
+#include <QFileInfo>
 #include <QInputDialog>
+#include <QLineEdit>
 
 namespace Tessarin::UI {
 
-Outcome FileOperations::exportFile(const QString &path) const
+Outcome FileOperations::exportFile(const QString &path, const QString &containerPath) const
 {
     const QString title = tr("Exportar arquivo");
-    const QString target = QFileDialog::getSaveFileName(parent, title, Core::vaultBaseName(path));
+    QString copyPath = copies.editedCopyOf(path);
+    if (!copyPath.isEmpty() &&
+        questionOther(parent, title,
+                      tr("%1 foi editado, e as alterações ainda não estão no cofre.").arg(shownName(path)),
+                      tr("Qual versão deve ser exportada?"), tr("A do cofre"), tr("A editada")))
+        copyPath.clear();
+    const QString target = askForTarget(parent, title, Core::vaultBaseName(path), {});
     if (target.isEmpty())
         return {};
     ProgressDialog progress(parent, title);
-    const bool exported = vault.exportFile(path, target, progress.reporter(tr("Exportando %1...\n%2 de %3")));
+    Core::Failure reason = Core::Failure::None;
+    if (!copyPath.isEmpty())
+        reason = exportCopy(copyPath, target, containerPath);
+    else if (!vault.exportFile(path, target, progress.reporter(tr("Exportando %1...\n%2 de %3"))))
+        reason = vault.lastFailure();
     progress.finish();
-    if (!exported)
-        return {.warnings = {{tr("Não foi possível exportar o arquivo.")}},
+    if (reason == Core::Failure::Refused)
+        return {.warnings = {{tr("Não foi possível exportar o arquivo."),
+                              tr("O destino é o próprio cofre, ou a cópia que está aberta. Escolha outro.")}},
+                .status = tr("Falha ao exportar o arquivo.")};
+    if (reason != Core::Failure::None)
+        return {.warnings = {{tr("Não foi possível exportar o arquivo."), failureText(reason, path)}},
                 .status = tr("Falha ao exportar o arquivo.")};
     return {.status = tr("Arquivo exportado com sucesso.")};
 }
 
+Core::Failure FileOperations::exportCopy(const QString &copyPath, const QString &target,
+                                         const QString &containerPath) const
+{
+    if (Core::isSameFile(target, containerPath) || Core::isSameFile(target, copyPath))
+        return Core::Failure::Refused;
+    QFile copy(copyPath);
+    if (!copy.open(QIODevice::ReadOnly))
+        return Core::Failure::SourceUnreadable;
+    QFile exported(target);
+    if (!exported.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+        !copyFile(copy, exported, [](qint64, qint64) {}))
+        return exported.error() == QFile::ResourceError ? Core::Failure::TargetFull
+                                                        : Core::Failure::TargetUnwritable;
+    return Core::Failure::None;
+}
+
+QString FileOperations::whyNotRelocated(const QString &path) const
+{
+    if (vault.lastFailure() == Core::Failure::Refused && copies.hasAnyAt(path))
+        return tr(
+            "Um arquivo que foi aberto só pode ser movido ou renomeado depois que o cofre é bloqueado e "
+            "desbloqueado, e o mesmo vale para a pasta dele. Antes, salve-o e feche-o no outro programa.");
+    return failureText(vault.lastFailure());
+}
+
+QString FileOperations::editNote(const QString &path, const QString &consequence) const
+{
+    if (copies.editedCopyOf(path).isEmpty())
+        return {};
+    return tr("O arquivo foi aberto e editado, e as alterações ainda não estão no cofre. %1")
+        .arg(consequence);
+}
+
 QString FileOperations::prepareForEditing(const QString &path)
 {
+    const QString edited = copies.editedCopyOf(path);
+    if (!edited.isEmpty() &&
+        !questionOther(
+            parent, tr("Abrir arquivo"),
+            tr("%1 já foi aberto e editado, e as alterações ainda não estão no cofre.").arg(shownName(path)),
+            tr("Você pode continuar com a cópia editada, ou descartar as alterações e abrir o arquivo "
+               "como está no cofre."),
+            tr("Descartar alterações"), tr("Continuar editando")))
+        return edited;
     ProgressDialog progress(parent, tr("Abrir arquivo"));
     QString copyPath;
     const bool prepared =
@@ -37,10 +101,19 @@ QString FileOperations::prepareForEditing(const QString &path)
     return prepared ? copyPath : QString();
 }
 
+Outcome FileOperations::failedOpening()
+{
+    return {.warnings = {{tr("Não foi possível abrir o arquivo no aplicativo padrão."),
+                          tr("O sistema não tem um programa para este tipo de arquivo ou não conseguiu "
+                             "iniciá-lo. Escolha um no gerenciador de arquivos ou exporte o arquivo.")}},
+            .status = tr("Falha ao abrir o arquivo.")};
+}
+
 Outcome FileOperations::deleteFile(const QString &path)
 {
     if (!vault.deleteFile(path))
-        return {.warnings = {{tr("Não foi possível excluir o arquivo do cofre.")}},
+        return {.warnings = {{tr("Não foi possível excluir o arquivo do cofre."),
+                              failureText(vault.lastFailure())}},
                 .status = tr("Falha ao excluir o arquivo.")};
     return {.contentsChanged = true, .status = tr("Arquivo excluído do cofre.")};
 }
@@ -63,8 +136,11 @@ Outcome FileOperations::moveFile(const QString &path)
         return {.title = title,
                 .warnings = {
                     {tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
-                        "novamente.")}}};
-    return {.contentsChanged = true, .status = tr("Arquivo movido.")};
+                        "novamente."),
+                     whyNotRelocated(path)}}};
+    return {.contentsChanged = true,
+            .itemToShow = Core::joinVaultPath(target, name),
+            .status = tr("Arquivo movido.")};
 }
 
 Outcome FileOperations::renameFile(const QString &path)
@@ -79,8 +155,9 @@ Outcome FileOperations::renameFile(const QString &path)
         return {
             .title = title,
             .warnings = {{tr("Não foi possível renomear o arquivo. Feche o arquivo se ele estiver aberto e "
-                             "tente novamente.")}}};
-    return {.contentsChanged = true, .status = tr("Arquivo renomeado.")};
+                             "tente novamente."),
+                          whyNotRelocated(path)}}};
+    return {.contentsChanged = true, .itemToShow = name.path, .status = tr("Arquivo renomeado.")};
 }
 
 Outcome FileOperations::createDirectory(const QString &parentDirectory)
@@ -90,8 +167,9 @@ Outcome FileOperations::createDirectory(const QString &parentDirectory)
     if (name.path.isEmpty())
         return name.refusal;
     if (!vault.createDirectory(name.path))
-        return {.title = title, .warnings = {{tr("Não foi possível criar a pasta.")}}};
-    return {.contentsChanged = true, .status = tr("Pasta criada.")};
+        return {.title = title,
+                .warnings = {{tr("Não foi possível criar a pasta."), failureText(vault.lastFailure())}}};
+    return {.contentsChanged = true, .itemToShow = name.path, .status = tr("Pasta criada.")};
 }
 
 Outcome FileOperations::renameDirectory(const QString &path, QString *newPath)
@@ -105,18 +183,21 @@ Outcome FileOperations::renameDirectory(const QString &path, QString *newPath)
         return {
             .title = title,
             .warnings = {{tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
-                             "novamente.")}}};
+                             "novamente."),
+                          whyNotRelocated(path)}}};
     *newPath = name.path;
-    return {.contentsChanged = true, .status = tr("Pasta renomeada.")};
+    return {.contentsChanged = true, .itemToShow = name.path, .status = tr("Pasta renomeada.")};
 }
 
 Outcome FileOperations::deleteDirectory(const QString &path)
 {
     const QString title = tr("Excluir pasta");
-    if (!questionYesNo(parent, title, tr("Excluir a pasta vazia %1?").arg(path)))
+    if (!questionYesNo(parent, title, tr("Excluir a pasta vazia %1?").arg(shownName(path))))
         return {};
     if (!vault.deleteDirectory(path))
-        return {.title = title, .warnings = {{tr("A pasta não está vazia ou não pode ser excluída.")}}};
+        return {.title = title,
+                .warnings = {{tr("A pasta não está vazia ou não pode ser excluída."),
+                              failureText(vault.lastFailure())}}};
     return {.contentsChanged = true, .status = tr("Pasta excluída.")};
 }
 
@@ -129,6 +210,14 @@ FileOperations::NewName FileOperations::askForName(const QString &title, const Q
     dialog.setLabelText(prompt);
     dialog.setTextValue(formerName);
     dialog.resize(360, dialog.sizeHint().height()); // by itself it is too narrow for its title
+    // The dialog selects all of it when it shows. What ends in a suffix is nearly always to keep it.
+    const QString stem = QFileInfo(formerName).completeBaseName();
+    const bool isFile = vault.fileIndex().findFile(Core::joinVaultPath(directory, formerName)) != nullptr;
+    const auto selectStem = [&] {
+        if (isFile && !stem.isEmpty())
+            dialog.findChild<QLineEdit *>()->setSelection(0, static_cast<int>(stem.size()));
+    };
+    QMetaObject::invokeMethod(&dialog, selectStem, Qt::QueuedConnection);
     if (dialog.exec() != QDialog::Accepted)
         return {};
     const QString name = dialog.textValue().trimmed();

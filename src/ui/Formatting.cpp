@@ -13,6 +13,22 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
 
+namespace {
+
+constexpr QChar firstStrongIsolate(0x2068);
+constexpr QChar popDirectionalIsolate(0x2069);
+
+/// Joiners within a word are not meant: some languages are written with them.
+bool isInvisible(QChar character)
+{
+    const bool isJoiner = character.unicode() == 0x200c || character.unicode() == 0x200d;
+    return character.category() == QChar::Other_Control || character.category() == QChar::Separator_Line ||
+           character.category() == QChar::Separator_Paragraph ||
+           (character.category() == QChar::Other_Format && !isJoiner);
+}
+
+} // namespace
+
 QString fileTypeLabel(const QString &vaultPath)
 {
     const QString suffix = QFileInfo(vaultPath).suffix();
@@ -21,8 +37,29 @@ QString fileTypeLabel(const QString &vaultPath)
     return suffix.toUpper();
 }
 
+QString shownName(const QString &name)
+{
+    QStringList parts;
+    for (const QString &part : name.split(u'/')) {
+        QString shown;
+        bool runsLeft = false;
+        for (const QChar character : part) {
+            if (isInvisible(character))
+                shown += u"[U+%1]"_s.arg(character.unicode(), 4, 16, QLatin1Char('0')).toUpper();
+            else
+                shown += character;
+            runsLeft =
+                runsLeft || character.direction() == QChar::DirR || character.direction() == QChar::DirAL;
+        }
+        parts += runsLeft ? firstStrongIsolate + shown + popDirectionalIsolate : shown;
+    }
+    return parts.join(u'/');
+}
+
 QString formatFileSize(qint64 bytes)
 {
+    if (bytes == 1)
+        return translated("1 byte"); // Qt knows the plural only.
     return QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeTraditionalFormat);
 }
 

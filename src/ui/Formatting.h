@@ -11,6 +11,11 @@ namespace Tessarin::UI {
 /// The suffix in upper case, or "Arquivo" where there is none.
 [[nodiscard]] QString fileTypeLabel(const QString &vaultPath);
 
+/// A name or path, for a place where other text is around it: marks that would change the direction of
+/// reading, and other characters that cannot be seen, show as their codes, and a part with letters that run
+/// from right to left keeps to itself. The same as the name for nearly all names.
+[[nodiscard]] QString shownName(const QString &name);
+
 /// In the locale's way, one decimal, traditional units: powers of 1024, written as MB or GB.
 [[nodiscard]] QString formatFileSize(qint64 bytes);
 

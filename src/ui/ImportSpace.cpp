@@ -1,6 +1,7 @@
 // A file that replaces another counts in full: the former one stays in the container until compaction.
 #include "ui/ImportSpace.h"
 
+#include "ui/FailureText.h"
 #include "ui/Formatting.h"
 #include "ui/MessageBoxes.h"
 #include "ui/Translated.h"
@@ -18,7 +19,9 @@ bool confirmImportFitsStorage(QWidget *window, const QString &containerPath, con
         const QFileInfo file(source);
         if (!file.isFile()) {
             showWarning(nullptr, title,
-                        translated("O arquivo %1 não está disponível para importação.").arg(file.fileName()));
+                        translated("O arquivo %1 não está disponível para importação.")
+                            .arg(shownName(file.fileName())),
+                        translated("Ele não existe mais ou não é um arquivo comum. Nada foi importado."));
             return false;
         }
         totalBytes += file.size();
@@ -27,7 +30,8 @@ bool confirmImportFitsStorage(QWidget *window, const QString &containerPath, con
     const QStorageInfo storage(QFileInfo(containerPath).absolutePath());
     if (!storage.isValid() || !storage.isReady()) {
         showWarning(nullptr, title,
-                    translated("Não foi possível verificar o espaço livre da unidade do container."));
+                    translated("Não foi possível verificar o espaço livre da unidade do container."),
+                    failureText(Core::Failure::DriveGone));
         return false;
     }
     const qint64 availableBytes = storage.bytesAvailable();

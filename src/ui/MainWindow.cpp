@@ -5,6 +5,8 @@
 #include "ui/ApplicationIcon.h"
 #include "ui/DeviceList.h"
 #include "ui/ProtectedFilesLabel.h"
+#include "ui/TableHint.h"
+#include "ui/TableKeys.h"
 #include "ui/VaultBrowser.h"
 #include "ui/VaultLocking.h"
 #include "ui/VaultStatusBar.h"
@@ -134,7 +136,7 @@ void MainWindow::buildUi()
     layout->addWidget(buildDeviceRow());
     protectedFilesLabel = new ProtectedFilesLabel(content);
     layout->addWidget(protectedFilesLabel);
-    browser = new VaultBrowser(vaultManager, guard, content);
+    browser = new VaultBrowser(vaultManager, openCopies, guard, content);
     layout->addWidget(browser, 1);
 
     vaultStatusBar = new VaultStatusBar(this);
@@ -175,20 +177,24 @@ void MainWindow::buildMenus()
 
 void MainWindow::connectSignals()
 {
+    connect(&guard, &OperationGuard::finishing, &openCopies, &OpenCopies::follow);
     connect(&guard, &OperationGuard::finishing, this, &MainWindow::updateActions);
     connect(&guard, &OperationGuard::over, this, [this] {
         if (openingFailed)
             reportFailedOpening();
     });
     connectActions();
-    connectToggleButton();
+    connect(vaultToggleButton, &VaultToggleButton::toggleRequested, this,
+            [this] { run(&MainWindow::toggleVault); });
+    connectTableKeys();
 
     connect(deviceList, &DeviceList::changed, this, &MainWindow::updateActions);
     connect(deviceList, &DeviceList::driveOpened, this,
             [this](const QString &root) { run([this, root] { useContainerOf(root); }); });
     connect(deviceList, &DeviceList::containerDriveLeft, this, [this] {
         if (isUnlocked())
-            setStatusMessage(tr("A unidade do cofre aberto foi desconectada."), 0);
+            setStatusMessage(
+                tr("A unidade do cofre aberto foi desconectada. Conecte-a de novo para continuar."), 0);
     });
     connect(deviceList, &DeviceList::containerDriveReturned, this, [this] {
         if (isUnlocked())
@@ -245,20 +251,17 @@ void MainWindow::connectActions()
     runOn(windowActions->about, &MainWindow::showAbout);
 }
 
-void MainWindow::connectToggleButton()
+void MainWindow::connectTableKeys()
 {
-    const auto takeToggle = [this] {
-        run(&MainWindow::toggleVault);
-        // The click itself has toggled the button, whatever became of the operation.
-        updateVaultToggleButton();
-    };
-    connect(vaultToggleButton, &QToolButton::clicked, this, takeToggle);
-    // A screen reader toggles the button without a click. After one, there is nothing left to do here.
-    const auto takeSilentToggle = [=, this] {
-        if (!guard.isRunning() && vaultToggleButton->isChecked() != isUnlocked())
-            takeToggle();
-    };
-    connect(vaultToggleButton, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
+    auto *keys = new TableKeys(browser, guard);
+    keys->listenTo(deviceList);
+    keys->listenTo(this); // They come to the window where nothing in it has the focus.
+    connect(keys, &TableKeys::renameRequested, this, [this] {
+        for (QAction *action : {windowActions->renameFile, windowActions->renameDirectory}) {
+            if (action->isEnabled())
+                return action->trigger();
+        }
+    });
 }
 
 void MainWindow::reportFailedOpening()
@@ -312,7 +315,14 @@ void MainWindow::updateProtectedFilesLabel()
                                         vaultManager.fileIndex().entries().size());
     else
         protectedFilesLabel->showNoVault();
-    browser->setAccessibleDescription(protectedFilesLabel->accessibleName());
+
+    const QString hint = tableHint({.isUnlocked = isUnlocked(),
+                                    .isFolderEmpty = browser->isFolderEmpty(),
+                                    .containerPath = containerPath,
+                                    .driveRoot = selectedUsbRootPath(),
+                                    .mountedDrives = mountedUsbDeviceCount(),
+                                    .unmountedDrives = deviceList->unmountedUsbDeviceCount()});
+    browser->describe(protectedFilesLabel->accessibleName(), hint);
 }
 
 void MainWindow::setStatusMessage(const QString &text, int timeoutMs)
@@ -335,19 +345,9 @@ void MainWindow::selectDeviceForContainer(const QString &path)
     deviceList->selectDeviceForContainer(path);
 }
 
-void MainWindow::selectDefaultUsbAfterRefresh()
-{
-    deviceList->selectDefaultUsbAfterRefresh();
-}
-
 QString MainWindow::selectedUsbRootPath() const
 {
     return deviceList->selectedUsbRootPath();
-}
-
-QString MainWindow::selectedUsbDisplayName() const
-{
-    return deviceList->selectedUsbDisplayName();
 }
 
 int MainWindow::mountedUsbDeviceCount() const
@@ -378,16 +378,6 @@ bool MainWindow::selectedItemIsDirectory() const
 bool MainWindow::selectedItemIsParentDirectory() const
 {
     return browser->selectedItemIsParentDirectory();
-}
-
-void MainWindow::enterSelectedDirectory()
-{
-    browser->enterSelectedDirectory();
-}
-
-void MainWindow::navigateToParentDirectory()
-{
-    browser->navigateToParentDirectory();
 }
 
 } // namespace Tessarin::UI

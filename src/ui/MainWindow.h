@@ -5,6 +5,7 @@
 #include "core/VaultManager.h"
 #include "platform/DeviceManager.h"
 #include "ui/FileOperations.h"
+#include "ui/OpenCopies.h"
 #include "ui/OperationGuard.h"
 #include "ui/VaultOperations.h"
 #include "ui/WindowCloser.h"
@@ -66,7 +67,7 @@ private:
     void buildMenus();
     void connectSignals();
     void connectActions();
-    void connectToggleButton();
+    void connectTableKeys();
     void updateActions();
     void updateVaultToggleButton();
     void updateStatusBar();
@@ -78,21 +79,19 @@ private:
     // The drives and the table under the window's names (MainWindow.cpp) ------------------------------------
     void refreshDevices();
     [[nodiscard]] QString selectedUsbRootPath() const;
-    [[nodiscard]] QString selectedUsbDisplayName() const;
     [[nodiscard]] int mountedUsbDeviceCount() const;
-    void selectDefaultUsbAfterRefresh();
     void selectDeviceForContainer(const QString &path);
     void refreshVaultFiles();
     [[nodiscard]] QString selectedVaultPath() const;
     [[nodiscard]] QString selectedDirectoryPath() const;
     [[nodiscard]] bool selectedItemIsDirectory() const;
     [[nodiscard]] bool selectedItemIsParentDirectory() const;
-    void enterSelectedDirectory();
-    void navigateToParentDirectory();
 
     // The container (MainWindowOperations.cpp) --------------------------------------------------------------
     void useContainer(const QString &path);
     void useContainerOf(const QString &driveRoot);
+    /// Makes room for a new vault on a drive without one; returns what there is to say about it.
+    [[nodiscard]] QString leaveContainerFor(const QString &driveRoot);
     void chooseContainer();
     void createVault();
     /// UTF-8; empty when cancelled, the new one also when refused. The caller wipes it.
@@ -136,7 +135,8 @@ private:
     OperationGuard guard;
     WindowCloser closer{this, guard};
     VaultOperations vaultOperations{this, vaultManager};
-    FileOperations fileOperations{this, vaultManager};
+    OpenCopies openCopies{vaultManager};
+    FileOperations fileOperations{this, vaultManager, openCopies};
 
     DeviceList *deviceList = nullptr;
     VaultToggleButton *vaultToggleButton = nullptr;

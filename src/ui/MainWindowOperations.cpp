@@ -3,11 +3,14 @@
 #include "ui/MainWindow.h"
 
 #include "core/ContainerManager.h"
+#include "core/HostFile.h"
 #include "core/Secret.h"
 #include "core/VaultPath.h"
 #include "ui/AboutDialog.h"
 #include "ui/ContainerBackup.h"
 #include "ui/DeviceList.h"
+#include "ui/FailureText.h"
+#include "ui/FileDialogs.h"
 #include "ui/FileImport.h"
 #include "ui/Formatting.h"
 #include "ui/HelpDialog.h"
@@ -15,13 +18,13 @@
 #include "ui/MessageBoxes.h"
 #include "ui/PasswordPrompt.h"
 #include "ui/VaultBrowser.h"
+#include "ui/VaultCreation.h"
 #include "ui/VaultLocking.h"
 #include "ui/WaitCursor.h"
 #include "ui/WebAddresses.h"
 
 #include <QDesktopServices>
 #include <QDir>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QStorageInfo>
 #include <QUrl>
@@ -36,6 +39,8 @@ void MainWindow::conclude(const Outcome &outcome)
 {
     if (outcome.contentsChanged)
         refreshVaultFiles();
+    if (!outcome.itemToShow.isEmpty())
+        browser->select(outcome.itemToShow);
     if (outcome.freeSpaceChanged)
         refreshDevices();
     updateActions();
@@ -66,19 +71,40 @@ void MainWindow::useContainerOf(const QString &driveRoot)
         conclude(
             {.information = {tr("Nenhum tessarin.trvx foi encontrado em %1. Use Criar cofre para criar um "
                                 "novo container.")
-                                 .arg(driveRoot),
-                             compactionTwinNote(path)}});
+                                 .arg(shownName(driveRoot)),
+                             leaveContainerFor(driveRoot)}});
         return;
     }
     // The container of an open vault stays the current one until the vault is locked.
     if (!isUnlocked())
         useContainer(path);
+    else if (!Core::isSameFile(path, containerPath))
+        setStatusMessage(tr("Bloqueie o cofre aberto antes de escolher outro."), statusTimeoutMs);
+}
+
+QString MainWindow::leaveContainerFor(const QString &driveRoot)
+{
+    QStringList notes;
+    if (isUnlocked()) {
+        notes << tr("Antes é preciso bloquear o cofre que está aberto.");
+    } else if (!containerPath.isEmpty()) {
+        // While one is chosen, the choice of a drive goes back to its drive, and a new vault would go there.
+        notes
+            << tr("O container %1 deixou de ser o escolhido; a unidade em que você clicou está selecionada.")
+                   .arg(shownName(QDir::toNativeSeparators(containerPath)));
+        useContainer({});
+    }
+    if (containerPath.isEmpty())
+        deviceList->chooseDrive(driveRoot);
+    notes << compactionTwinNote(Core::ContainerManager().containerPath(driveRoot));
+    notes.removeAll(QString());
+    return notes.join(u"\n\n"_s);
 }
 
 void MainWindow::chooseContainer()
 {
-    const QString path = QFileDialog::getOpenFileName(this, tr("Escolher container Tessarin"),
-                                                      selectedUsbRootPath(), containerFileFilter());
+    const QString path =
+        askForFile(this, tr("Escolher container Tessarin"), selectedUsbRootPath(), containerFileFilter());
     if (path.isEmpty())
         return;
     useContainer(path);
@@ -90,37 +116,48 @@ void MainWindow::createVault()
     const QString root = selectedUsbRootPath();
     const QByteArray drive = QStorageInfo(root).device();
     const QString chosenPath =
-        QFileDialog::getSaveFileName(this, tr("Criar container Tessarin"),
-                                     Core::ContainerManager().containerPath(root), containerFileFilter());
+        askForTarget(this, tr("Criar container Tessarin"), Core::ContainerManager().containerPath(root),
+                     containerFileFilter(), Overwriting::Allowed);
     if (chosenPath.isEmpty())
         return;
 
     const QFileInfo file(QDir::cleanPath(chosenPath));
     const bool isInRoot = !root.isEmpty() && comparablePath(file.absolutePath()) == comparablePath(root);
     if (!isInRoot || file.suffix().compare(u"trvx"_s, Qt::CaseInsensitive) != 0) {
-        conclude(
-            {.title = tr("Criar cofre"),
-             .information = {tr("O cofre deve ser criado como arquivo .trvx diretamente na raiz da unidade "
-                                "USB selecionada.")}});
+        conclude({.title = tr("Criar cofre"),
+                  .information = {
+                      tr("O cofre deve ser criado como arquivo .trvx diretamente na raiz da unidade USB "
+                         "selecionada."),
+                      root.isEmpty()
+                          ? tr("Nenhuma unidade está selecionada. Dê dois cliques, na lista, na unidade "
+                               "em que o cofre deve ficar.")
+                          : tr("A raiz da unidade selecionada é %1.").arg(shownName(root))}});
         return;
     }
+    if (!confirmReplacement(this, deviceList->selectedUsbName(), file))
+        return;
 
     QByteArray password = requestNewVaultPassword();
     if (password.isEmpty())
         return;
     bool created = false;
+    Core::Failure reason = Core::Failure::DriveGone;
     {
         const Core::WipedAtScopeEnd wiped(password);
         const WaitCursor waitCursor;
         // A directory that a pulled drive was mounted at may still be there, on the disk of the system.
-        created = QStorageInfo(root).device() == drive && vaultManager.createVault(file.filePath(), password);
+        if (QStorageInfo(root).device() == drive) {
+            created = vaultManager.createVault(file.filePath(), password);
+            reason = vaultManager.lastFailure();
+        }
     }
     if (!created) {
-        conclude({.contentsChanged = true, .warnings = {{tr("Não foi possível criar o cofre.")}}});
+        conclude({.contentsChanged = true,
+                  .warnings = {{tr("Não foi possível criar o cofre."), failureText(reason)}}});
         return;
     }
     useContainer(file.filePath());
-    conclude({.contentsChanged = true, .status = tr("Cofre criado com sucesso.")});
+    conclude({.contentsChanged = true, .freeSpaceChanged = true, .status = tr("Cofre criado com sucesso.")});
 }
 
 QByteArray MainWindow::requestPassword(const QString &title)
@@ -203,7 +240,7 @@ void MainWindow::compactVault()
 
 void MainWindow::importFiles()
 {
-    const QStringList sources = QFileDialog::getOpenFileNames(this, tr("Importar arquivos para o cofre"));
+    const QStringList sources = askForFiles(this, tr("Importar arquivos para o cofre"));
     if (!sources.isEmpty())
         importInto(browser->currentDirectory(), sources);
 }
@@ -246,7 +283,7 @@ void MainWindow::exportSelectedFile()
 {
     const QString path = selectedVaultPath();
     if (!path.isEmpty() && confirmExportOutsideVault(path))
-        conclude(fileOperations.exportFile(path));
+        conclude(fileOperations.exportFile(path, containerPath));
 }
 
 void MainWindow::openSelectedFile()
@@ -256,7 +293,8 @@ void MainWindow::openSelectedFile()
         return;
     const QString copyPath = fileOperations.prepareForEditing(path);
     if (copyPath.isEmpty())
-        conclude({.warnings = {{tr("Não foi possível preparar o arquivo para edição.")}}});
+        conclude({.warnings = {{tr("Não foi possível preparar o arquivo para edição."),
+                                failureText(vaultManager.lastFailure(), path)}}});
     else if (closer.isWaiting())
         return; // The copy would be gone before a program has opened it.
     else if (QDesktopServices::openUrl(QUrl::fromLocalFile(copyPath)))
@@ -267,8 +305,7 @@ void MainWindow::openSelectedFile()
 
 void MainWindow::warnOfFailedOpening()
 {
-    conclude({.warnings = {{tr("Não foi possível abrir o arquivo no aplicativo padrão.")}},
-              .status = tr("Falha ao abrir o arquivo.")});
+    conclude(FileOperations::failedOpening());
 }
 
 void MainWindow::deleteSelectedFile()
@@ -316,8 +353,10 @@ void MainWindow::deleteSelectedDirectory()
 
 bool MainWindow::confirmReplaceVaultFile(const QString &path) const
 {
-    return questionYesNo(window(), tr("Substituir arquivo"),
-                         tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(path));
+    return questionYesNo(
+        window(), tr("Substituir arquivo"),
+        tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(shownName(path)),
+        fileOperations.editNote(path, tr("Elas serão perdidas.")));
 }
 
 bool MainWindow::confirmDeleteVaultFile(const QString &path) const
@@ -325,7 +364,8 @@ bool MainWindow::confirmDeleteVaultFile(const QString &path) const
     return questionYesNo(window(), tr("Excluir arquivo"),
                          tr("Excluir %1 removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
                             "liberados do container após executar Compactar cofre.")
-                             .arg(path));
+                             .arg(shownName(path)),
+                         fileOperations.editNote(path, tr("Elas serão perdidas com ele.")));
 }
 
 bool MainWindow::confirmExportOutsideVault(const QString &path) const
@@ -334,7 +374,8 @@ bool MainWindow::confirmExportOutsideVault(const QString &path) const
         window(), tr("Exportar arquivo"),
         tr("Exportar %1 criará uma cópia descriptografada fora do cofre. Alterações "
            "feitas nessa cópia não voltam automaticamente para o Tessarin.")
-            .arg(path));
+            .arg(shownName(path)),
+        fileOperations.editNote(path, tr("Em seguida você escolhe qual versão exportar.")));
 }
 
 // The program -----------------------------------------------------------------------------------------------

@@ -39,10 +39,8 @@ void breakWideWords(QMessageBox &box)
     }
 }
 
-void showBox(QMessageBox::Icon icon, QWidget *parent, const QString &title, const QString &text,
-             const QString &details)
+void show(QMessageBox &box, const QString &details)
 {
-    QMessageBox box(icon, title, text, QMessageBox::Ok, parent);
     box.setInformativeText(details);
     // setTextFormat() alone would leave the details to be guessed at.
     const QList<QLabel *> labels = box.findChildren<QLabel *>();
@@ -52,17 +50,15 @@ void showBox(QMessageBox::Icon icon, QWidget *parent, const QString &title, cons
     box.exec();
 }
 
-bool question(QWidget *parent, const QString &title, const QString &text, const QString &acceptText,
-              const QString &rejectText)
+bool question(QWidget *parent, const QString &title, const QString &text, const QString &details,
+              const QString &acceptText, const QString &rejectText)
 {
     QMessageBox box(QMessageBox::Question, title, text, QMessageBox::NoButton, parent);
-    box.setTextFormat(Qt::PlainText);
     const QPushButton *acceptButton = box.addButton(acceptText, QMessageBox::AcceptRole);
     QPushButton *rejectButton = box.addButton(rejectText, QMessageBox::RejectRole);
     box.setDefaultButton(rejectButton);
     box.setEscapeButton(rejectButton);
-    breakWideWords(box);
-    box.exec();
+    show(box, details);
     return box.clickedButton() == acceptButton;
 }
 
@@ -70,23 +66,32 @@ bool question(QWidget *parent, const QString &title, const QString &text, const 
 
 void showWarning(QWidget *parent, const QString &title, const QString &text, const QString &details)
 {
-    showBox(QMessageBox::Warning, parent, title, text, details);
+    QMessageBox box(QMessageBox::Warning, title, text, QMessageBox::Ok, parent);
+    show(box, details);
 }
 
 void showInformation(QWidget *parent, const QString &title, const QString &text, const QString &details)
 {
-    showBox(QMessageBox::Information, parent, title, text, details);
+    QMessageBox box(QMessageBox::Information, title, text, QMessageBox::Ok, parent);
+    show(box, details);
 }
 
-bool questionYesNo(QWidget *parent, const QString &title, const QString &text)
+bool questionYesNo(QWidget *parent, const QString &title, const QString &text, const QString &details)
 {
-    return question(parent, title, text, QCoreApplication::translate("MessageBoxes", "Sim"),
+    return question(parent, title, text, details, QCoreApplication::translate("MessageBoxes", "Sim"),
                     QCoreApplication::translate("MessageBoxes", "Não"));
 }
 
-bool questionContinueCancel(QWidget *parent, const QString &title, const QString &text)
+bool questionOther(QWidget *parent, const QString &title, const QString &text, const QString &details,
+                   const QString &otherText, const QString &defaultText)
 {
-    return question(parent, title, text, QCoreApplication::translate("MessageBoxes", "Continuar"),
+    return question(parent, title, text, details, otherText, defaultText);
+}
+
+bool questionContinueCancel(QWidget *parent, const QString &title, const QString &text,
+                            const QString &details)
+{
+    return question(parent, title, text, details, QCoreApplication::translate("MessageBoxes", "Continuar"),
                     QCoreApplication::translate("MessageBoxes", "Cancelar"));
 }
 

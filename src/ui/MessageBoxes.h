@@ -12,9 +12,16 @@ void showWarning(QWidget *parent, const QString &title, const QString &text, con
 void showInformation(QWidget *parent, const QString &title, const QString &text, const QString &details = {});
 
 /// "Sim" or "Não"; true only for "Sim". "Não" is the default and what closing the box means.
-[[nodiscard]] bool questionYesNo(QWidget *parent, const QString &title, const QString &text);
+[[nodiscard]] bool questionYesNo(QWidget *parent, const QString &title, const QString &text,
+                                 const QString &details = {});
 
 /// "Continuar" or "Cancelar"; true only for "Continuar", with "Cancelar" the default.
-[[nodiscard]] bool questionContinueCancel(QWidget *parent, const QString &title, const QString &text);
+[[nodiscard]] bool questionContinueCancel(QWidget *parent, const QString &title, const QString &text,
+                                          const QString &details = {});
+
+/// Two ways to go on; true for the other one. Closing the box means the default.
+[[nodiscard]] bool questionOther(QWidget *parent, const QString &title, const QString &text,
+                                 const QString &details, const QString &otherText,
+                                 const QString &defaultText);
 
 } // namespace Tessarin::UI

@@ -47,10 +47,11 @@ MoveFileDialog::MoveFileDialog(const QString &fileName, const QStringList &desti
 
     auto *label = new QLabel(this);
     label->setTextFormat(Qt::PlainText);
-    const QString shownName = fontMetrics().elidedText(fileName, Qt::ElideMiddle, maximumNameWidth);
-    label->setText(tr("Mover %1 para:").arg(shownName));
-    if (shownName != fileName)
-        label->setToolTip(plainToolTip(fileName));
+    const QString elidedName =
+        fontMetrics().elidedText(shownName(fileName), Qt::ElideMiddle, maximumNameWidth);
+    label->setText(tr("Mover %1 para:").arg(elidedName));
+    if (elidedName != shownName(fileName))
+        label->setToolTip(plainToolTip(shownName(fileName)));
 
     destinationBox->setObjectName(u"destinationBox"_s);
     destinationBox->setAccessibleName(tr("Pasta de destino"));
@@ -59,7 +60,7 @@ MoveFileDialog::MoveFileDialog(const QString &fileName, const QStringList &desti
     destinationBox->view()->setTextElideMode(Qt::ElideMiddle);
     destinationBox->view()->setAccessibleName(destinationBox->accessibleName());
     for (const QString &folder : destinations)
-        destinationBox->addItem(folder.isEmpty() ? tr("Raiz") : folder, folder);
+        destinationBox->addItem(folder.isEmpty() ? tr("Raiz") : shownName(folder), folder);
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     buttons->button(QDialogButtonBox::Ok)->setText(tr("Mover"));

@@ -18,6 +18,8 @@ struct Outcome
     bool contentsChanged = false;  ///< The folder on show is read anew.
     bool freeSpaceChanged = false; ///< The list of drives, too.
 
+    QString itemToShow = {}; ///< Vault path of what is new; chosen where the folder on show has it.
+
     // Empty texts are not shown.
     QString title = {};          ///< Of the boxes; empty is the program's name.
     QList<Notice> warnings = {}; ///< What failed. Shown before the status, so that this is what stays.

@@ -105,9 +105,24 @@ void ProgressDialog::report(qint64 doneBytes, qint64 totalBytes, const QString &
 
 std::function<void(qint64, qint64, const QString &)> ProgressDialog::reporter(const QString &text)
 {
-    return [this, text](qint64 doneBytes, qint64 totalBytes, const QString &subject) {
+    struct Pass
+    {
+        QString subject;
+        qint64 doneBytes = 0;
+        int number = 1;
+    };
+    // What is gone through several times would seem to lose ground: each time goes by its number.
+    return [this, text, last = Pass()](qint64 doneBytes, qint64 totalBytes, const QString &subject) mutable {
+        if (subject != last.subject)
+            last = {.subject = subject};
+        else if (doneBytes < last.doneBytes)
+            ++last.number;
+        last.doneBytes = doneBytes;
+        const QString name = shownName(subject);
         report(doneBytes, totalBytes,
-               text.arg(subject, formatFileSize(doneBytes), formatFileSize(totalBytes)));
+               text.arg(last.number == 1 ? name
+                                         : translated("%1, etapa %2").arg(name, QString::number(last.number)),
+                        formatFileSize(doneBytes), formatFileSize(totalBytes)));
     };
 }
 

@@ -32,7 +32,7 @@ void ProtectedFilesLabel::showFolder(const QString &directory, qsizetype fileCou
         countText = tr("O cofre está vazio.");
     else if (fileCount == 1)
         countText = tr("1 arquivo no cofre.");
-    const QString folder = directory.isEmpty() ? tr("Raiz") : directory;
+    const QString folder = directory.isEmpty() ? tr("Raiz") : shownName(directory);
     const QString line = tr("Arquivos protegidos | Pasta: %1 | %2");
 
     // Its own width would be that of the last layout.

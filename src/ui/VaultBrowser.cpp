@@ -4,12 +4,20 @@
 
 #include "core/VaultManager.h"
 #include "core/VaultPath.h"
+#include "ui/CopyMark.h"
+#include "ui/OpenCopies.h"
 #include "ui/OperationGuard.h"
 
 #include <QFileInfo>
+#include <QHash>
 #include <QHeaderView>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QScrollBar>
 #include <QSignalBlocker>
 #include <QTableWidgetItem>
+
+#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -42,9 +50,9 @@ std::optional<QStringList> localFiles(const QList<QUrl> &urls)
 
 } // namespace
 
-VaultBrowser::VaultBrowser(const Core::VaultManager &session, const OperationGuard &operations,
-                           QWidget *parent)
-    : FilesTable(VaultTable::ColumnCount, parent), vault(session), guard(operations)
+VaultBrowser::VaultBrowser(const Core::VaultManager &session, const OpenCopies &openFiles,
+                           const OperationGuard &operations, QWidget *parent)
+    : FilesTable(VaultTable::ColumnCount, parent), vault(session), copies(openFiles), guard(operations)
 {
     build();
     buildHeader();
@@ -52,6 +60,7 @@ VaultBrowser::VaultBrowser(const Core::VaultManager &session, const OperationGua
     connect(this, &QTableWidget::itemDoubleClicked, this, &VaultBrowser::activate);
     connect(horizontalHeader(), &QHeaderView::sectionClicked, this, &VaultBrowser::sortByColumn);
     connect(this, &FilesTable::dropped, this, &VaultBrowser::takeDrop);
+    connect(&copies, &OpenCopies::changed, this, &VaultBrowser::markOpenCopies);
 }
 
 void VaultBrowser::build()
@@ -69,6 +78,7 @@ void VaultBrowser::build()
     setWordWrap(false);
     // The size the pages are painted in: scaled down, their labels cannot be read.
     setIconSize({22, 22});
+    setItemDelegateForColumn(VaultTable::IconColumn, new CopyMark(this));
     setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setStyleSheet(
@@ -108,6 +118,7 @@ void VaultBrowser::refresh()
     if (!isUnlocked())
         directory.clear();
 
+    const int scrolledTo = verticalScrollBar()->value();
     {
         const QSignalBlocker blocker(this);
         setUpdatesEnabled(false);
@@ -116,6 +127,10 @@ void VaultBrowser::refresh()
         setCurrentCell(-1, -1);
         if (isUnlocked())
             VaultTable::fill(*this, vault.fileIndex(), directory, sortColumn, sortOrder);
+        markOpenCopies();
+        executeDelayedItemsLayout();
+        updateGeometries(); // Else the scroll bar would not yet reach that far.
+        verticalScrollBar()->setValue(scrolledTo);
         setUpdatesEnabled(true);
     }
     Q_EMIT changed();
@@ -123,8 +138,35 @@ void VaultBrowser::refresh()
 
 void VaultBrowser::showDirectory(const QString &path)
 {
+    const bool isAnother = !Core::vaultPathsEqual(path, directory);
     directory = path;
     refresh();
+    if (isAnother)
+        scrollToTop();
+}
+
+void VaultBrowser::markOpenCopies()
+{
+    for (int row = 0; row < rowCount(); ++row) {
+        const QTableWidgetItem *name = item(row, VaultTable::NameColumn);
+        if (isKind(name, VaultTableItemKind::File))
+            VaultTable::mark(*this, row, copies.stateOf(pathOf(name)));
+    }
+}
+
+void VaultBrowser::select(const QString &path)
+{
+    for (int row = 0; row < rowCount(); ++row) {
+        const QTableWidgetItem *name = item(row, VaultTable::NameColumn);
+        if (!isKind(name, VaultTableItemKind::ParentDirectory) && Core::vaultPathsEqual(pathOf(name), path))
+            chooseRow(row);
+    }
+}
+
+void VaultBrowser::chooseRow(int row)
+{
+    selectRow(row);
+    scrollToItem(item(row, VaultTable::NameColumn));
 }
 
 void VaultBrowser::enterSelectedDirectory()
@@ -135,7 +177,9 @@ void VaultBrowser::enterSelectedDirectory()
 
 void VaultBrowser::navigateToParentDirectory()
 {
+    const QString left = directory;
     showDirectory(Core::parentVaultPath(directory));
+    select(left);
 }
 
 void VaultBrowser::sortByColumn(int column)
@@ -203,6 +247,81 @@ void VaultBrowser::activate(const QTableWidgetItem *cell)
         enterSelectedDirectory();
     else
         Q_EMIT fileActivated();
+}
+
+void VaultBrowser::mouseDoubleClickEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton)
+        FilesTable::mouseDoubleClickEvent(event);
+}
+
+bool VaultBrowser::isFolderEmpty() const
+{
+    return rowCount() == (directory.isEmpty() ? 0 : 1);
+}
+
+void VaultBrowser::describe(const QString &description, const QString &nextStep)
+{
+    hint = nextStep;
+    const QString heard = QString(hint).replace(u'\n', u' ');
+    setAccessibleDescription(hint.isEmpty() ? description : u"%1 | %2"_s.arg(description, heard));
+    viewport()->update();
+}
+
+void VaultBrowser::paintEvent(QPaintEvent *event)
+{
+    FilesTable::paintEvent(event);
+    if (hint.isEmpty())
+        return;
+    QRect room = viewport()->rect();
+    if (rowCount() > 0)
+        room.setTop(rowViewportPosition(rowCount() - 1) + rowHeight(rowCount() - 1));
+    QColor grey = palette().color(QPalette::Text);
+    grey.setAlphaF(0.65F);
+    QPainter painter(viewport());
+    painter.setPen(grey);
+    painter.drawText(room.adjusted(24, 0, -24, 0), Qt::AlignCenter | Qt::TextWordWrap, hint);
+}
+
+void VaultBrowser::moveSelection(Qt::Key key)
+{
+    if (rowCount() == 0)
+        return;
+    const int last = rowCount() - 1;
+    const int page = std::max(1, viewport()->height() / rowHeight(0) - 1);
+    // Without a chosen row, the first step goes to the first one or, upwards, to the last.
+    const int row = currentRow();
+    const int from = row >= 0 ? row : (key == Qt::Key_Up || key == Qt::Key_PageUp ? last + 1 : -1);
+    const QHash<Qt::Key, int> targets{
+        {Qt::Key_Up, from - 1},          {Qt::Key_Down, from + 1}, {Qt::Key_PageUp, from - page},
+        {Qt::Key_PageDown, from + page}, {Qt::Key_Home, 0},        {Qt::Key_End, last}};
+    chooseRow(std::clamp(targets.value(key, from), 0, last));
+}
+
+void VaultBrowser::selectByName(const QString &typed)
+{
+    if (rowCount() == 0)
+        return;
+    // The search goes on below the current cell and in its column, round by the first row.
+    const bool hasChoice = currentRow() >= 0;
+    setCurrentCell(hasChoice ? currentRow() : rowCount() - 1, VaultTable::NameColumn,
+                   QItemSelectionModel::NoUpdate);
+    keyboardSearch(typed);
+    if (selectedItems().isEmpty())
+        setCurrentCell(-1, -1, QItemSelectionModel::NoUpdate);
+}
+
+void VaultBrowser::activateSelection()
+{
+    activate(chosenRow());
+}
+
+void VaultBrowser::requestMenu()
+{
+    const QTableWidgetItem *row = chosenRow();
+    if (row)
+        scrollToItem(row);
+    Q_EMIT customContextMenuRequested(row ? visualItemRect(row).center() : viewport()->rect().center());
 }
 
 std::optional<DropRefusal> VaultBrowser::currentDropRefusal() const

@@ -4,6 +4,7 @@
 #include "core/Secret.h"
 #include "core/VaultManager.h"
 #include "ui/ChangePasswordDialog.h"
+#include "ui/FailureText.h"
 #include "ui/ProgressDialog.h"
 #include "ui/Translated.h"
 #include "ui/WaitCursor.h"
@@ -45,14 +46,21 @@ Outcome VaultOperations::unlock(const QString &containerPath, QByteArray &&passw
                 .status = tr("Cofre desbloqueado."),
                 .information = {note.isEmpty() ? QString() : tr("O cofre está aberto."), note}};
     }
-    const bool isOpen = vault.state() == Core::VaultManager::Unlocked;
+    QStringList notes;
+    if (vault.state() == Core::VaultManager::Unlocked) {
+        notes << tr("O desbloqueio não terminou: a senha foi aceita, e os arquivos já podem ser vistos e "
+                    "exportados, "
+                    "mas não podem ser abertos para edição.")
+              << failureText(vault.lastFailure());
+    } else {
+        notes << failureText(vault.lastFailure()) << compactionTwinNote(containerPath);
+    }
+    notes.removeAll(QString());
     return {
         .contentsChanged = true,
         .warnings = {
             {tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."),
-             isOpen ? tr("A senha está certa e o cofre está aberto, mas a área temporária não pôde ser "
-                         "preparada. Abrir arquivos para edição pode falhar.")
-                    : compactionTwinNote(containerPath)}}};
+             notes.join(QStringLiteral("\n\n"))}}};
 }
 
 Outcome VaultOperations::changePassword(const QString &containerPath)
@@ -70,9 +78,10 @@ Outcome VaultOperations::changePassword(const QString &containerPath)
         changed = vault.changePassword(containerPath, currentPassword, newPassword);
     }
     if (!changed)
-        return {.warnings = {{tr(
-                    "Não foi possível alterar a senha. Verifique a senha atual e tente novamente.")}},
-                .status = tr("Falha ao alterar a senha.")};
+        return {
+            .warnings = {{tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."),
+                          failureText(vault.lastFailure())}},
+            .status = tr("Falha ao alterar a senha.")};
     const QString message = tr("Senha alterada com sucesso.");
     return {.status = message, .information = {message, compactionLeftoverNote(vault)}};
 }
@@ -95,12 +104,18 @@ Outcome VaultOperations::compact()
                 .status = message,
                 .information = {message}};
     }
-    return {.title = title,
-            .warnings = {{preservedPath.isEmpty()
-                              ? tr("Não foi possível compactar o cofre.")
-                              : tr("Não foi possível substituir o container no USB.\n\nUm container "
-                                   "compactado criptografado foi preservado em:\n%1")
-                                    .arg(preservedPath)}},
+    Notice warning{tr("Não foi possível compactar o cofre."), failureText(vault.lastFailure())};
+    if (!preservedPath.isEmpty())
+        warning = {
+            tr("Não foi possível substituir o container no USB.\n\nUm container compactado "
+               "criptografado foi preservado em:\n%1")
+                .arg(preservedPath),
+            tr("Esse arquivo tem tudo o que há no cofre e abre com a mesma senha. Se ele está no computador, "
+               "copie-o para a unidade USB antes de reiniciar. Depois escolha-o em USB > Container > "
+               "Escolher container...")};
+    return {.freeSpaceChanged = true,
+            .title = title,
+            .warnings = {warning},
             .status = tr("Falha ao compactar o cofre.")};
 }
 

@@ -82,7 +82,7 @@ void VaultStatusBar::showContainer(const QString &containerPath)
     if (!containerPath.isEmpty()) {
         const QString fileName = QFileInfo(containerPath).fileName();
         const bool isDefault = fileName == QLatin1String(Core::ContainerFormat::defaultFileName);
-        containerName = isDefault ? tr("Tessarin") : fileName;
+        containerName = isDefault ? tr("Tessarin") : shownName(fileName);
     }
     const QString fullText = tr("Container: %1").arg(containerName);
     // Before the window is first shown the label's style sheet, and so its font, is not yet in force.

@@ -104,9 +104,12 @@ void writeRow(QTableWidget &table, int rowNumber, const Row &row)
     for (QTableWidgetItem *item : {sizeItem, typeItem, dateItem}) {
         // The columns keep their widths in every font, and may cut the text.
         item->setToolTip(plainToolTip(item->text()));
-        if (item->text().isEmpty())
-            item->setData(Qt::AccessibleTextRole, translated("vazio"));
     }
+    // Else a screen reader calls them blank.
+    if (row.sizeText.isEmpty())
+        sizeItem->setData(Qt::AccessibleTextRole, translated("sem tamanho"));
+    if (row.dateText.isEmpty())
+        dateItem->setData(Qt::AccessibleTextRole, translated("sem data"));
 
     table.setItem(rowNumber, IconColumn, iconItem);
     table.setItem(rowNumber, NameColumn, nameItem);
@@ -130,7 +133,7 @@ Row directoryRow(const Core::VaultDirectoryEntry &entry, const QIcon &icon)
 {
     return {.kind = VaultTableItemKind::Directory,
             .path = entry.path,
-            .name = Core::vaultBaseName(entry.path),
+            .name = shownName(Core::vaultBaseName(entry.path)),
             .icon = icon,
             .sizeText = {},
             .typeText = translated("Pasta"),
@@ -141,7 +144,7 @@ Row fileRow(const Core::VaultFileEntry &entry, const QString &type, const QIcon 
 {
     return {.kind = VaultTableItemKind::File,
             .path = entry.vaultPath,
-            .name = Core::vaultBaseName(entry.vaultPath),
+            .name = shownName(Core::vaultBaseName(entry.vaultPath)),
             .icon = icon,
             .sizeText = formatFileSize(entry.sizeBytes),
             .typeText = type,
@@ -210,6 +213,32 @@ void fill(QTableWidget &table, const Core::SecureFileIndex &index, const QString
             icon = iconByType.insert(type, vaultItemIcon(VaultTableItemKind::File, entry.vaultPath));
         writeRow(table, rowNumber++, fileRow(entry, type, *icon));
     }
+}
+
+void mark(QTableWidget &table, int rowNumber, CopyState state)
+{
+    QString words;
+    QString note;
+    if (state == CopyState::Open) {
+        words = translated("Arquivo, aberto para edição");
+        note = translated("Aberto para edição. O que você salvar nele volta para o cofre quando o cofre for "
+                          "bloqueado.");
+    } else if (state == CopyState::Edited) {
+        words = translated("Arquivo, editado e ainda não gravado no cofre");
+        note =
+            translated("Editado. As alterações ainda não estão no cofre: elas são gravadas nele quando ele "
+                       "for bloqueado.");
+    } else {
+        words = kindText(VaultTableItemKind::File);
+    }
+    QTableWidgetItem *iconItem = table.item(rowNumber, IconColumn);
+    QTableWidgetItem *nameItem = table.item(rowNumber, NameColumn);
+    iconItem->setData(CopyStateRole, static_cast<int>(state));
+    iconItem->setData(Qt::AccessibleTextRole, words);
+    iconItem->setToolTip(note);
+    nameItem->setData(Qt::AccessibleDescriptionRole, note);
+    const QString name = nameItem->text();
+    nameItem->setToolTip(plainToolTip(note.isEmpty() ? name : name + u'\n' + note));
 }
 
 } // namespace Tessarin::UI::VaultTable

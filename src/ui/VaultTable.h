@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core/SecureFileIndex.h"
+#include "ui/OpenCopies.h"
 #include "ui/VaultTableItemKind.h"
 
 #include <QList>
@@ -26,6 +27,7 @@ enum Column : int {
 
 inline constexpr int PathRole = Qt::UserRole;
 inline constexpr int KindRole = Qt::UserRole + 1;
+inline constexpr int CopyStateRole = Qt::UserRole + 2; ///< Of the icon's cell.
 
 /// Negative, zero or positive, as the first sorts before, with or after the second in that column.
 [[nodiscard]] int compareFileRows(const Core::VaultFileEntry &a, const Core::VaultFileEntry &b, int column);
@@ -42,6 +44,10 @@ filesToShow(const Core::SecureFileIndex &index, const QString &directory, int co
 /// Fills an emptied table with the folder's rows: the way up, the folders, the files.
 void fill(QTableWidget &table, const Core::SecureFileIndex &index, const QString &directory, int column,
           Qt::SortOrder order);
+
+/// Shows on a row whether its file is open for editing or edited, and says it to people who point at the row
+/// or hear it.
+void mark(QTableWidget &table, int rowNumber, CopyState state);
 
 } // namespace VaultTable
 } // namespace Tessarin::UI

@@ -23,10 +23,31 @@ VaultToggleButton::VaultToggleButton(int side, QWidget *parent) : QToolButton(pa
                   "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
                   "QToolButton:pressed:enabled { background: #e2e2e2; }"
                   "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }"_s);
+    connect(this, &QToolButton::clicked, this, &VaultToggleButton::request);
+    // A screen reader toggles the button without a click. After one, there is nothing left to do here.
+    const auto takeSilentToggle = [this] {
+        if (isChecked() != isShownUnlocked)
+            request();
+    };
+    connect(this, &QToolButton::toggled, this, takeSilentToggle, Qt::QueuedConnection);
+}
+
+void VaultToggleButton::request()
+{
+    Q_EMIT toggleRequested();
+    // The click itself has toggled the button, whatever became of the request.
+    const QSignalBlocker blocker(this);
+    setChecked(isShownUnlocked);
+}
+
+void VaultToggleButton::mouseDoubleClickEvent(QMouseEvent *)
+{
+    // Else its second click would undo the first.
 }
 
 void VaultToggleButton::showState(bool unlocked, bool enabled)
 {
+    isShownUnlocked = unlocked;
     const QSignalBlocker blocker(this);
     setEnabled(enabled);
     setChecked(unlocked);

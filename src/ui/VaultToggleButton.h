@@ -15,6 +15,18 @@ public:
 
     /// `enabled`: whether pressing it could change the state.
     void showState(bool unlocked, bool enabled);
+
+Q_SIGNALS:
+    /// The button was pressed, by mouse, or toggled by a screen reader.
+    void toggleRequested();
+
+protected:
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+
+private:
+    void request();
+
+    bool isShownUnlocked = false;
 };
 
 } // namespace Tessarin::UI

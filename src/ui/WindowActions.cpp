@@ -17,6 +17,7 @@ QAction *makeAction(QMenu *menu, const QString &name, const QString &text, const
     QAction *action = menu->addAction(text);
     action->setObjectName(name);
     action->setShortcut(shortcut);
+    action->setAutoRepeat(false); // A key that is held down starts one thing, once.
     // Else Qt reads some words as a reason to move the entry to another menu, on desktops that have one.
     action->setMenuRole(QAction::NoRole);
     return action;

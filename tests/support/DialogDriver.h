@@ -50,8 +50,10 @@ inline QString describe(const QWidget &shown)
             const bool isRich = label->textFormat() != Qt::PlainText && Qt::mightBeRichText(label->text());
             parts += (isRich ? u"<rich>"_s : QString()) + label->text().replace(u'\n', u'¶');
         } else if (const auto *edit = qobject_cast<const QLineEdit *>(child))
-            parts += edit->echoMode() == QLineEdit::Password ? u"[hidden %1]"_s.arg(edit->text().size())
-                                                             : u'[' + edit->text() + u']';
+            parts += u'[' +
+                     (edit->echoMode() == QLineEdit::Password ? u"hidden %1"_s.arg(edit->text().size())
+                                                              : edit->text()) +
+                     (edit->placeholderText().isEmpty() ? u""_s : u", "_s + edit->placeholderText()) + u']';
         else if (const auto *box = qobject_cast<const QComboBox *>(child))
             parts += u'[' + box->currentText() + u']';
         else if (const auto *button = qobject_cast<const QPushButton *>(child))
@@ -137,7 +139,7 @@ private:
             if (box)
                 box->setCurrentText(parts.at(i));
             else
-                edits.at(i)->setText(parts.at(i));
+                edits.at(i)->setText(QString(parts.at(i)).replace(u'¶', u'\n'));
         }
         for (QAbstractButton *button : dialog.findChildren<QAbstractButton *>()) {
             if (button->isVisible() && button->text().remove(u'&') == buttonText)

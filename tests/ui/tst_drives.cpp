@@ -115,7 +115,8 @@ private Q_SLOTS:
         w.act(u"unlock"_s, {{u"Senha do cofre"_s, u"uma senha boa ; OK"_s}});
         pullOut();
         QTRY_COMPARE(shown(), u"PRATICA"_s);
-        QCOMPARE(w.window.statusBar()->currentMessage(), u"A unidade do cofre aberto foi desconectada."_s);
+        QCOMPARE(w.window.statusBar()->currentMessage(),
+                 u"A unidade do cofre aberto foi desconectada. Conecte-a de novo para continuar."_s);
         mount("sdy1", root);
         QTRY_COMPARE(shown(), u"PRATICA [OUTRO]"_s);
         QCOMPARE(w.window.statusBar()->currentMessage(),

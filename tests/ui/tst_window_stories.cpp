@@ -62,7 +62,8 @@ public:
             {QRegularExpression(u"/[^ ¶]*/Tessarin/[-0-9a-f]{36}"_s), u"COPIES"_s},
             {QRegularExpression(u"Container: [^(]*…[^(]*"_s), u"Container: … "_s},
             {QRegularExpression(u"disponível: [^¶]*|execução¶[^|]*"_s), u"N"_s},
-            {QRegularExpression(u"[0-9]+\\.[0-9]+\\.[0-9]+|[0-9]+/[0-9]+/[0-9]+|[0-9]+-[0-9-]+_[0-9]+"_s),
+            {QRegularExpression(
+                 u"[0-9]+\\.[0-9]+\\.[0-9]+|[0-9]+/[0-9]+/[0-9]+( [0-9:]+)?|[0-9]+-[0-9-]+_[0-9]+"_s),
              u"N"_s}};
         told.replaceInStrings(host.path(), u"HOST"_s).replaceInStrings(stick.path(), u"STICK"_s);
         told.replaceInStrings(longName, u"LONG"_s);
@@ -96,9 +97,16 @@ private:
         else if (verb == u"sort"_s)
             QTest::mouseClick(w.table.horizontalHeader()->viewport(), Qt::LeftButton, {},
                               {w.table.horizontalHeader()->sectionViewportPosition(what.toInt()) + 5, 5});
+        else if (verb == u"key"_s)
+            press(what);
+        else if (verb == u"middle"_s)
+            QTest::mouseDClick(w.table.viewport(), Qt::MiddleButton, {}, w.placeOf(what));
         else if (verb == u"padlock"_s)
             w.padlock.click();
-        else if (verb == u"close"_s)
+        else if (verb == u"padlock-twice"_s) {
+            QTest::mouseClick(&w.padlock, Qt::LeftButton);
+            QTest::mouseDClick(&w.padlock, Qt::LeftButton);
+        } else if (verb == u"close"_s)
             outcome += w.window.close() ? u"closed"_s : u"open"_s;
         else if (verb == u"drive"_s)
             Q_EMIT w.deviceList.itemDoubleClicked(w.deviceList.item(what.toInt()));
@@ -113,10 +121,24 @@ private:
             w.drives->removeAt(what.toInt());
         else if (verb == u"look"_s)
             look();
+        else if (verb == u"wait"_s)
+            QTest::qWait(200);
         else if (w.action(verb))
             w.action(verb)->trigger();
         else
             outcome += u"there is no such thing to do"_s;
+    }
+
+    /// One key after the other; the last one is held down.
+    void press(const QString &keys)
+    {
+        for (const QString &key : keys.split(u' ')) {
+            const Qt::Key code = QKeySequence(key)[0].key();
+            QTest::keyClick(&w.deviceList, code);
+            QKeyEvent again(QEvent::KeyPress, code, {}, {}, true);
+            if (key == u"Return"_s)
+                QApplication::sendEvent(&w.deviceList, &again);
+        }
     }
 
     void shell(const QString &command)
@@ -160,7 +182,10 @@ private:
         for (int row = 0; row < w.table.rowCount(); ++row) {
             for (int column = 1; column < 4; ++column)
                 cells += w.table.item(row, column)->text() + (column < 3 ? u","_s : QString());
+            cells.last() += w.table.item(row, 0)->data(Qt::AccessibleTextRole).toString().section(u',', 1);
         }
+        const QString heard = w.table.accessibleDescription();
+        const QList<QTableWidgetItem *> chosen = w.table.selectedItems();
         static const QRegularExpression room(u"[0-9,.]+ .B livres"_s);
         const QImage image = w.padlock.icon().pixmap(48, 48).toImage();
         const auto *container = w.window.findChild<QLabel *>(u"containerLabel"_s);
@@ -168,6 +193,7 @@ private:
         const QStringList now{
             w.window.statusBar()->currentMessage(),
             u"rows: "_s + cells.join(u' '),
+            u"chosen: "_s + (chosen.isEmpty() ? QString() : chosen.value(1)->text()),
             u"can: "_s + enabled.join(u' '),
             u"padlock: %1 %2 %3 %4 %5"_s.arg(image.pixelColor(24, 32).name(),
                                              image.pixelColor(40, 15).alpha() > 0 ? u"open"_s : u"shut"_s,
@@ -175,6 +201,7 @@ private:
                                              state->styleSheet().section(u';', 0, 0).right(7)),
             u"labels: %1 (%2) %3"_s.arg(container->text(), container->toolTip(),
                                         w.label(u"protectedFiles"_s)),
+            u"hint: "_s + heard.mid(w.label(u"protectedFiles"_s).size()),
             u"drives: "_s + devices().replace(room, u"N livres"_s)};
         for (const QString &text : now) {
             if (!text.isEmpty() && (&text == &now.first() || !shown.contains(text)))
@@ -239,6 +266,10 @@ private:
     WindowHarness w{{usbDrive(u"PENDRIVE"_s, stick.path(), u"/dev/x1"_s)}};
 };
 
+/// Where Qt would keep settings; set before Qt asks.
+const QTemporaryDir settings;
+const bool isSet = qputenv("XDG_CONFIG_HOME", settings.path().toLocal8Bit());
+
 } // namespace
 
 class WindowStoriesTest : public QObject
@@ -247,6 +278,7 @@ class WindowStoriesTest : public QObject
 
 private Q_SLOTS:
     void initTestCase() { QLocale::setDefault(QLocale::c()); }
+    void cleanupTestCase() { QVERIFY(QDir(settings.path()).isEmpty()); }
 
     void everyStoryIsAsWritten_data()
     {

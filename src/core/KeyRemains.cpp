@@ -2,12 +2,15 @@
 #include "core/KeyRemains.h"
 
 #include "core/ContainerFormat.h"
+#include "core/HostFile.h"
 #include "core/SecureFileIndex.h"
 
+#include <QCoreApplication>
 #include <QFileDevice>
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <utility>
 
 namespace Tessarin::Core {
@@ -53,7 +56,7 @@ bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
 }
 
 /// What cannot be read is overwritten as well, where it is certain that nothing refers to it.
-bool wipeGap(QFileDevice &file, Range gap, bool isFree)
+bool wipeGap(QFileDevice &file, Range gap, bool isFree, const std::function<void(qint64 bytes)> &count)
 {
     constexpr qint64 pageSize = 4096;
     constexpr qint64 overlap = 32; // A name may lie across the border of two chunks.
@@ -73,34 +76,74 @@ bool wipeGap(QFileDevice &file, Range gap, bool isFree)
             }
         }
         const qint64 end = offset + chunk.size();
-        offset = end < gap.second ? std::max(offset + 1, end - overlap) : end;
+        const qint64 next = end < gap.second ? std::max(offset + 1, end - overlap) : end;
+        count(next - offset);
+        offset = next;
     }
     return true;
 }
 
+/// The places of the listed blocks, as far as they lie in the file, and an empty one at its end; sorted.
+QList<Range> blockRanges(const SecureFileIndex *index, qint64 end)
+{
+    QList<Range> blocks{{end, end}};
+    if (index == nullptr)
+        return blocks;
+    for (const VaultFileEntry &file : index->entries()) {
+        for (const VaultFileBlock &block : file.blocks) {
+            if (block.offset >= 0 && block.offset < end && block.encryptedSize > 0)
+                blocks.append(
+                    {block.offset, block.offset + std::min(block.encryptedSize, end - block.offset)});
+        }
+    }
+    std::sort(blocks.begin(), blocks.end());
+    return blocks;
+}
+
+QList<Range> gapsBetween(const QList<Range> &blocks)
+{
+    QList<Range> gaps;
+    qint64 begin = ContainerFormat::blockAreaOffset;
+    for (const auto &[blockBegin, blockEnd] : blocks) {
+        if (begin < blockBegin)
+            gaps.append({begin, blockBegin});
+        begin = std::max(begin, blockEnd);
+    }
+    return gaps;
+}
+
+/// Ends the file behind the last block. What is cut off stays on the drive until it is used again, so the
+/// record that was written last, at the end, loses its key before.
+bool cutOff(QFileDevice &file, Range gap)
+{
+    constexpr qint64 mostRecord = 2 * ContainerFormat::headerAreaSize;
+    const Range end{std::max(gap.first, gap.second - mostRecord), gap.second};
+    return wipeGap(file, end, true, [](qint64) {}) && syncFile(file) && file.resize(gap.first);
+}
+
 } // namespace
 
-bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index)
+bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const ProgressCallback &progress)
 {
-    QList<Range> blocks;
-    if (index != nullptr) {
-        for (const VaultFileEntry &file : index->entries()) {
-            for (const VaultFileBlock &block : file.blocks)
-                blocks.append({block.offset, block.offset + block.encryptedSize});
-        }
-    }
     const qint64 end = container.size();
-    blocks.append({end, end});
-    std::sort(blocks.begin(), blocks.end());
-    qint64 gapBegin = ContainerFormat::blockAreaOffset;
-    for (const auto &[blockBegin, blockEnd] : std::as_const(blocks)) {
-        if (gapBegin < blockBegin &&
-            !wipeGap(container, {gapBegin, std::min(blockBegin, end)}, index != nullptr)) {
-            return false;
-        }
-        gapBegin = std::max(gapBegin, blockEnd);
+    QList<Range> gaps = gapsBetween(blockRanges(index, end));
+    // Without a lock, another program may be appending there.
+    if (index != nullptr && !gaps.isEmpty() && gaps.last().second == end &&
+        takeLock(container) == FileLock::Taken && !cutOff(container, gaps.takeLast())) {
+        return false;
     }
-    return true;
+    qint64 totalBytes = 0;
+    for (const auto &[gapBegin, gapEnd] : std::as_const(gaps))
+        totalBytes += gapEnd - gapBegin;
+    qint64 doneBytes = 0;
+    const auto count = [&](qint64 bytes) {
+        doneBytes += bytes;
+        if (progress)
+            progress(doneBytes, totalBytes,
+                     QCoreApplication::translate("VaultManager", "Conferindo o container no USB"));
+    };
+    return std::all_of(gaps.cbegin(), gaps.cend(),
+                       [&](Range gap) { return wipeGap(container, gap, index != nullptr, count); });
 }
 
 } // namespace Tessarin::Core

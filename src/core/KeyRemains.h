@@ -3,15 +3,19 @@
 // the vault.
 #pragma once
 
+#include "core/ProgressCallback.h"
+
 class QFileDevice;
 
 namespace Tessarin::Core {
 
 class SecureFileIndex;
 
-/// Overwrites them wherever no listed block lies; what it has written still has to be synced. Reads all that
-/// deleted files have left. `index` may be null when it is not known: then only what is surely a header is
-/// overwritten.
-[[nodiscard]] bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index);
+/// Overwrites them wherever no listed block lies; what it has written still has to be synced. Reads what
+/// deleted files have left between the blocks, and reports progress of that. What lies behind the last block
+/// is cut off instead, when the container is locked. `index` may be null when it is not known: then only what
+/// is surely a header is overwritten, and nothing cut off.
+[[nodiscard]] bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index,
+                                  const ProgressCallback &progress);
 
 } // namespace Tessarin::Core

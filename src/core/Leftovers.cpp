@@ -246,9 +246,13 @@ FileLock lockWorkingFolder(const QString &path, QFile &folder)
     const int descriptor =
         ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     struct stat status = {};
-    const bool isOwn = descriptor >= 0 &&
-                       folder.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
-                       ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
+    if (descriptor < 0)
+        return FileLock::Held;
+    if (!folder.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle)) {
+        ::close(descriptor);
+        return FileLock::Held;
+    }
+    const bool isOwn = ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
     return isOwn ? takeLock(folder) : FileLock::Held;
 }
 

@@ -256,9 +256,14 @@ bool TempWorkspaceManager::openNewCopy(QFile &copy)
         return false;
     newCopyName = ".tessarin-" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
     const int descriptor = handle->openFile(newCopyName, O_WRONLY | O_CREAT | O_EXCL);
-    return descriptor >= 0 &&
-           copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle) &&
-           ::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0;
+    if (descriptor < 0)
+        return false;
+    if (!copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle))
+        ::close(descriptor);
+    else if (::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0)
+        return true;
+    dropCopy(copy);
+    return false;
 }
 
 bool TempWorkspaceManager::putCopy(const QString &vaultPath, QFile &copy)
@@ -292,7 +297,14 @@ bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const
     const int descriptor =
         !parent.isOpen() || name.isEmpty() ? -1 : parent.openFile(name, O_RDONLY | O_NONBLOCK);
     QFile copy;
-    return descriptor >= 0 && copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
+    struct stat status = {};
+    if (descriptor < 0)
+        return false;
+    if (!copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle)) {
+        ::close(descriptor);
+        return false;
+    }
+    return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
            isOpenAt(copy, pathForVaultFile(vaultPath));
 }
 

@@ -82,8 +82,11 @@ public:
     [[nodiscard]] bool lockVault(const ProgressCallback &progress);
 
     /// Wraps the master key under a new password; only while locked. No file data is touched.
+    /// What deleted files have left is searched for former wrappings, which takes a while and is reported.
     [[nodiscard]] bool changePassword(const QString &containerPath, const QByteArray &currentPassword,
                                       const QByteArray &newPassword);
+    [[nodiscard]] bool changePassword(const QString &containerPath, const QByteArray &currentPassword,
+                                      const QByteArray &newPassword, const ProgressCallback &progress);
 
     /// Stores a new index in the container and adopts it.
     [[nodiscard]] bool saveIndex(const SecureFileIndex &index);

@@ -121,6 +121,12 @@ bool VaultManager::lockVault(const ProgressCallback &progress)
 bool VaultManager::changePassword(const QString &containerPath, const QByteArray &currentPassword,
                                   const QByteArray &newPassword)
 {
+    return changePassword(containerPath, currentPassword, newPassword, {});
+}
+
+bool VaultManager::changePassword(const QString &containerPath, const QByteArray &currentPassword,
+                                  const QByteArray &newPassword, const ProgressCallback &progress)
+{
     if (sessionState != Locked || currentPassword.isEmpty() || !isLongEnough(newPassword))
         return fail(Failure::Refused);
 
@@ -141,7 +147,7 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     }
     // Another program may have added blocks since.
     const bool isIndexCurrent = isIndexKnown && decryptIndex(document, opened.masterKey, &opened.index);
-    if (!wipeKeyRemains(update.file(), isIndexCurrent ? &opened.index : nullptr))
+    if (!wipeKeyRemains(update.file(), isIndexCurrent ? &opened.index : nullptr, progress))
         return fail(Failure::DriveGone);
 
     const QString formerCipher = document.crypto.cipher;

@@ -97,7 +97,8 @@ Core::Failure writeNew(QWidget *parent, QFile &source, QFile &file)
     const bool copied = copyContainer(parent, source, file);
     const Core::Failure failure = copied ? Core::Failure::None : failureOf(source, file);
     file.close();
-    if (!copied)
+    // What is no file, a device for example, is not ours to delete.
+    if (!copied && QFileInfo(writtenPath).isFile())
         QFile::remove(writtenPath);
     Core::syncDirectory(QFileInfo(writtenPath).absolutePath());
     return failure;

@@ -74,8 +74,10 @@ Outcome VaultOperations::changePassword(const QString &containerPath)
         QByteArray newPassword = dialog.newPassword();
         const Core::WipedAtScopeEnd wipedCurrent(currentPassword);
         const Core::WipedAtScopeEnd wipedNew(newPassword);
-        const WaitCursor waitCursor;
-        changed = vault.changePassword(containerPath, currentPassword, newPassword);
+        ProgressDialog progress(parent, tr("Alterar senha"));
+        changed = vault.changePassword(containerPath, currentPassword, newPassword,
+                                       progress.reporter(tr("%1...\n%2 de %3")));
+        progress.finish();
     }
     if (!changed)
         return {

@@ -1,5 +1,7 @@
-// Compaction on a real drive: what it reclaims, and what is left when the drive does not play along, here and
-// in other operations. Runs on a practice drive, which it may fill up, and mounts another.
+// Compaction and creation on a real drive: what they reclaim and leave, and what is left when the drive does
+// not play along, here and in other operations. Runs on a practice drive, which it may fill up, and mounts
+// another.
+#include "core/Leftovers.h"
 #include "support/VaultFixture.h"
 
 #include <QDir>
@@ -33,6 +35,11 @@ QString driveRoot()
 QStringList workingFolders()
 {
     return QDir::temp().entryList({u"Tessarin-compact-*"_s}, QDir::Dirs);
+}
+
+bool isZero(const QByteArray &bytes)
+{
+    return bytes == QByteArray(bytes.size(), '\0');
 }
 
 } // namespace
@@ -304,13 +311,77 @@ private Q_SLOTS:
     {
         QCOMPARE(fixture->play(u"put a=conteúdo; put b=b"_s), QString());
         QVERIFY(QFile::copy(fixture->container, twin));
-        overwrite(fixture->container, 8388640,
-                  "X"); // A block that only the twin has whole; then a file that only it has.
+        // A block that only the twin has whole; then a file that only it has.
+        overwrite(fixture->container, 8388640, "X");
         QVERIFY(fixture->reopen());
         QCOMPARE(vault().compactionLeftovers(), QStringList{twin});
         QCOMPARE(fixture->play(u"delete a; lock; password uma senha bem longa>outra senha longa"_s),
                  QString());
         QCOMPARE(vault().compactionLeftovers(), QStringList{twin});
+    }
+
+    /// Unlocking shows no progress; compaction does, and leaves no key in what it deletes.
+    void whatUnlockingCannotJudgeInAMomentIsLeftToCompaction()
+    {
+        QVERIFY(put(u"a"_s, noise(33 * mebibyte, 6)));
+        const QString folder = temporary.filePath(u"Tessarin-compact-abcdef"_s);
+        const QString built = folder + u"/tessarin.trvx"_s;
+        QVERIFY(QDir().mkdir(folder));
+        writeFile(folder + u"/alheio"_s, "de outro");
+        QVERIFY(QFile::copy(fixture->container, built));
+        const QString link = temporary.filePath(u"link"_s);
+        QCOMPARE(::link(QFile::encodeName(built).constData(), QFile::encodeName(link).constData()), 0);
+        QVERIFY(fixture->reopen());
+        QCOMPARE(vault().compactionLeftovers(), QStringList{built});
+        QCOMPARE(fixture->play(u"compact"_s), QString());
+        QCOMPARE(vault().compactionLeftovers(), QStringList());
+        QVERIFY(isZero(readFile(link).first(512)));
+        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{u"alheio"_s});
+    }
+
+    void whatAKilledCreationLeftGoesWithTheNextUnlocking_data()
+    {
+        QTest::addColumn<bool>("isOther");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("stays");
+        QTest::newRow("the former container") << true << QByteArray("a block") << false;
+        QTest::newRow("a new one, half written") << true << QByteArray() << false;
+        QTest::newRow("the container itself under two names") << false << QByteArray() << true;
+        QTest::newRow("in use") << true << QByteArray("a block") << true;
+    }
+    void whatAKilledCreationLeftGoesWithTheNextUnlocking()
+    {
+        QFETCH(const bool, isOther);
+        QFETCH(const QByteArray, bytes);
+        QFETCH(const bool, stays);
+        const QString left = newCreationPath(fixture->container);
+        QByteArray former = readFile(fixture->container) + bytes;
+        former[400] = static_cast<char>(former[400] ^ int(isOther));
+        writeFile(left, former);
+        QFile user(left);
+        QVERIFY(user.open(QIODevice::ReadOnly));
+        QVERIFY(!isOther || !stays || lockFile(user));
+        QCOMPARE(VaultManager::compactionTwins(fixture->container), QStringList{left});
+        QVERIFY(fixture->reopen());
+        QCOMPARE(vault().compactionLeftovers(), stays ? QStringList{left} : QStringList());
+        QCOMPARE(QFile::exists(left), stays);
+    }
+
+    void aContainerInUseIsNotReplacedAndALongNameIsNoHindrance()
+    {
+        QFile user(fixture->container);
+        QVERIFY(user.open(QIODevice::ReadOnly));
+        QVERIFY(lockFile(user));
+        const QByteArray former = readFile(fixture->container);
+        QVERIFY(!VaultManager().createVault(fixture->container, fixture->password));
+        QVERIFY(readFile(fixture->container) == former);
+        const QString longName = root + u'/' + QString(250, u'n') + u".trvx"_s;
+        for (int round = 0; round < 2; ++round) {
+            QVERIFY(vault().createVault(longName, fixture->password));
+            QVERIFY(vault().unlockVault(longName, fixture->password));
+            QVERIFY(vault().compactVault({}, nullptr));
+        }
+        QCOMPARE(QDir(root).entryList(QDir::Files).size(), 2);
     }
 
     void aPulledDriveFailsEverythingAndLosesNothing()

@@ -138,6 +138,27 @@ private Q_SLOTS:
         QVERIFY(readFile(f.container) == former);
     }
 
+    void aNewPasswordSearchesTheGapsAndCutsOffTheRest()
+    {
+        VaultFixture f;
+        QVERIFY(f.put(u"morto"_s, QByteArray(3000000, 'm')));
+        QVERIFY(f.put(u"vivo"_s, "v"));
+        const qint64 size = QFileInfo(f.container).size();
+        QVERIFY(f.put(u"fim"_s, noise(20000000, 3)));
+        QCOMPARE(f.play(u"delete morto; delete fim; lock"_s), QString());
+        qint64 done = 0;
+        qint64 total = 0;
+        const auto note = [&](qint64 doneBytes, qint64 totalBytes, const QString &) {
+            done = doneBytes;
+            total = totalBytes;
+        };
+        QVERIFY(f.vault.changePassword(f.container, f.password, "outra senha longa", note));
+        QCOMPARE(done, 3000016);
+        QCOMPARE(total, done);
+        QCOMPARE(QFileInfo(f.container).size(), size);
+        QCOMPARE(f.play(u"unlock outra senha longa; get vivo=v"_s), QString());
+    }
+
     void damagedOrHostileBlocksFailToExport()
     {
         VaultFixture f;

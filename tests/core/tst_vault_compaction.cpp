@@ -157,7 +157,7 @@ private Q_SLOTS:
     void damageInABlockStopsNothingButTheSameBytesAreKept()
     {
         QCOMPARE(fixture->play(u"put a=aaaa; put b=bbbb"_s), QString());
-        overwrite(fixture->container, fixture->entry(u"a"_s).blocks.first().offset, "X");
+        overwrite(fixture->container, fixture->entry(u"a"_s).blocks.first().offset, "XXXXX");
         QCOMPARE(fixture->play(u"compact; get b=bbbb; -get a=aaaa"_s), QString());
         QVERIFY(QFile::resize(fixture->container, QFileInfo(fixture->container).size() - 1));
         const QByteArray former = readFile(fixture->container);
@@ -225,7 +225,7 @@ private Q_SLOTS:
                 if (more.open(QIODevice::Append))
                     more.write(QByteArray(200 * mebibyte, 'f'));
             } else if (done == total && target.seek(total - 5)) {
-                target.write("X");
+                target.write("XXXXX");
             }
         };
         QString preserved;
@@ -257,7 +257,7 @@ private Q_SLOTS:
              {true, false}) { // Bytes that it was not given, and a save where no locks are.
             const auto interfere = [&](qint64 done, qint64 total, const QString &) {
                 if (done == total)
-                    overwrite(isTwin ? twin : fixture->container, isTwin ? 1000 : 0, isTwin ? "X" : theirs);
+                    overwrite(isTwin ? twin : fixture->container, isTwin ? 1000 : 0, isTwin ? "XXXXX" : theirs);
             };
             QString preserved;
             QVERIFY(!vault().compactVault(interfere, &preserved));

@@ -186,7 +186,7 @@ private Q_SLOTS:
         QVERIFY(f.vault.saveIndex(index));
         QVERIFY(f.get(u"a"_s).isNull());
         QVERIFY(exportsWith(&VaultFileBlock::offset, good.blocks.first().offset));
-        overwrite(f.container, good.blocks.first().offset + 500, "X");
+        overwrite(f.container, good.blocks.first().offset + 500, "XXXXX");
         QVERIFY(f.get(u"a"_s).isNull());
     }
 };

@@ -37,10 +37,7 @@ bool renameOver(const QString &from, const QString &to)
 /// which only a sync of the file itself completes.
 bool syncRenamed(QFile &file, const QString &path)
 {
-    if (!syncFile(file))
-        return false;
-    syncDirectory(QFileInfo(path).absolutePath());
-    return true;
+    return syncFile(file) && syncDirectory(QFileInfo(path).absolutePath());
 }
 
 /// These two leave nothing of the new file behind when they fail.
@@ -72,7 +69,8 @@ bool putInPlaceOf(QFile &former, QFile &file)
     // On FAT the other name leads to the new file, too, until the former one is synced under it.
     if (syncRenamed(file, path) && syncRenamed(former, otherPath)) {
         QFile::remove(otherPath);
-        syncDirectory(QFileInfo(path).absolutePath());
+        // Whether the former file is gone for good changes nothing about the new one.
+        static_cast<void>(syncDirectory(QFileInfo(path).absolutePath()));
         return true;
     }
     // As long as neither is certain to have the name, neither is removed.

@@ -211,7 +211,7 @@ bool Compactor::isOldInForce(const QString &path) const
 {
     ContainerDocument inForce;
     return isOpenAt(vault.container, path) && containers.readDocument(path, &inForce) &&
-           sealOf(inForce) == oldSeal && wrapAlike(inForce, oldHeader);
+           indexIdentity(inForce) == oldSeal && wrapAlike(inForce, oldHeader);
 }
 
 void Compactor::removeTwin()

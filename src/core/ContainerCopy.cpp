@@ -41,6 +41,7 @@ CopyResult failureOf(int errorNumber)
 CopyResult copyInChunks(QFile &source, QFile &target, const ProgressCallback &progress)
 {
     const qint64 totalBytes = source.size();
+    Writeback writeback(0);
     QByteArray firstSector;
     QByteArray chunk;
     for (qint64 doneBytes = 0; doneBytes < totalBytes;) {
@@ -51,9 +52,9 @@ CopyResult copyInChunks(QFile &source, QFile &target, const ProgressCallback &pr
             firstSector = chunk.first(qMin(sectorSize, chunk.size()));
             std::fill_n(chunk.begin(), firstSector.size(), '\0');
         }
-        if (!writeFully(target, chunk) || !startWriteback(target, doneBytes, chunk.size()))
-            return failureOf(errno);
         doneBytes += chunk.size();
+        if (!writeFully(target, chunk) || !writeback.advance(target, doneBytes))
+            return failureOf(errno);
         if (progress)
             progress(doneBytes, totalBytes, replacingLabel());
     }
@@ -72,8 +73,8 @@ CopyResult copyDurably(const QString &sourcePath, QFile &target, const ProgressC
         return CopyResult::Failed;
     }
     const CopyResult result = copyInChunks(source, target, progress);
-    if (result == CopyResult::Done)
-        syncDirectory(QFileInfo(target).absolutePath());
+    if (result == CopyResult::Done && !syncDirectory(QFileInfo(target).absolutePath()))
+        return failureOf(errno);
     return result;
 }
 

@@ -3,7 +3,8 @@
 
 #include "core/AtomicFile.h"
 #include "core/Base64.h"
-#include "core/ContainerUpdate.h"
+#include "core/ContainerTransaction.h"
+#include "core/HeaderArea.h"
 #include "core/JsonScan.h"
 #include "core/JsonText.h"
 
@@ -24,41 +25,16 @@ using namespace ContainerFormat;
 
 namespace {
 
-/// The length line as this program writes it has 21 bytes; readers bear white space around the number, but
-/// not a line without end.
-constexpr qint64 longestLengthLine = 256;
-
 bool writeAll(QIODevice &device, const QByteArray &bytes)
 {
     return device.write(bytes) == bytes.size();
 }
 
-QByteArray lengthLine(qint64 headerLength)
-{
-    return QByteArray::number(headerLength).rightJustified(lengthDigits, '0') + '\n';
-}
-
-/// Length line, header and zero fill, written from behind the magic.
+/// What lies before the blocks, with its zeros.
 bool writeHeaderArea(QIODevice &device, const QByteArray &header)
 {
-    if (header.size() > headerAreaSize || !device.seek(fileMagicSize))
-        return false;
-
-    QByteArray area = lengthLine(header.size()) + header;
-    area.append(headerAreaSize - header.size(), '\0');
-    return writeAll(device, area);
-}
-
-bool readMagic(QIODevice &device)
-{
-    return device.read(fileMagicSize) == QByteArray::fromRawData(fileMagic, fileMagicSize);
-}
-
-/// The line after the magic, its line feed included; empty when there is none within reach.
-QByteArray readLengthLine(QIODevice &device)
-{
-    QByteArray line = device.readLine(longestLengthLine);
-    return line.endsWith('\n') ? line : QByteArray();
+    return header.size() <= headerAreaSize && device.seek(0) &&
+           writeAll(device, HeaderArea(header).bytesOf({0, blockAreaOffset}));
 }
 
 QByteArray bytesFromJson(const QJsonObject &object, QLatin1String key)
@@ -217,8 +193,7 @@ bool ContainerManager::writeDocument(const QString &path, const ContainerDocumen
                                      const PayloadWriter &payloadWriter) const
 {
     return writeAtomically(path, [&](QFile &file) {
-        return writeAll(file, QByteArray::fromRawData(fileMagic, fileMagicSize)) &&
-               writeHeaderArea(file, {}) && (!payloadWriter || payloadWriter(file)) &&
+        return writeHeaderArea(file, {}) && (!payloadWriter || payloadWriter(file)) &&
                writeHeaderArea(file, buildHeader(document));
     });
 }
@@ -230,12 +205,12 @@ bool ContainerManager::writeDocument(const QString &path, const ContainerDocumen
 
 bool ContainerManager::updateDocumentHeader(const QString &path, const ContainerDocument &document) const
 {
-    ContainerUpdate update(path);
-    return update.begin() && update.discardRecords([](const UndoRecord &) { return true; }) &&
-           update.writeHeader(buildHeader(document)) == ContainerUpdate::Outcome::Done;
+    ContainerTransaction change(path);
+    return change.begin() && change.settleAll([](const UndoRecord &) { return true; }) &&
+           change.commit(buildHeader(document)) == ContainerTransaction::Outcome::Committed;
 }
 
-bool ContainerManager::parseHeader(const QByteArray &header, ContainerDocument *document) const
+bool ContainerManager::parseHeader(QByteArrayView header, ContainerDocument *document) const
 {
     const std::optional<JsonMembers> members =
         findMembers(header, {"magic", "formatVersion", "crypto", "encryptedIndex", "encryptedPayload",
@@ -261,24 +236,15 @@ bool ContainerManager::parseHeader(const QByteArray &header, ContainerDocument *
 bool ContainerManager::readDocument(const QString &path, ContainerDocument *document) const
 {
     QFile file(path);
-    if (document == nullptr || !QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly) ||
-        !readMagic(file))
+    // Opening a named pipe would wait for ever.
+    if (document == nullptr || !QFileInfo(path).isFile() ||
+        !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         return false;
-
-    const QByteArray line = readLengthLine(file);
-    bool isNumber = false;
-    const qint64 headerLength = line.trimmed().toLongLong(&isNumber, 10);
-    if (!isNumber || line.contains('\0') || headerLength < 1 || headerLength > headerAreaSize)
+    }
+    const std::optional<HeaderArea> area = HeaderArea::read(file);
+    if (!area || !parseHeader(area->header(), document))
         return false;
-
-    QByteArray area = file.read(headerAreaSize);
-    if (area.size() != headerAreaSize)
-        return false;
-    area.truncate(headerLength);
-
-    if (!parseHeader(area, document))
-        return false;
-    document->payloadOffset = fileMagicSize + line.size() + headerAreaSize;
+    document->payloadOffset = area->blockAreaOffset();
     return true;
 }
 

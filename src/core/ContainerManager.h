@@ -7,6 +7,7 @@
 #include "core/SecureFileIndex.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QHash>
 #include <QJsonObject>
 #include <QString>
@@ -64,14 +65,14 @@ public:
                                      const PayloadWriter &payloadWriter) const;
     [[nodiscard]] bool writeDocument(const QString &path, const ContainerDocument &document) const;
 
-    /// Rewrites the header in place, so that a power cut leaves it old or new (see ContainerUpdate). False
-    /// when the file is no container or in use, its block area does not begin where this program puts it,
-    /// or the header exceeds its area.
+    /// Rewrites the header in place, so that a power cut leaves it old or new (see ContainerTransaction).
+    /// False when the file is no container or in use, its block area does not begin where this program puts
+    /// it, or the header exceeds its area.
     [[nodiscard]] bool updateDocumentHeader(const QString &path, const ContainerDocument &document) const;
 
     /// Reads a header by itself, which does not tell the payloadOffset: that is 0 afterwards. Fills
     /// `document` only on success.
-    [[nodiscard]] bool parseHeader(const QByteArray &header, ContainerDocument *document) const;
+    [[nodiscard]] bool parseHeader(QByteArrayView header, ContainerDocument *document) const;
 
     /// Fills `document` only on success.
     [[nodiscard]] bool readDocument(const QString &path, ContainerDocument *document) const;

@@ -19,6 +19,7 @@ enum class Failure {
     TargetUnwritable,       ///< The local file to export to cannot be written.
     TargetFull,             ///< There is no room for it.
     NameTooLong,            ///< The local file system does not take the name.
+    FormerKeyRemains,       ///< The new password is in force, but the former one may still open the drive.
     WorkspaceUnavailable,   ///< The folder of the temporary copies cannot be made, used or removed.
     Other,
 };

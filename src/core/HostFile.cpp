@@ -7,6 +7,7 @@
 #include <QFileInfo>
 
 #include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -74,17 +75,27 @@ bool writeFully(QFileDevice &file, QByteArrayView bytes)
     return true;
 }
 
-bool startWriteback(QFileDevice &file, qint64 offset, qint64 size)
+bool Writeback::advance(QFileDevice &file, qint64 end)
 {
-    // Waiting for what came before keeps at most these bytes on their way.
-    constexpr unsigned int all =
-        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-    if (::sync_file_range(file.handle(), 0, offset, all) == 0 &&
-        ::sync_file_range(file.handle(), offset, size, SYNC_FILE_RANGE_WRITE) == 0) {
+    constexpr qint64 leastSize = 4 * 1024 * 1024; // Small files are sent together.
+    if (end - startedTo < leastSize)
         return true;
-    }
+    constexpr unsigned int wait =
+        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    const auto send = [&file](qint64 from, qint64 to, unsigned int how) {
+        return from == to || ::sync_file_range(file.handle(), from, to - from, how) == 0;
+    };
+    const bool isSent = send(waitedTo, startedTo, wait) && send(startedTo, end, SYNC_FILE_RANGE_WRITE);
+    waitedTo = std::exchange(startedTo, end);
     // What is no ordinary file, or lies on a file system without this, is written when it is.
-    return errno == EINVAL || errno == ESPIPE || errno == ENOSYS;
+    return isSent || errno == EINVAL || errno == ESPIPE || errno == ENOSYS;
+}
+
+void readSparingly(QFileDevice &file)
+{
+    ::posix_fadvise(file.handle(), 0, 0, POSIX_FADV_RANDOM);
+    // Refused where the file is another user's.
+    ::fcntl(file.handle(), F_SETFL, ::fcntl(file.handle(), F_GETFL) | O_NOATIME);
 }
 
 void dropCachedPages(QFileDevice &file)
@@ -92,14 +103,15 @@ void dropCachedPages(QFileDevice &file)
     ::posix_fadvise(file.handle(), 0, 0, POSIX_FADV_DONTNEED);
 }
 
-void syncDirectory(const QString &directoryPath)
+bool syncDirectory(const QString &directoryPath)
 {
     const int directory =
         ::open(QFile::encodeName(directoryPath).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory < 0)
-        return;
-    ::fsync(directory);
+        return false;
+    const bool isSynced = ::fsync(directory) == 0 || errno == EINVAL || errno == ENOTSUP;
     ::close(directory);
+    return isSynced;
 }
 
 bool isLackOfRoom(int errorNumber)

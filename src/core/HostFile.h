@@ -34,17 +34,31 @@ enum class FileLock {
 /// Writes all bytes where an unbuffered file stands. On failure, errno tells why.
 [[nodiscard]] bool writeFully(QFileDevice &file, QByteArrayView bytes);
 
-/// Sends written bytes on their way to the drive, and waits for those before them, so that a long write
-/// neither piles up in memory nor tells of progress that the drive has not made. False when the drive has not
-/// taken bytes that were written before, here or earlier: it tells so once, and syncFile() may not know of
-/// it.
-[[nodiscard]] bool startWriteback(QFileDevice &file, qint64 offset, qint64 size);
+/// Sends what is appended to a file on its way to the drive (sync_file_range), some MiB at a time, and waits
+/// for those before them: a long write neither piles up in memory nor tells of progress that the drive has
+/// not made. What lies before the appended bytes is not waited for.
+class Writeback
+{
+public:
+    explicit Writeback(qint64 begin) : waitedTo(begin), startedTo(begin) {}
+
+    /// The file has been written up to `end`. False, with errno, when the drive has not taken bytes that were
+    /// written before, here or elsewhere in the file: it tells so once, and syncFile() may not know of it.
+    [[nodiscard]] bool advance(QFileDevice &file, qint64 end);
+
+private:
+    qint64 waitedTo;
+    qint64 startedTo;
+};
+
+/// Reads by this handle fetch no more than they ask for, and leave the file's time of access alone.
+void readSparingly(QFileDevice &file);
 
 /// Lets the next read of a file that was synced come from the drive.
 void dropCachedPages(QFileDevice &file);
 
-/// Makes the names in a directory durable, where the file system can do that.
-void syncDirectory(const QString &directoryPath);
+/// Makes the names in a directory durable. True also where the file system cannot do that.
+[[nodiscard]] bool syncDirectory(const QString &directoryPath);
 
 /// True when an error number tells that there is no room for more bytes, and of no other fault.
 [[nodiscard]] bool isLackOfRoom(int errorNumber);

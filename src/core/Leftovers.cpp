@@ -175,10 +175,9 @@ private:
     {
         const QString path = vault.container.fileName();
         if (!takeFromBudget(ContainerFormat::blockAreaOffset) || !isOpenAt(vault.container, path) ||
-            !syncFile(vault.container)) {
+            !syncFile(vault.container) || !syncDirectory(QFileInfo(path).absolutePath())) {
             return false;
         }
-        syncDirectory(QFileInfo(path).absolutePath());
         dropCachedPages(vault.container);
         ContainerDocument document;
         SecureFileIndex index;

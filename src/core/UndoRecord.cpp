@@ -2,6 +2,7 @@
 #include "core/UndoRecord.h"
 
 #include "core/Base64.h"
+#include "core/HeaderArea.h"
 #include "core/Sha256.h"
 
 #include <QIODevice>
@@ -27,16 +28,10 @@ constexpr qsizetype hashesAt = lengthsAt + lengthCount * 8;
 constexpr qsizetype checksumAt = hashesAt + 2 * Sha256::sizeBytes;
 constexpr qsizetype trailerSize = checksumAt + Sha256::sizeBytes;
 
-/// A page of the kernel's cache reaches the drive as one: the record shares none with the header, and ends
-/// before the sector that holds the first block.
-constexpr qint64 pageSize = 4096;
+/// A record in the tail shares no page with the header, and ends before the sector that holds the first
+/// block.
 constexpr qint64 tailEnd = headerAreaSize;
-static_assert(tailEnd % pageSize == 0 && tailEnd < blockAreaOffset);
-
-constexpr qint64 pageBorderFrom(qint64 offset)
-{
-    return (offset + pageSize - 1) / pageSize * pageSize;
-}
+static_assert(tailEnd % HeaderArea::pageSize == 0 && tailEnd < blockAreaOffset);
 
 constexpr QByteArrayView indexKey("\"encryptedIndex\":\"");
 
@@ -102,6 +97,7 @@ struct Trailer
     QByteArray checksum;
 
     [[nodiscard]] qint64 recordSize() const { return lengths[0] + lengths[1] + lengths[3] + trailerSize; }
+    [[nodiscard]] qint64 headerSize() const { return lengths[0] + lengths[2] + lengths[3]; }
 };
 
 std::optional<Trailer> parseTrailer(const QByteArray &bytes)
@@ -118,15 +114,27 @@ std::optional<Trailer> parseTrailer(const QByteArray &bytes)
         if (trailer.lengths[i] < 0 || trailer.lengths[i] > headerAreaSize)
             return {};
     }
+    // The index as bytes is shorter than its text: what is read is bounded by what a header can hold.
+    if (trailer.headerSize() > headerAreaSize || trailer.lengths[1] > trailer.lengths[2])
+        return {};
     trailer.formerHash = bytes.mid(hashesAt, Sha256::sizeBytes);
     trailer.newHash = bytes.mid(hashesAt + Sha256::sizeBytes, Sha256::sizeBytes);
     trailer.checksum = bytes.mid(checksumAt);
     return trailer;
 }
 
-QByteArray readAt(QIODevice &container, qint64 offset, qint64 size)
+/// Where the wrapped key ends in a header, or in a record of it, at the latest.
+qint64 endOfWrappedKey(QByteArrayView header)
 {
-    return container.seek(offset) ? container.read(size) : QByteArray();
+    constexpr qint64 mostBehindItsName = 4096;
+    const qsizetype name = header.indexOf("\"encryptedMasterKey\"");
+    return name < 0 ? header.size() : name + mostBehindItsName;
+}
+
+RecordPlace placeOf(qint64 offset, qint64 recordSize, QByteArrayView formerHeader)
+{
+    const qint64 end = offset + recordSize;
+    return {offset, end, std::min(end, offset + endOfWrappedKey(formerHeader))};
 }
 
 std::optional<UndoRecord> findRecordEndingAt(QIODevice &container, qint64 end)
@@ -137,10 +145,9 @@ std::optional<UndoRecord> findRecordEndingAt(QIODevice &container, qint64 end)
         return {};
 
     UndoRecord record;
-    record.size = trailer->recordSize();
-    record.offset = end - record.size;
-    const QByteArray bytes = readAt(container, record.offset, record.size);
-    if (bytes.size() != record.size ||
+    const qint64 size = trailer->recordSize();
+    const QByteArray bytes = readAt(container, end - size, size);
+    if (bytes.size() != size ||
         Sha256::of(QByteArrayView(bytes).chopped(Sha256::sizeBytes)) != trailer->checksum)
         return {};
 
@@ -151,6 +158,7 @@ std::optional<UndoRecord> findRecordEndingAt(QIODevice &container, qint64 end)
     record.formerHeader = bytes.first(beforeSize) + indexText + bytes.mid(beforeSize + indexSize, afterSize);
     record.formerHeaderHash = trailer->formerHash;
     record.newHeaderHash = trailer->newHash;
+    record.place = placeOf(end - size, size, record.formerHeader);
     if (Sha256::of(record.formerHeader) != record.formerHeaderHash)
         return {};
     return record;
@@ -181,15 +189,11 @@ QByteArray undoRecordFor(const HashedHeader &former, const HashedHeader &next)
     return recordBytes(pieces, IndexStaysInPlace, former.hash, next.hash);
 }
 
-QByteArray undoRecordForSeries(const HashedHeader &former)
+RecordPlace placeForRecord(qint64 recordSize, QByteArrayView former, QByteArrayView next, qint64 fileSize)
 {
-    return recordBytes(cut(former.header), WholeIndex, former.hash, QByteArray(Sha256::sizeBytes, '\0'));
-}
-
-qint64 tailRecordOffset(qint64 recordSize, qint64 headerLength)
-{
-    const qint64 offset = tailEnd - recordSize;
-    return offset >= pageBorderFrom(headerAreaOffset + headerLength) ? offset : -1;
+    const qint64 headersEnd = pageBorderFrom(headerAreaOffset + std::max(former.size(), next.size()));
+    const bool fitsTail = tailEnd - recordSize >= headersEnd;
+    return placeOf(fitsTail ? tailEnd - recordSize : fileSize, recordSize, former);
 }
 
 std::optional<UndoRecord> findUndoRecord(QIODevice &container)

@@ -1,6 +1,6 @@
-// The undo record: the former header of a container, kept inside the container while the header is rewritten
-// in place, so that a rewrite that breaks off can be undone. docs/architecture.md tells when it is written
-// and when it is believed.
+// The undo record, a rollback journal of one entry: the former header of a container, kept inside the
+// container while the header is rewritten in place, so that a rewrite that breaks off can be rolled back.
+// docs/architecture.md tells when it is written and when it is believed.
 #pragma once
 
 #include "core/ContainerFormat.h"
@@ -14,13 +14,23 @@ class QIODevice;
 
 namespace Tessarin::Core {
 
+/// Where a record lies, in bytes from the start of the file.
+struct RecordPlace
+{
+    qint64 offset = 0;
+    qint64 end = 0;
+    qint64 keyEnd = 0; ///< The wrapped key in it ends before this.
+
+    /// True in the tail of the header area, false behind the last block.
+    [[nodiscard]] bool isInTail() const { return offset < ContainerFormat::blockAreaOffset; }
+};
+
 struct UndoRecord
 {
     QByteArray formerHeader;     ///< The JSON, byte for byte.
     QByteArray formerHeaderHash; ///< SHA-256 of it.
-    QByteArray newHeaderHash;    ///< SHA-256 of the header that was to follow; zeros when several were.
-    qint64 offset = 0;           ///< Bytes from the start of the file.
-    qint64 size = 0;
+    QByteArray newHeaderHash;    ///< SHA-256 of the header that was to follow.
+    RecordPlace place;
 
     /// True when the header on the drive is one that the record knows: then there is nothing to undo.
     [[nodiscard]] bool knows(QByteArrayView header) const;
@@ -37,12 +47,10 @@ struct HashedHeader
 /// the new header holds it at the same place.
 [[nodiscard]] QByteArray undoRecordFor(const HashedHeader &former, const HashedHeader &next);
 
-/// A record for a header that several others follow.
-[[nodiscard]] QByteArray undoRecordForSeries(const HashedHeader &former);
-
-/// Where a record of this size begins when it is kept in the unused tail of the header area; negative when
-/// it would share a page with a header of this length.
-[[nodiscard]] qint64 tailRecordOffset(qint64 recordSize, qint64 headerLength);
+/// Where to write a record of this size: in the unused tail of the header area, or, where it would share a
+/// page with either header there, at the end of the file.
+[[nodiscard]] RecordPlace placeForRecord(qint64 recordSize, QByteArrayView former, QByteArrayView next,
+                                         qint64 fileSize);
 
 /// Looks for a whole, undamaged record: in the tail of the header area, then at the end of the file.
 [[nodiscard]] std::optional<UndoRecord> findUndoRecord(QIODevice &container);

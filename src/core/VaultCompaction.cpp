@@ -12,27 +12,28 @@ namespace Tessarin::Core {
 
 bool VaultManager::compactVault(const ProgressCallback &progress, QString *preservedPath)
 {
-    if (sessionState != Unlocked || sessionContainerPath.isEmpty())
+    if (sessionState != Unlocked || importGroup)
         return fail(Failure::Refused);
     failure = Failure::Other;
 
-    ContainerDocument document;
-    ContainerUpdate usual(sessionContainerPath);
-    QFile withOtherLine(sessionContainerPath);
+    ContainerTransaction usual(container.path());
+    QFile withOtherLine(container.path());
     const bool isUsual = !hasOtherLengthLine();
-    if (!(isUsual ? beginChange(usual, document) : lockForReading(withOtherLine, document)))
-        return false;
+    const Failure reason = isUsual                         ? container.begin(usual)
+                           : lockForReading(withOtherLine) ? Failure::None
+                                                           : Failure::ChangedByOther;
+    if (reason != Failure::None)
+        return fail(reason);
 
-    const LockedVault present{isUsual ? usual.file() : withOtherLine, masterKey, sessionIndex};
+    const LockedVault present{isUsual ? usual.file() : withOtherLine, container.masterKey(),
+                              container.index()};
     leftovers = clearLeftovers(present, std::numeric_limits<qint64>::max(), progress);
-    Compactor compactor(present, document, sessionSeal, progress);
+    Compactor compactor(present, container.document(), container.identityOfIndex(), progress);
     const Compactor::Result result = compactor.build() ? compactor.putInPlace() : Compactor::Result::Kept;
     if (result == Compactor::Result::Kept)
         return fail(compactor.failure());
     // The new offsets count, wherever the new container has ended up.
-    sessionIndex = compactor.newIndex();
-    sessionSeal = sealOf(compactor.newDocument());
-    knownHeaderHash.clear();
+    container.replace(compactor.newDocument(), compactor.newIndex());
     if (result == Compactor::Result::Preserved && preservedPath != nullptr)
         *preservedPath = compactor.preservedPath();
     return result == Compactor::Result::Replaced ? succeed() : fail(compactor.failure());
@@ -53,25 +54,24 @@ QStringList VaultManager::compactionLeftovers() const
 bool VaultManager::hasOtherLengthLine() const
 {
     ContainerDocument document;
-    return containers.readDocument(sessionContainerPath, &document) &&
+    return containers.readDocument(container.path(), &document) &&
            document.payloadOffset != ContainerFormat::blockAreaOffset;
 }
 
-bool VaultManager::lockForReading(QFile &container, ContainerDocument &document) const
+bool VaultManager::lockForReading(QFile &file)
 {
-    return container.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && lockFile(container) &&
-           containers.readDocument(container.fileName(), &document) && sealOf(document) == sessionSeal;
+    return file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && lockFile(file) && container.reload();
 }
 
 /// After unlocking. Nothing is touched while another program works on the container, and where the file
 /// system has no locks to tell.
 void VaultManager::clearLeftoversOfSession()
 {
-    QFile container(sessionContainerPath);
-    if (container.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && takeLock(container) == FileLock::Taken)
-        leftovers = clearLeftovers({container, masterKey, sessionIndex}, mostBytesReadUnseen, {});
+    QFile file(container.path());
+    if (file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && takeLock(file) == FileLock::Taken)
+        leftovers = clearLeftovers({file, container.masterKey(), container.index()}, mostBytesReadUnseen, {});
     else
-        leftovers = leftoversBeside(sessionContainerPath);
+        leftovers = leftoversBeside(container.path());
 }
 
 } // namespace Tessarin::Core

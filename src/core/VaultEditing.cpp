@@ -18,7 +18,7 @@ bool VaultManager::prepareFileForEditing(const QString &vaultPath, QString *temp
 {
     if (sessionState != Unlocked || tempPath == nullptr)
         return fail(Failure::Refused);
-    const VaultFileEntry *entry = sessionIndex.findFile(normalizedVaultPath(vaultPath));
+    const VaultFileEntry *entry = currentIndex().findFile(normalizedVaultPath(vaultPath));
     if (entry == nullptr)
         return fail(Failure::Refused);
 

@@ -125,7 +125,7 @@ bool decryptIndex(const ContainerDocument &document, const SecretBytes &masterKe
     return true;
 }
 
-QByteArray sealOf(const ContainerDocument &document)
+QByteArray indexIdentity(const ContainerDocument &document)
 {
     return document.crypto.payloadNonce + document.encryptedIndex.right(CryptoManager::tagSizeBytes);
 }

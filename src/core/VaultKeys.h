@@ -39,6 +39,6 @@ void renewKeyParameters(ContainerDocument &document);
                                 SecureFileIndex *index);
 
 /// Tells one sealed index from every other: its nonce, which is never used twice, and its tag.
-[[nodiscard]] QByteArray sealOf(const ContainerDocument &document);
+[[nodiscard]] QByteArray indexIdentity(const ContainerDocument &document);
 
 } // namespace Tessarin::Core

@@ -17,24 +17,24 @@
 #pragma once
 
 #include "core/ContainerManager.h"
-#include "core/ContainerUpdate.h"
+#include "core/ContainerTransaction.h"
 #include "core/CryptoManager.h"
 #include "core/Failure.h"
 #include "core/FileSyncManager.h"
+#include "core/ImportGroup.h"
 #include "core/ProgressCallback.h"
-#include "core/Secret.h"
 #include "core/SecureFileIndex.h"
 #include "core/TempWorkspaceManager.h"
+#include "core/VaultContainer.h"
 
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QList>
 #include <QMap>
-#include <QSet>
 #include <QString>
 #include <QStringList>
 
-#include <memory>
+#include <optional>
 
 class QFile;
 class QIODevice;
@@ -81,8 +81,11 @@ public:
     [[nodiscard]] bool lockVault();
     [[nodiscard]] bool lockVault(const ProgressCallback &progress);
 
-    /// Wraps the master key under a new password; only while locked. No file data is touched.
-    /// What deleted files have left is searched for former wrappings, which takes a while and is reported.
+    /// Wraps the master key under a new password; only while locked. No file data is touched. What deleted
+    /// files have left is searched for former wrappings, which takes a while and is reported. False leaves
+    /// the former password, with two exceptions: with FormerKeyRemains the new one is in force, but the
+    /// former one may still open what the drive has kept; with DriveGone, when the drive failed while the
+    /// header was rewritten, the password that opens the vault next is in force.
     [[nodiscard]] bool changePassword(const QString &containerPath, const QByteArray &currentPassword,
                                       const QByteArray &newPassword);
     [[nodiscard]] bool changePassword(const QString &containerPath, const QByteArray &currentPassword,
@@ -100,11 +103,12 @@ public:
                                   const ProgressCallback &progress);
     [[nodiscard]] bool importFile(const QString &sourcePath, const QString &vaultPath);
 
-    /// Between these two calls imports wait for the drive together, about every two seconds, instead of one
-    /// by one. Ending is false when the last of them may not have reached the drive, or another program has
-    /// saved meanwhile; the index then lists what the container does. While a series is open, everything else
-    /// that changes the container is refused: moving, renaming, deleting, folders, saving the index,
-    /// compaction, a second series. Locking ends it first, and with it creating or unlocking another vault.
+    /// Between these two calls imports are committed together, about every two seconds, instead of one by
+    /// one. The index lists them at once, but until then a power cut takes them. Ending is false when some
+    /// for which importFile() answered with true are not in the vault after all, because the drive failed or
+    /// another program has saved meanwhile; the index no longer lists those. While a series is open,
+    /// everything else that changes the container is refused: moving, renaming, deleting, folders, saving the
+    /// index, compaction. Locking ends it first, and with it creating or unlocking another vault.
     void beginImportSeries();
     [[nodiscard]] bool endImportSeries();
 
@@ -174,34 +178,11 @@ private:
     [[nodiscard]] bool fail(Failure reason) const;
     [[nodiscard]] bool succeed() const;
 
-    // Changes of the container: begin, perhaps append, write the index.
-    [[nodiscard]] bool recallHeader(ContainerUpdate &update, ContainerDocument &document) const;
-    [[nodiscard]] bool beginChange(ContainerUpdate &update, ContainerDocument &document) const;
-    [[nodiscard]] ContainerUpdate::Outcome writeIndex(ContainerUpdate &update, ContainerDocument &document,
-                                                      const SecureFileIndex &index,
-                                                      ContainerUpdate::Care care);
-    [[nodiscard]] bool storeIndex(const SecureFileIndex &index, ContainerUpdate::Care care);
-
-    // Opening and recovery (VaultRecovery.cpp)
-    struct OpenedVault;
-    /// False with the key open when only the index is damaged, and no change broke off.
-    [[nodiscard]] bool openVault(const QString &path, const QByteArray &password, OpenedVault &opened) const;
-    [[nodiscard]] bool openWithRecord(QFile &container, const UndoRecord &record, const QByteArray &password,
-                                      OpenedVault &opened, ContainerUpdate *update) const;
-    [[nodiscard]] bool openHeader(const QByteArray &header, const QByteArray &password,
-                                  OpenedVault &opened) const;
-    [[nodiscard]] bool openDocument(const QByteArray &password, OpenedVault &opened) const;
-    [[nodiscard]] bool isWholeHeader(QFile &container, const QByteArray &header, const SecretBytes &key,
-                                     const UndoRecord &record) const;
-    [[nodiscard]] bool newBlocksOpen(QFile &container, const SecureFileIndex &index, const SecretBytes &key,
-                                     const UndoRecord &record) const;
+    [[nodiscard]] const SecureFileIndex &currentIndex() const;
+    [[nodiscard]] bool storeIndex(const SecureFileIndex &index, ContainerTransaction::Policy policy);
 
     // Storage
-    [[nodiscard]] SecureFileIndex indexForImport(const QString &vaultPath) const;
-    [[nodiscard]] bool appendBlocks(QFile &source, ContainerUpdate &change, VaultFileEntry &entry,
-                                    const ProgressCallback &progress) const;
-    [[nodiscard]] bool continueSeries(ContainerDocument &document) const;
-    void adoptIndexInForce(ContainerUpdate &update);
+    [[nodiscard]] bool commitImports(ImportGroup &group);
     void forgetCopies(const QString &vaultPath, const QString &exceptTempPath);
 
     // Namespace
@@ -211,21 +192,15 @@ private:
 
     // Compaction
     [[nodiscard]] bool hasOtherLengthLine() const;
-    [[nodiscard]] bool lockForReading(QFile &container, ContainerDocument &document) const;
+    [[nodiscard]] bool lockForReading(QFile &file);
     void clearLeftoversOfSession();
 
     State sessionState = Locked;
     mutable Failure failure = Failure::None;
-    QString sessionContainerPath;
-    SecretBytes masterKey;              ///< 64 bytes while unlocked, empty while locked.
-    QMap<QString, QByteArray> payloads; ///< Of the legacy format; always empty.
-    SecureFileIndex sessionIndex;
-    QByteArray knownHeaderHash; ///< Of the header that this session wrote last; empty when it wrote none.
-    ContainerDocument knownDocument; ///< What that header says, but for the index.
-    QByteArray sessionSeal;          ///< Tells the index that this session read or wrote last from any other.
-    QSet<QByteArray> ownSeals;       ///< Of every index that this session tried to write.
-    QStringList leftovers;           ///< Of compactions: the paths of those that had to stay.
-    std::unique_ptr<ContainerUpdate> importSeries;
+    VaultContainer container;
+    std::optional<ImportGroup> importGroup; ///< Between beginImportSeries() and endImportSeries().
+    QMap<QString, QByteArray> payloads;     ///< Of the legacy format; always empty.
+    QStringList leftovers;                  ///< Of compactions: the paths of those that had to stay.
     ContainerManager containers;
     CryptoManager crypto;
     TempWorkspaceManager workspace;

@@ -78,7 +78,7 @@ bool VaultManager::moveFile(const QString &filePath, const QString &targetDirect
     const QString target = normalizedVaultPath(targetDirectory);
     if (sessionState != Unlocked || source.isEmpty())
         return fail(Failure::Refused);
-    if (!target.isEmpty() && !indexContainsDirectoryPath(sessionIndex, target))
+    if (!target.isEmpty() && !indexContainsDirectoryPath(currentIndex(), target))
         return fail(Failure::Refused);
 
     return relocateFile(source, joinVaultPath(target, vaultBaseName(source)));
@@ -99,11 +99,11 @@ bool VaultManager::relocateFile(const QString &filePath, const QString &newFileP
 {
     if (newFilePath.isEmpty() || vaultPathsEqual(filePath, newFilePath))
         return fail(Failure::Refused);
-    const VaultFileEntry *file = sessionIndex.findFile(filePath);
-    if (file == nullptr || itemExists(sessionIndex, newFilePath) || hasOpenCopy(filePath))
+    const VaultFileEntry *file = currentIndex().findFile(filePath);
+    if (file == nullptr || itemExists(currentIndex(), newFilePath) || hasOpenCopy(filePath))
         return fail(Failure::Refused);
 
-    SecureFileIndex relocated = sessionIndex;
+    SecureFileIndex relocated = currentIndex();
     return relocated.setVaultPath(file->vaultPath, newFilePath) && saveIndex(relocated);
 }
 
@@ -112,12 +112,13 @@ bool VaultManager::deleteFile(const QString &filePath)
     const QString path = normalizedVaultPath(filePath);
     if (sessionState != Unlocked || path.isEmpty())
         return fail(Failure::Refused);
-    const VaultFileEntry *file = sessionIndex.findFile(path);
+    const VaultFileEntry *file = currentIndex().findFile(path);
     if (file == nullptr)
         return fail(Failure::Refused);
 
-    SecureFileIndex remaining = sessionIndex;
-    if (!remaining.remove(file->vaultPath) || !storeIndex(remaining, ContainerUpdate::Care::FreesSpace))
+    SecureFileIndex remaining = currentIndex();
+    if (!remaining.remove(file->vaultPath) ||
+        !storeIndex(remaining, ContainerTransaction::Policy::FreesSpace))
         return false;
 
     // An edit of the deleted file must not bring it back on lock.
@@ -128,10 +129,10 @@ bool VaultManager::deleteFile(const QString &filePath)
 bool VaultManager::createDirectory(const QString &directoryPath)
 {
     const QString path = normalizedVaultPath(directoryPath);
-    if (sessionState != Unlocked || path.isEmpty() || itemExists(sessionIndex, path))
+    if (sessionState != Unlocked || path.isEmpty() || itemExists(currentIndex(), path))
         return fail(Failure::Refused);
 
-    SecureFileIndex extended = sessionIndex;
+    SecureFileIndex extended = currentIndex();
     ensureParentDirectories(extended, path);
     const QDateTime now = QDateTime::currentDateTimeUtc();
     return extended.addDirectory({path, now, now}) && saveIndex(extended);
@@ -145,13 +146,13 @@ bool VaultManager::renameDirectory(const QString &directoryPath, const QString &
         return fail(Failure::Refused);
     if (vaultPathsEqual(from, to) || pathIsInsideDirectory(to, from))
         return fail(Failure::Refused);
-    if (!indexContainsDirectoryPath(sessionIndex, from) || itemExists(sessionIndex, to))
+    if (!indexContainsDirectoryPath(currentIndex(), from) || itemExists(currentIndex(), to))
         return fail(Failure::Refused);
     if (hasOpenCopy(from) || hasOpenCopyInside(from))
         return fail(Failure::Refused);
 
-    const SecureFileIndex moved = withDirectoryMoved(sessionIndex, from, to);
-    return keepsEveryEntry(sessionIndex, moved) ? saveIndex(moved) : fail(Failure::Refused);
+    const SecureFileIndex moved = withDirectoryMoved(currentIndex(), from, to);
+    return keepsEveryEntry(currentIndex(), moved) ? saveIndex(moved) : fail(Failure::Refused);
 }
 
 bool VaultManager::deleteDirectory(const QString &directoryPath)
@@ -159,13 +160,13 @@ bool VaultManager::deleteDirectory(const QString &directoryPath)
     const QString path = normalizedVaultPath(directoryPath);
     if (sessionState != Unlocked || path.isEmpty())
         return fail(Failure::Refused);
-    const VaultDirectoryEntry *directory = sessionIndex.findDirectory(path);
+    const VaultDirectoryEntry *directory = currentIndex().findDirectory(path);
     if (directory == nullptr)
         return fail(Failure::Refused);
 
     const auto isInside = [&path](const QString &other) { return pathIsInsideDirectory(other, path); };
-    const QList<VaultDirectoryEntry> &directories = sessionIndex.directories();
-    const QList<VaultFileEntry> &files = sessionIndex.entries();
+    const QList<VaultDirectoryEntry> &directories = currentIndex().directories();
+    const QList<VaultFileEntry> &files = currentIndex().entries();
     if (std::any_of(directories.cbegin(), directories.cend(),
                     [&](const auto &other) { return isInside(other.path); }) ||
         std::any_of(files.cbegin(), files.cend(),
@@ -173,9 +174,9 @@ bool VaultManager::deleteDirectory(const QString &directoryPath)
         return fail(Failure::Refused);
     }
 
-    SecureFileIndex remaining = sessionIndex;
+    SecureFileIndex remaining = currentIndex();
     return remaining.removeDirectory(directory->path) &&
-           storeIndex(remaining, ContainerUpdate::Care::FreesSpace);
+           storeIndex(remaining, ContainerTransaction::Policy::FreesSpace);
 }
 
 bool VaultManager::hasOpenCopy(const QString &vaultPath) const

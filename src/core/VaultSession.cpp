@@ -4,9 +4,9 @@
 #include "core/HostFile.h"
 #include "core/KeyRemains.h"
 #include "core/Leftovers.h"
+#include "core/Recovery.h"
 #include "core/Secret.h"
 #include "core/VaultKeys.h"
-#include "core/VaultRecovery.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -29,7 +29,7 @@ Failure VaultManager::lastFailure() const
 
 bool VaultManager::fail(Failure reason) const
 {
-    failure = reason;
+    failure = reason == Failure::None ? Failure::Other : reason;
     return false;
 }
 
@@ -41,7 +41,13 @@ bool VaultManager::succeed() const
 
 SecureFileIndex VaultManager::fileIndex() const
 {
-    return sessionIndex;
+    return currentIndex();
+}
+
+/// Of a group, with what is still to be committed.
+const SecureFileIndex &VaultManager::currentIndex() const
+{
+    return importGroup ? importGroup->index() : container.index();
 }
 
 bool VaultManager::isLongEnough(QByteArrayView newPassword)
@@ -58,18 +64,14 @@ bool VaultManager::createVault(const QString &containerPath, const QByteArray &p
     if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
         return false;
 
+    payloads.clear();
+    container.clear();
     ContainerDocument document;
     renewKeyParameters(document);
     document.crypto.payloadNonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);
-
-    sessionContainerPath = containerPath;
-    payloads.clear();
-    sessionIndex.clear();
-    masterKey = newMasterKey();
+    const SecretBytes masterKey = newMasterKey();
     document.crypto.encryptedMasterKey = encryptMasterKey(document, password, masterKey);
-    document.encryptedIndex = encryptIndex(document, sessionIndex, masterKey);
-    masterKey.clear();
-    sessionState = Locked;
+    document.encryptedIndex = encryptIndex(document, {}, masterKey);
     if (document.crypto.encryptedMasterKey.isEmpty() || document.encryptedIndex.isEmpty())
         return fail(Failure::Other);
 
@@ -85,14 +87,10 @@ bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &p
         return false;
 
     OpenedVault opened;
-    if (!openVault(containerPath, password, opened))
-        return false;
+    if (const Failure reason = openVault(containerPath, password, opened); reason != Failure::None)
+        return fail(reason);
 
-    knownHeaderHash.clear();
-    masterKey = std::move(opened.masterKey);
-    sessionIndex = opened.index;
-    sessionSeal = sealOf(opened.document);
-    sessionContainerPath = containerPath;
+    container.adopt(containerPath, std::move(opened));
     payloads.clear();
     sessionState = Unlocked;
     clearLeftoversOfSession();
@@ -111,7 +109,7 @@ bool VaultManager::lockVault(const ProgressCallback &progress)
 
     openCopies.clear();
     const bool cleaned = workspace.cleanup();
-    masterKey.clear();
+    container.close();
     wipeUnusedStack();
     payloads.clear();
     sessionState = Locked;
@@ -132,22 +130,24 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
 
     OpenedVault opened;
     // A damaged index does not stand in the way.
-    const bool isIndexKnown = openVault(containerPath, currentPassword, opened);
+    const Failure reason = openVault(containerPath, currentPassword, opened);
     if (opened.masterKey.isEmpty())
-        return false;
+        return fail(reason);
     // Read again under the lock: the key that was opened must still be the one that is wrapped there.
-    ContainerUpdate update(containerPath);
+    ContainerTransaction change(containerPath);
     ContainerDocument document;
-    if (!update.begin())
-        return fail(update.failure());
-    if (!containers.parseHeader(update.header(), &document) ||
+    if (!change.begin())
+        return fail(change.failure());
+    const QByteArray header = change.header().toByteArray();
+    if (!containers.parseHeader(header, &document) ||
         document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey ||
-        !update.discardRecords([&](const UndoRecord &record) { return record.knows(update.header()); })) {
-        return fail(Failure::ChangedByOther);
+        !change.settleAll([&](const UndoRecord &record) { return record.knows(header); })) {
+        return fail(change.failure() == Failure::None ? Failure::ChangedByOther : change.failure());
     }
     // Another program may have added blocks since.
-    const bool isIndexCurrent = isIndexKnown && decryptIndex(document, opened.masterKey, &opened.index);
-    if (!wipeKeyRemains(update.file(), isIndexCurrent ? &opened.index : nullptr, progress))
+    const bool isIndexCurrent =
+        reason == Failure::None && decryptIndex(document, opened.masterKey, &opened.index);
+    if (!wipeKeyRemains(change.file(), isIndexCurrent ? &opened.index : nullptr, progress))
         return fail(Failure::DriveGone);
 
     const QString formerCipher = document.crypto.cipher;
@@ -162,109 +162,33 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     document.crypto.encryptedMasterKey = encryptMasterKey(document, newPassword, opened.masterKey);
     if (document.crypto.encryptedMasterKey.isEmpty())
         return fail(Failure::Other);
-    if (update.writeHeader(containers.buildHeader(document), ContainerUpdate::Care::ForgetsFormer) !=
-        ContainerUpdate::Outcome::Done) {
-        return fail(update.failure());
+    if (change.commit(containers.buildHeader(document), ContainerTransaction::Policy::ForgetsFormerKey) !=
+        ContainerTransaction::Outcome::Committed) {
+        return fail(change.failure());
     }
     // What a compaction has left still opens with the former password.
     leftovers = decryptIndex(document, opened.masterKey, &opened.index)
-                    ? clearLeftovers({update.file(), opened.masterKey, opened.index}, mostBytesReadUnseen, {})
+                    ? clearLeftovers({change.file(), opened.masterKey, opened.index}, mostBytesReadUnseen, {})
                     : leftoversBeside(containerPath);
     return succeed();
 }
 
 bool VaultManager::saveIndex(const SecureFileIndex &index)
 {
-    return storeIndex(index, ContainerUpdate::Care::Usual);
+    return storeIndex(index, ContainerTransaction::Policy::Usual);
 }
 
-bool VaultManager::storeIndex(const SecureFileIndex &index, ContainerUpdate::Care care)
+bool VaultManager::storeIndex(const SecureFileIndex &index, ContainerTransaction::Policy policy)
 {
-    if (sessionState != Unlocked || sessionContainerPath.isEmpty())
+    if (sessionState != Unlocked || importGroup)
         return fail(Failure::Refused);
 
-    ContainerUpdate update(sessionContainerPath);
-    ContainerDocument document;
-    if (!beginChange(update, document) ||
-        writeIndex(update, document, index, care) != ContainerUpdate::Outcome::Done) {
-        return false;
-    }
-    sessionIndex = index;
-    return succeed();
-}
-
-/// Spares parsing a header that this session wrote itself. False when another one is in force.
-bool VaultManager::recallHeader(ContainerUpdate &update, ContainerDocument &document) const
-{
-    if (knownHeaderHash.isEmpty() || update.headerHash() != knownHeaderHash)
-        return false;
-    document = knownDocument;
-    return true;
-}
-
-/// Locks the container and reads its header. False when its index is not the one that this session knows:
-/// another program has saved, or another file lies there, and what it holds must not be lost. Also false
-/// during a series, which holds the lock itself.
-bool VaultManager::beginChange(ContainerUpdate &update, ContainerDocument &document) const
-{
-    if (importSeries)
-        return fail(Failure::Refused);
-    if (!update.begin())
-        return fail(update.failure());
-    failure = Failure::ChangedByOther;
-    if (recallHeader(update, document))
-        return update.discardRecords([](const UndoRecord &) { return true; });
-    const QByteArray header = update.header();
-    const bool isHeader = containers.parseHeader(header, &document);
-    if (header.isNull())
-        return false;
-    const auto isIndexWhole = [&] {
-        SecureFileIndex index;
-        return decryptIndex(document, masterKey, &index);
-    };
-    // The seal is the nonce and the tag, which are the ends of a header whose middle may be torn.
-    if (isHeader && sealOf(document) == sessionSeal && (!update.brokenOffChange() || isIndexWhole())) {
-        // A wrapping of the key that no record knows may be a torn one: opening the vault decides.
-        return update.discardRecords([&](const UndoRecord &record) {
-            ContainerDocument former;
-            return record.knows(header) ||
-                   (containers.parseHeader(record.formerHeader, &former) && wrapAlike(former, document));
-        });
-    }
-
-    // A save of this session may have broken off half way; another's that came to its end stays.
-    const bool isOwn = isHeader && ownSeals.contains(sealOf(document));
-    const std::optional<UndoRecord> record = update.brokenOffChange();
-    return record && (isOwn || !isWholeHeader(update.file(), header, masterKey, *record)) &&
-           containers.parseHeader(record->formerHeader, &document) && sealOf(document) == sessionSeal &&
-           update.restore(*record) && update.discardRecords([](const UndoRecord &) { return true; });
-}
-
-/// Seals the index under a nonce of its own and puts the header in force.
-ContainerUpdate::Outcome VaultManager::writeIndex(ContainerUpdate &update, ContainerDocument &document,
-                                                  const SecureFileIndex &index, ContainerUpdate::Care care)
-{
-    document.encryptedPayload.clear();
-    document.crypto.authTag.clear();
-    document.crypto.payloadNonce = crypto.generateNonce(static_cast<int>(document.crypto.nonce.size()));
-    document.encryptedIndex = encryptIndex(document, index, masterKey);
-    failure = Failure::Other;
-    if (document.encryptedIndex.isEmpty())
-        return ContainerUpdate::Outcome::Undone;
-
-    const QByteArray header = containers.buildHeader(document);
-    ownSeals.insert(sealOf(document));
-    const ContainerUpdate::Outcome outcome =
-        update.isInSeries() ? update.writeHeaderInSeries(header) : update.writeHeader(header, care);
-    knownHeaderHash.clear();
-    failure = update.failure();
-    if (outcome != ContainerUpdate::Outcome::Done)
-        return outcome;
-    sessionSeal = sealOf(document);
-    knownHeaderHash = update.headerHash();
-    knownDocument = document;
-    knownDocument.encryptedIndex.clear();
-    return outcome;
+    ContainerTransaction change(container.path());
+    if (const Failure reason = container.begin(change); reason != Failure::None)
+        return fail(reason);
+    const bool isCommitted =
+        container.commitIndex(change, index, policy) == ContainerTransaction::Outcome::Committed;
+    return isCommitted ? succeed() : fail(change.failure());
 }
 
 } // namespace Tessarin::Core

@@ -100,8 +100,8 @@ Core::Failure writeNew(QWidget *parent, QFile &source, QFile &file)
     // What is no file, a device for example, is not ours to delete.
     if (!copied && QFileInfo(writtenPath).isFile())
         QFile::remove(writtenPath);
-    Core::syncDirectory(QFileInfo(writtenPath).absolutePath());
-    return failure;
+    const bool isDurable = Core::syncDirectory(QFileInfo(writtenPath).absolutePath());
+    return copied && !isDurable ? Core::Failure::TargetUnwritable : failure;
 }
 
 Core::Failure replaceFormer(QWidget *parent, QFile &source, const Destination &destination)

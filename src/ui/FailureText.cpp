@@ -63,6 +63,11 @@ QString failureText(Core::Failure reason, const QString &damagedFile)
                           "lugar.");
     case Failure::NameTooLong:
         return translated("O nome é longo demais para este sistema. Use um nome mais curto.");
+    case Failure::FormerKeyRemains:
+        return translated(
+            "A senha nova já está valendo, mas a unidade não apagou o que restou da anterior. Desbloqueie o "
+            "cofre com a senha nova, o que tenta apagá-lo outra vez, ou faça um backup: a unidade apresenta "
+            "erros.");
     case Failure::WorkspaceUnavailable:
         return translated(
             "A pasta das cópias temporárias não pode ser usada. Verifique se o disco do computador tem "

@@ -163,7 +163,7 @@ struct Session
 qint64 headerLength(const QString &container)
 {
     QFile file(container);
-    return file.open(QIODevice::ReadOnly) ? ContainerUpdate::headerOf(file).size() : 0;
+    return file.open(QIODevice::ReadOnly) ? HeaderArea::read(file)->header().size() : 0;
 }
 
 bool isZero(QByteArrayView bytes)
@@ -197,7 +197,8 @@ QByteArray stateOf(const QString &container)
     Session session;
     const bool isOldPassword = session.vault.unlockVault(container, password);
     const QByteArray state = isOldPassword || session.unlock(container) ? contentsOf(session.vault) : "";
-    if (state.isEmpty() || !change(session.vault) || !isTidy(container))
+    QFile file(container);
+    if (state.isEmpty() || !change(session.vault) || !file.open(QIODevice::ReadOnly) || findUndoRecord(file))
         return {};
     Session again;
     if (!again.unlock(container) || contentsOf(again.vault) != contentsOf(session.vault))
@@ -244,8 +245,9 @@ QByteArray containerWithHeader(qint64 headerSize)
                   fixture.put(u"old.bin"_s, noise(5000, 3)) && fixture.vault.deleteFile(u"gone.bin"_s) &&
                   fixture.vault.createDirectory(u"x"_s);
     QFile file(fixture.container);
-    const QByteArray small = file.open(QIODevice::ReadOnly) ? ContainerUpdate::headerOf(file) : QByteArray();
-    staleRecord = undoRecordForSeries({small, Sha256::of(small)});
+    const bool isOpen = file.open(QIODevice::ReadOnly);
+    const QByteArray small = isOpen ? HeaderArea::read(file)->header().toByteArray() : QByteArray();
+    staleRecord = undoRecordFor({small, Sha256::of(small)}, {small, Sha256::of(small)});
     isMade = isMade && fixture.vault.renameFile(u"old.bin"_s, u"old.new"_s) &&
              fixture.vault.renameFile(u"old.new"_s, u"old.bin"_s) && fixture.put(u"later.bin"_s, "later");
     // Each byte of the index is four thirds of one in the header.
@@ -478,7 +480,11 @@ private Q_SLOTS:
         auto session = std::make_unique<Session>();
         QVERIFY(begin(*session));
         DriveTape tape(drive.path());
-        QVERIFY(run(*session, [&] { seen << filesIn(drive.path()); }));
+        QVERIFY(run(*session, [&] {
+            seen << filesIn(drive.path());
+            if (operation.name == "series") // What a commit may put in force after a failure.
+                states << contentsOf(session->vault);
+        }));
         tape.stop();
         session.reset();
         for (const DriveFiles &files : std::as_const(seen))
@@ -599,6 +605,7 @@ private Q_SLOTS:
             QVERIFY(importing(u"small"_s, u"1.bin"_s)(series.vault, drive.path()));
             QVERIFY(other.unlock(container));
             QVERIFY(importing(u"small"_s, u"other.bin"_s)(other.vault, drive.path()));
+            skippedSeconds += 3;
             QVERIFY(isBeforeTheEnd || !importing(u"small"_s, u"2.bin"_s)(series.vault, drive.path()));
             QVERIFY(!series.vault.endImportSeries());
             Session later;

@@ -1,0 +1,303 @@
+// The write order of a change. Steps and rule names are those of docs/architecture.md.
+#include "core/ContainerTransaction.h"
+
+#include "core/Sha256.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace Tessarin::Core {
+
+using namespace ContainerFormat;
+
+namespace {
+
+constexpr qint64 chunkSize = 64 * 1024;
+
+bool isZero(QByteArrayView bytes)
+{
+    return bytes.isEmpty() || (bytes.front() == 0 && bytes.chopped(1) == bytes.sliced(1));
+}
+
+/// A record in the tail is written and cleared in whole pages, which heals those that cannot be read.
+qint64 firstPageOf(const RecordPlace &place)
+{
+    return place.isInTail() ? place.offset - place.offset % HeaderArea::pageSize : place.offset;
+}
+
+} // namespace
+
+ContainerTransaction::ContainerTransaction(const QString &path) : container(path) {}
+
+bool ContainerTransaction::begin()
+{
+    errno = 0;
+    reason = Failure::DriveGone;
+    // Opening a named pipe would wait for ever.
+    if (!QFileInfo(container).isFile())
+        return false;
+    if (!container.open(QIODevice::ReadWrite | QIODevice::ExistingOnly | QIODevice::Unbuffered)) {
+        reason = containerFailure(errno);
+        return false;
+    }
+    const FileLock lock = takeLock(container);
+    reason = lock == FileLock::Held ? Failure::InUse : Failure::DamagedData;
+    if (lock == FileLock::Held)
+        return false;
+
+    isLocked = lock == FileLock::Taken;
+    std::optional<HeaderArea> area = HeaderArea::read(container);
+    // A header that cannot be read is a torn one where there is a record to roll it back.
+    if (!area || !area->hasUsualLayout() || (area->header().isEmpty() && !record()))
+        return false;
+    const QByteArray hash = Sha256::of(area->header());
+    putInForce(*std::move(area), hash);
+    reason = Failure::None;
+    return !hash.isEmpty();
+}
+
+Failure ContainerTransaction::failure() const
+{
+    return reason;
+}
+
+bool ContainerTransaction::hasLock() const
+{
+    return isLocked;
+}
+
+QByteArrayView ContainerTransaction::header() const
+{
+    return inForce ? inForce->header() : QByteArrayView();
+}
+
+QByteArray ContainerTransaction::headerHash() const
+{
+    return header().isEmpty() ? QByteArray() : hashInForce;
+}
+
+QFile &ContainerTransaction::file()
+{
+    return container;
+}
+
+bool ContainerTransaction::seekToEnd()
+{
+    reason = Failure::None;
+    return note(container.seek(container.size()));
+}
+
+bool ContainerTransaction::hasAppended()
+{
+    if (note(writeback.advance(container, container.pos())))
+        return true;
+    hasLostWrites = true;
+    return false;
+}
+
+ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &newHeader, Policy policy)
+{
+    reason = newHeader.size() > headerAreaSize ? Failure::IndexFull : Failure::DriveGone;
+    if (newHeader.size() > headerAreaSize || hasLostWrites)
+        return Outcome::RolledBack;
+    if (header().isEmpty() || hasAnotherSaved())
+        return Outcome::Undecided;
+
+    reason = Failure::None;
+    const HeaderArea former = *inForce;
+    const HeaderArea next(newHeader);
+    const QByteArray nextHash = Sha256::of(newHeader);
+    const bool forgetsKey = policy == Policy::ForgetsFormerKey;
+    if (nextHash.isEmpty() || (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset})))
+        return Outcome::RolledBack;
+    const QByteArray record = undoRecordFor({former.header(), hashInForce}, {newHeader, nextHash});
+    std::optional place = placeForRecord(record.size(), former.header(), newHeader, container.size());
+
+    if (!writeRecord(record, *place) || !sync()) {
+        const bool isRoomLacking = reason == Failure::NoSpace && !place->isInTail();
+        if (!clearRecord(*place))
+            return Outcome::Undecided;
+        if (!isRoomLacking || policy == Policy::Usual)
+            return Outcome::RolledBack;
+        place.reset();
+    }
+    if (!writeHeader(former, next) || !sync())
+        return restore(former, next, place);
+    putInForce(next, nextHash);
+    // The new header stays: without a whole record it could not be rolled back in safety.
+    if (forgetsKey && place && !clearRecordDurably(*place) && !clearRecordDurably(*place)) {
+        reason = Failure::FormerKeyRemains;
+        return Outcome::Undecided;
+    }
+    // A record that cannot be cleared does no harm otherwise: it knows the new header.
+    if (!forgetsKey && place)
+        static_cast<void>(clearRecord(*place));
+    markCommitted();
+    reason = Failure::None;
+    return Outcome::Committed;
+}
+
+void ContainerTransaction::rollBack()
+{
+    truncate(committedSize);
+    hasLostWrites = false;
+    writeback = Writeback(committedSize);
+}
+
+bool ContainerTransaction::rollBackTo(qint64 sizeBytes)
+{
+    if (hasLostWrites) {
+        rollBack();
+        return false;
+    }
+    truncate(sizeBytes);
+    return true;
+}
+
+void ContainerTransaction::truncate(qint64 sizeBytes)
+{
+    // What another program has appended is not cut off with it.
+    const Failure firstReason = reason;
+    if (inForce && !hasAnotherSaved() && container.size() > sizeBytes)
+        static_cast<void>(container.resize(sizeBytes));
+    reason = firstReason;
+}
+
+std::optional<UndoRecord> ContainerTransaction::record()
+{
+    return findUndoRecord(container);
+}
+
+bool ContainerTransaction::settle(const UndoRecord &record, const QByteArray &headerInForce)
+{
+    const HeaderArea area(headerInForce);
+    const PageRange pages = area.pages();
+    const RecordPlace &place = record.place;
+    const qint64 recordBegin = place.isInTail() ? firstPageOf(place) : blockAreaOffset;
+    const qint64 recordEnd = place.isInTail() ? place.end : blockAreaOffset;
+    if (!write(area, pages) || !clearBetween({pages.end, recordBegin}) ||
+        !clearBetween({std::max(pages.end, recordEnd), blockAreaOffset}) || !sync()) {
+        return false;
+    }
+    if (!clearRecordDurably(place))
+        return false;
+    putInForce(area, Sha256::of(headerInForce));
+    return true;
+}
+
+bool ContainerTransaction::settleAll(const std::function<bool(const UndoRecord &)> &hasNothingToUndo)
+{
+    const QByteArray present = header().toByteArray();
+    while (const std::optional<UndoRecord> found = record()) {
+        if (present.isEmpty() || !hasNothingToUndo(*found) || !settle(*found, present))
+            return false;
+    }
+    return true;
+}
+
+bool ContainerTransaction::writeRecord(const QByteArray &record, const RecordPlace &place)
+{
+    const qint64 begin = firstPageOf(place);
+    return writeAt(begin, QByteArray(place.offset - begin, '\0') + record);
+}
+
+bool ContainerTransaction::sync()
+{
+    return note(syncFile(container));
+}
+
+/// Writes the pages that differ.
+bool ContainerTransaction::writeHeader(const HeaderArea &former, const HeaderArea &next)
+{
+    const QList<PageRange> changed = next.pagesChangedFrom(former);
+    return std::all_of(changed.cbegin(), changed.cend(),
+                       [&](const PageRange &range) { return write(next, range); });
+}
+
+/// Writes zeros over a record in the tail, or ends the file before it. What is cut off stays on the drive for
+/// a while, so the wrapped key in it is overwritten first, for good.
+bool ContainerTransaction::clearRecord(const RecordPlace &place)
+{
+    const qint64 begin = firstPageOf(place);
+    if (place.isInTail())
+        return writeAt(begin, QByteArray(place.end - begin, '\0'));
+    const qint64 keyEnd = std::min(place.keyEnd, container.size());
+    return (keyEnd <= begin || (writeAt(begin, QByteArray(keyEnd - begin, '\0')) && sync())) &&
+           note(container.resize(begin));
+}
+
+bool ContainerTransaction::clearRecordDurably(const RecordPlace &place)
+{
+    return clearRecord(place) && (!place.isInTail() || sync());
+}
+
+/// After a write of the header that failed somewhere: the former header again, and only then no record.
+ContainerTransaction::Outcome ContainerTransaction::restore(const HeaderArea &former,
+                                                            const HeaderArea &attempted,
+                                                            const std::optional<RecordPlace> &record)
+{
+    const bool isRestored = writeHeader(attempted, former) && sync() && (!record || clearRecord(*record));
+    if (!isRestored)
+        inForce.reset();
+    return isRestored ? Outcome::RolledBack : Outcome::Undecided;
+}
+
+/// Makes zeros of what lies in a part of the header area, whether it can be read or not.
+bool ContainerTransaction::clearBetween(PageRange range)
+{
+    for (qint64 begin = range.begin; begin < range.end; begin += chunkSize) {
+        const qint64 size = std::min(chunkSize, range.end - begin);
+        const QByteArray chunk = readAt(container, begin, size);
+        if ((chunk.size() < size || !isZero(chunk)) && !writeAt(begin, QByteArray(size, '\0')))
+            return false;
+    }
+    return true;
+}
+
+bool ContainerTransaction::writeAt(qint64 offset, const QByteArray &bytes)
+{
+    return note(container.seek(offset) && writeFully(container, bytes));
+}
+
+bool ContainerTransaction::write(const HeaderArea &area, PageRange range)
+{
+    return writeAt(range.begin, area.bytesOf(range));
+}
+
+/// Told where there is no lock to keep other programs out.
+bool ContainerTransaction::hasAnotherSaved()
+{
+    if (isLocked)
+        return false;
+    const std::optional<HeaderArea> present = HeaderArea::read(container);
+    if (present && present->header() == header())
+        return false;
+    reason = Failure::ChangedByOther;
+    return true;
+}
+
+void ContainerTransaction::putInForce(HeaderArea area, const QByteArray &hash)
+{
+    inForce = std::move(area);
+    hashInForce = hash;
+    markCommitted();
+}
+
+void ContainerTransaction::markCommitted()
+{
+    committedSize = container.size();
+    writeback = Writeback(committedSize);
+}
+
+/// The first call that fails tells why.
+bool ContainerTransaction::note(bool isDone)
+{
+    if (!isDone && reason == Failure::None)
+        reason = containerFailure(errno);
+    return isDone;
+}
+
+} // namespace Tessarin::Core

@@ -1,0 +1,132 @@
+// Parsing, composing and comparing what lies before the blocks.
+#include "core/HeaderArea.h"
+
+#include <QIODevice>
+
+#include <algorithm>
+
+namespace Tessarin::Core {
+
+using namespace ContainerFormat;
+
+namespace {
+
+/// This program writes 21 bytes. Readers bear white space around the number, but not a line without end.
+constexpr qint64 longestLengthLine = 255;
+
+bool isZero(QByteArrayView bytes)
+{
+    return bytes.isEmpty() || (bytes.front() == 0 && bytes.chopped(1) == bytes.sliced(1));
+}
+
+/// The number in a length line; 0 when it makes no sense.
+qint64 headerLengthIn(const QByteArray &line)
+{
+    bool isNumber = false;
+    const qint64 length = line.trimmed().toLongLong(&isNumber, 10);
+    return isNumber && !line.contains('\0') && length <= headerAreaSize ? std::max(length, qint64(0)) : 0;
+}
+
+} // namespace
+
+QByteArray readAt(QIODevice &file, qint64 offset, qint64 sizeBytes)
+{
+    return file.seek(offset) ? file.read(sizeBytes) : QByteArray();
+}
+
+HeaderArea::HeaderArea(QByteArrayView header)
+{
+    text.reserve(prologueSize + header.size());
+    text.append(fileMagic, fileMagicSize);
+    text += QByteArray::number(header.size()).rightJustified(lengthDigits, '0');
+    text += '\n';
+    text += header;
+}
+
+std::optional<HeaderArea> HeaderArea::read(QIODevice &container)
+{
+    HeaderArea area;
+    if (!container.seek(0))
+        return {};
+    QByteArray text = container.read(pageSize);
+    if (!text.isEmpty() && !text.startsWith(fileMagic))
+        return {};
+    const QByteArray line =
+        text.mid(fileMagicSize, text.mid(fileMagicSize, longestLengthLine).indexOf('\n') + 1);
+    const qint64 length = headerLengthIn(line);
+    if (length > 0)
+        area.prologueSize = fileMagicSize + line.size();
+    if (container.size() < area.blockAreaOffset())
+        return {};
+    if (length == 0)
+        return area;
+
+    const qint64 end = area.prologueSize + length;
+    if (end > text.size() && !container.seek(text.size()))
+        return {};
+    if (end > text.size())
+        text += container.read(end - text.size());
+    text.truncate(end);
+    if (text.size() == end)
+        area.text = text;
+    return area;
+}
+
+QByteArrayView HeaderArea::header() const
+{
+    return text.isEmpty() ? QByteArrayView() : QByteArrayView(text).sliced(prologueSize);
+}
+
+qint64 HeaderArea::blockAreaOffset() const
+{
+    return prologueSize + headerAreaSize;
+}
+
+bool HeaderArea::hasUsualLayout() const
+{
+    return prologueSize == headerAreaOffset;
+}
+
+QByteArrayView HeaderArea::textIn(PageRange range) const
+{
+    const qint64 begin = std::min(range.begin, text.size());
+    return QByteArrayView(text).sliced(begin, std::min(range.end, text.size()) - begin);
+}
+
+QByteArray HeaderArea::bytesOf(PageRange range) const
+{
+    QByteArray bytes = textIn(range).toByteArray();
+    return bytes.append(range.end - range.begin - bytes.size(), '\0');
+}
+
+PageRange HeaderArea::pages() const
+{
+    return {0, std::min(pageBorderFrom(text.size()), blockAreaOffset())};
+}
+
+bool HeaderArea::holdsSame(const HeaderArea &other, PageRange range) const
+{
+    const QByteArrayView mine = textIn(range);
+    const QByteArrayView others = other.textIn(range);
+    const qsizetype common = std::min(mine.size(), others.size());
+    return mine.first(common) == others.first(common) && isZero(mine.sliced(common)) &&
+           isZero(others.sliced(common));
+}
+
+QList<PageRange> HeaderArea::pagesChangedFrom(const HeaderArea &former) const
+{
+    QList<PageRange> changed;
+    const qint64 end = std::max(pages().end, former.pages().end);
+    for (qint64 page = 0; page < end; page += pageSize) {
+        const PageRange range{page, std::min(page + pageSize, end)};
+        if (holdsSame(former, range))
+            continue;
+        if (!changed.isEmpty() && changed.last().end == page)
+            changed.last().end = range.end;
+        else
+            changed.append(range);
+    }
+    return changed;
+}
+
+} // namespace Tessarin::Core

@@ -1,0 +1,184 @@
+// Appending files, and committing them together.
+#include "core/ImportGroup.h"
+
+#include "core/BlockStore.h"
+#include "core/Sha256.h"
+#include "core/VaultContainer.h"
+#include "core/VaultNamespace.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QUuid>
+
+#include <cerrno>
+#include <utility>
+
+namespace Tessarin::Core {
+
+namespace {
+
+constexpr qint64 commitIntervalMs = 2000;
+
+VaultFileEntry newEntry(const QString &vaultPath, const QFileInfo &source)
+{
+    VaultFileEntry entry;
+    entry.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    entry.vaultPath = vaultPath;
+    entry.sizeBytes = source.size();
+    entry.lastModifiedUtc = source.lastModified().toUTC();
+    return entry;
+}
+
+/// Bytes of header that a new file, with the folders above it, can need at most: JSON, then Base64.
+qint64 mostHeaderGrowth(const VaultFileEntry &entry)
+{
+    constexpr qint64 mostBesidePath = 512;
+    constexpr qint64 mostEscapedCharacter = 6;
+    constexpr qint64 mostOfBlock = 256;
+    const qint64 pathBytes = mostEscapedCharacter * entry.vaultPath.size() + mostBesidePath;
+    const qint64 blocks = entry.sizeBytes / ContainerFormat::blockPlainSize + 1;
+    return ((entry.vaultPath.count(QLatin1Char('/')) + 1) * pathBytes + blocks * mostOfBlock) * 4 / 3;
+}
+
+} // namespace
+
+ImportGroup::ImportGroup(VaultContainer &vaultContainer)
+    : container(vaultContainer), newestIndex(vaultContainer.index())
+{
+}
+
+const SecureFileIndex &ImportGroup::index() const
+{
+    return newestIndex;
+}
+
+bool ImportGroup::begin()
+{
+    if (transaction)
+        return true;
+    transaction.emplace(container.path());
+    const Failure failure = container.begin(*transaction);
+    if (failure != Failure::None) {
+        transaction.reset();
+        return fail(failure);
+    }
+    mostHeaderSize = transaction->header().size();
+    sinceCommit.start();
+    return true;
+}
+
+bool ImportGroup::add(QFile &source, const QString &vaultPath, const ProgressCallback &progress)
+{
+    if (!begin())
+        return false;
+    VaultFileEntry entry = newEntry(vaultPath, QFileInfo(source));
+    // A file for which the index has no room must not take those before it along.
+    const qint64 growth = mostHeaderGrowth(entry);
+    if (mostHeaderSize + growth > ContainerFormat::headerAreaSize && !commit())
+        return false;
+
+    const qint64 formerSize = transaction->file().size();
+    if (!append(source, entry, progress)) {
+        if (!transaction->rollBackTo(formerSize))
+            forgetUncommitted();
+        return false;
+    }
+    ensureParentDirectories(newestIndex, vaultPath);
+    newestIndex.removeInAnyCase(vaultPath);
+    uncommitted.append({vaultPath, source.fileName()});
+    mostHeaderSize += growth;
+    return newestIndex.addOrReplace(entry) || fail(Failure::Other);
+}
+
+/// Encrypts the source block by block, and completes the entry.
+bool ImportGroup::append(QFile &source, VaultFileEntry &entry, const ProgressCallback &progress)
+{
+    if (!transaction->seekToEnd())
+        return fail(transaction->failure());
+    qint64 doneBytes = 0;
+    Sha256 hash;
+    BlockStore blocks(transaction->file(), container.masterKey());
+    while (!source.atEnd()) {
+        const QByteArrayView chunk = blocks.readPlain(source);
+        if (chunk.isEmpty()) {
+            return fail(source.error() == QFile::NoError ? Failure::SourceChanged
+                                                         : Failure::SourceUnreadable);
+        }
+        hash.add(chunk);
+        errno = 0;
+        const std::optional<VaultFileBlock> block = blocks.append();
+        if (!block)
+            return fail(containerFailure(errno));
+        if (!transaction->hasAppended())
+            return fail(transaction->failure());
+
+        entry.blocks.append(*block);
+        doneBytes += block->plainSize;
+        if (progress)
+            progress(doneBytes, entry.sizeBytes, entry.vaultPath);
+    }
+    entry.sha256 = hash.result();
+    // A source that was cut short meanwhile is not what the user chose.
+    if (doneBytes < entry.sizeBytes)
+        return fail(Failure::SourceChanged);
+    return !entry.sha256.isEmpty() || fail(Failure::Other);
+}
+
+bool ImportGroup::isDue() const
+{
+    return sinceCommit.elapsed() >= commitIntervalMs || mostHeaderSize > ContainerFormat::headerAreaSize;
+}
+
+bool ImportGroup::commit()
+{
+    if (uncommitted.isEmpty())
+        return true;
+    using Outcome = ContainerTransaction::Outcome;
+    const Outcome outcome =
+        container.commitIndex(*transaction, newestIndex, ContainerTransaction::Policy::Usual);
+    sinceCommit.start();
+    if (outcome == Outcome::Committed) {
+        committed.append(std::exchange(uncommitted, {}));
+        mostHeaderSize = transaction->header().size();
+        return true;
+    }
+    static_cast<void>(fail(transaction->failure()));
+    if (outcome == Outcome::RolledBack)
+        transaction->rollBack();
+    else
+        transaction.reset();
+    forgetUncommitted();
+    return false;
+}
+
+QList<ImportedFile> ImportGroup::takeCommitted()
+{
+    return std::exchange(committed, {});
+}
+
+bool ImportGroup::hasLostFiles() const
+{
+    return lostFiles;
+}
+
+Failure ImportGroup::failure() const
+{
+    return reason;
+}
+
+bool ImportGroup::fail(Failure why)
+{
+    reason = why;
+    return false;
+}
+
+void ImportGroup::forgetUncommitted()
+{
+    lostFiles = lostFiles || !uncommitted.isEmpty();
+    uncommitted.clear();
+    newestIndex = container.index();
+    if (transaction)
+        mostHeaderSize = transaction->header().size();
+}
+
+} // namespace Tessarin::Core

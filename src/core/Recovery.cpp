@@ -1,0 +1,135 @@
+// Opening a vault, and the decision between two headers.
+#include "core/Recovery.h"
+
+#include "core/BlockStore.h"
+#include "core/ContainerTransaction.h"
+#include "core/HeaderArea.h"
+#include "core/HostFile.h"
+#include "core/VaultKeys.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+namespace Tessarin::Core {
+
+namespace {
+
+using BlockKey = std::pair<qint64, QByteArray>;
+
+QSet<BlockKey> blockKeys(const SecureFileIndex &index)
+{
+    QSet<BlockKey> keys;
+    for (const VaultFileEntry &file : index.entries()) {
+        for (const VaultFileBlock &block : file.blocks)
+            keys.insert({block.offset, block.nonce});
+    }
+    return keys;
+}
+
+/// True when every block that the record's index does not list can be read and decrypted.
+bool newBlocksOpen(QIODevice &container, const SecureFileIndex &index, const SecretBytes &key,
+                   const UndoRecord &record)
+{
+    ContainerDocument formerDocument;
+    SecureFileIndex formerIndex;
+    if (ContainerManager().parseHeader(record.formerHeader, &formerDocument))
+        static_cast<void>(decryptIndex(formerDocument, key, &formerIndex));
+    const QSet<BlockKey> formerBlocks = blockKeys(formerIndex);
+
+    BlockStore blocks(container, key);
+    const auto opens = [&](const VaultFileBlock &block) {
+        return formerBlocks.contains({block.offset, block.nonce}) || !blocks.read(block).isEmpty();
+    };
+    const QList<VaultFileEntry> &files = index.entries();
+    return std::all_of(files.cbegin(), files.cend(), [&](const VaultFileEntry &file) {
+        return std::all_of(file.blocks.cbegin(), file.blocks.cend(), opens);
+    });
+}
+
+/// The key is set when it opens, even if the index does not.
+bool openHeader(QByteArrayView header, const QByteArray &password, OpenedVault &opened)
+{
+    if (!ContainerManager().parseHeader(header, &opened.document))
+        return false;
+    opened.masterKey = decryptMasterKey(opened.document, password);
+    return !opened.masterKey.isEmpty() && decryptIndex(opened.document, opened.masterKey, &opened.index);
+}
+
+/// The header counts if the record knows it, or if it opens with all that it lists beyond the record ("no
+/// later save is undone"); otherwise the record's header counts. The one that counts; empty when none does.
+QByteArray headerThatCounts(QIODevice &container, QByteArrayView header, const UndoRecord &record,
+                            const QByteArray &password, OpenedVault &opened)
+{
+    const bool isKnown = record.knows(header);
+    if (openHeader(header, password, opened) &&
+        (isKnown || newBlocksOpen(container, opened.index, opened.masterKey, record))) {
+        return header.toByteArray();
+    }
+    if (isKnown || !openHeader(record.formerHeader, password, opened))
+        return {};
+    // A header that is whole but for the password was saved under another one since.
+    return isWholeHeader(container, header, opened.masterKey, record) ? QByteArray() : record.formerHeader;
+}
+
+/// Where a change broke off.
+bool recover(QFile &container, const QString &path, const QByteArray &password, OpenedVault &opened)
+{
+    // Looked for once more under the lock: the program that wrote the record may have been at work still.
+    ContainerTransaction repair(path);
+    const bool isWritable = repair.begin() && repair.hasLock();
+    const std::optional<UndoRecord> record = findUndoRecord(container);
+    const std::optional<HeaderArea> area = HeaderArea::read(container);
+    if (!area || !record)
+        return area && openHeader(area->header(), password, opened);
+
+    const QByteArray header = headerThatCounts(container, area->header(), *record, password, opened);
+    if (header.isEmpty()) {
+        opened.masterKey.clear();
+        return false;
+    }
+    // When this fails, as on a drive that became read-only, the next change tries again.
+    if (isWritable && repair.settle(*record, header))
+        static_cast<void>(repair.settleAll([](const UndoRecord &) { return true; }));
+    return true;
+}
+
+} // namespace
+
+Failure openVault(const QString &path, const QByteArray &password, OpenedVault &opened)
+{
+    // Opening a named pipe would wait for ever.
+    QFile container(path);
+    if (!QFileInfo(path).isFile())
+        return Failure::DriveGone;
+    errno = 0;
+    if (!container.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return containerFailure(errno);
+    readSparingly(container);
+    errno = 0;
+    const std::optional<HeaderArea> area = HeaderArea::read(container);
+    const Failure reason = errno == EIO ? Failure::DriveGone : Failure::WrongPasswordOrDamaged;
+    if (!area)
+        return reason;
+    // A container with another length line has no records.
+    const bool isOpen = area->hasUsualLayout() && findUndoRecord(container)
+                            ? recover(container, path, password, opened)
+                            : openHeader(area->header(), password, opened);
+    return isOpen ? Failure::None : reason;
+}
+
+bool isWholeHeader(QIODevice &container, QByteArrayView header, const SecretBytes &masterKey,
+                   const UndoRecord &record)
+{
+    ContainerDocument document;
+    SecureFileIndex index;
+    return ContainerManager().parseHeader(header, &document) && decryptIndex(document, masterKey, &index) &&
+           newBlocksOpen(container, index, masterKey, record);
+}
+
+} // namespace Tessarin::Core

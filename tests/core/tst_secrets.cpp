@@ -4,8 +4,6 @@
 
 #include <QTest>
 
-#include <cstring>
-
 #include <sodium.h>
 
 using namespace Tessarin::Core;
@@ -48,37 +46,26 @@ int runsInMemory(const QList<QByteArray> &keys)
     if (!maps.open(QIODevice::ReadOnly) || !memory.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return -1;
 
-    QList<std::pair<qint64, qint64>> regions;
+    int found = 0;
     for (const QByteArray &line : maps.readAll().split('\n')) {
         const QByteArrayList range = line.left(line.indexOf(' ')).split('-');
-        if (!line.contains(" rw") || range.size() != 2)
-            continue;
-        const qint64 start = range.at(0).toLongLong(nullptr, 16);
-        const qint64 end = range.at(1).toLongLong(nullptr, 16);
+        const qint64 start = range.first().toLongLong(nullptr, 16);
+        const qint64 size = range.last().toLongLong(nullptr, 16) - start;
         // What a sanitizer maps for itself is larger than any memory there is.
-        if (end - start < (1LL << 34))
-            regions.append({start, end});
-    }
-    int found = 0;
-    for (const auto &[start, end] : regions) {
-        QByteArray bytes(end - start, '\0');
+        if (!line.contains(" rw") || size > (1LL << 34))
+            continue;
+        QByteArray bytes(size, '\0');
         memory.seek(start);
-        if (memory.read(bytes.data(), bytes.size()) < 1)
+        if (memory.read(bytes.data(), size) < 1)
             continue;
         for (const QByteArray &key : keys) {
             for (qsizetype at = 0; at + 16 <= key.size(); at += 8) {
                 QByteArray run = masked(key.mid(at, 16));
-                for (const void *hit = bytes.constData(); hit != nullptr;) {
-                    const char *from = static_cast<const char *>(hit);
-                    const qsizetype left = bytes.constData() + bytes.size() - from;
-                    hit = ::memmem(from, static_cast<size_t>(left), run.constData(), 16);
-                    found += hit != nullptr;
-                    hit = hit == nullptr ? nullptr : static_cast<const char *>(hit) + 1;
-                }
+                found += static_cast<int>(QByteArrayView(bytes).count(run));
                 wipe(run);
             }
         }
-        sodium_memzero(bytes.data(), static_cast<size_t>(bytes.size()));
+        sodium_memzero(bytes.data(), static_cast<size_t>(size));
     }
     return found;
 }

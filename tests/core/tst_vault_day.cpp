@@ -3,7 +3,6 @@
 #include "core/VaultPath.h"
 #include "support/VaultFixture.h"
 
-#include <QMap>
 #include <QRandomGenerator>
 #include <QTest>
 
@@ -11,58 +10,18 @@ using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
 using namespace Qt::Literals::StringLiterals;
 
-namespace {
-
-/// What the vault should hold, by case-folded path: the bytes of files, and folders, whose paths end in "/".
-/// A file and a folder may have the same path.
-struct Model
+class VaultDayTest : public QObject
 {
-    QMap<QString, QByteArray> items;
-
-    bool isFile(const QString &path) const { return items.contains(path); }
-    bool isFolder(const QString &path) const { return items.contains(path + u'/'); }
-    bool has(const QString &path) const { return isFile(path) || isFolder(path); }
-
-    void addParents(const QString &path)
-    {
-        for (QString parent = parentVaultPath(path); !parent.isEmpty(); parent = parentVaultPath(parent))
-            items.insert(parent + u'/', {});
-    }
-
-    bool hasInside(const QString &folder) const
-    {
-        const auto inside = items.upperBound(folder + u'/');
-        return inside != items.cend() && inside.key().startsWith(folder + u'/');
-    }
-
-    void moveFolder(const QString &from, const QString &to)
-    {
-        addParents(to);
-        for (const QString &path : items.keys()) {
-            if (path.startsWith(from + u'/'))
-                items.insert(to + path.mid(from.size()), items.take(path));
-        }
-    }
-};
-
-class Day
-{
-public:
-    explicit Day(quint32 seed) : random(seed) {}
-
-    void run()
-    {
-        for (int step = 0; step < 200; ++step) {
-            takeStep();
-            compareNames();
-            if (QTest::currentTestFailed())
-                return;
-        }
-        lockAndPerhapsChangePassword();
-        compareNames();
-    }
+    Q_OBJECT
 
 private:
+    QRandomGenerator random;
+    std::unique_ptr<VaultFixture> f;
+    QByteArray password;
+    /// What the vault should hold, by case-folded path: the bytes of files, and folders, whose paths end in
+    /// "/". A file and a folder may have the same path.
+    QMap<QString, QByteArray> items;
+
     int below(int limit) { return static_cast<int>(random.bounded(limit)); }
 
     /// A path out of few, so that operations meet; letter case at random.
@@ -75,108 +34,88 @@ private:
         return below(3) == 0 ? made.toUpper() : made;
     }
 
+    bool isFolder(const QString &key) const { return items.contains(key + u'/'); }
+    bool exists(const QString &key) const { return items.contains(key) || isFolder(key); }
+
+    bool hasInside(const QString &folder) const
+    {
+        const auto inside = items.upperBound(folder + u'/');
+        return inside != items.cend() && inside.key().startsWith(folder + u'/');
+    }
+
+    void addParents(const QString &key)
+    {
+        for (QString parent = parentVaultPath(key); !parent.isEmpty(); parent = parentVaultPath(parent))
+            items.insert(parent + u'/', {});
+    }
+
+    /// Moves an item and all below it, if that may be done, and says so.
+    bool move(const QString &from, const QString &to, bool isPossible)
+    {
+        if (!isPossible || exists(to.endsWith(u'/') ? to.chopped(1) : to))
+            return false;
+        for (const QString &key : items.keys()) {
+            if (from.endsWith(u'/') ? key.startsWith(from) : key == from)
+                items.insert(to + key.mid(from.size()), items.take(key));
+        }
+        if (to.endsWith(u'/'))
+            addParents(to.chopped(1));
+        return true;
+    }
+
     void takeStep()
     {
-        path = anyPath();
-        other = anyPath();
-        key = vaultPathKey(path);
-        otherKey = vaultPathKey(other);
+        const QString path = anyPath();
+        const QString other = anyPath();
+        const QString key = vaultPathKey(path);
+        const QString otherKey = vaultPathKey(other);
+        const bool isFile = items.contains(key);
         const int kind = below(20);
-        if (kind < 6)
-            import();
-        else if (kind < 8)
-            followFile(otherKey, model.isFile(key), f.vault.renameFile(path, other));
-        else if (kind < 10)
-            followFile(otherKey + u'/' + vaultBaseName(key), model.isFile(key) && model.isFolder(otherKey),
-                       f.vault.moveFile(path, other));
-        else if (kind < 13)
-            QCOMPARE(f.vault.deleteFile(path), model.isFile(key) && model.items.remove(key));
-        else if (kind < 15)
-            makeFolder();
-        else if (kind < 17)
-            renameFolder();
-        else if (kind < 18)
-            QCOMPARE(f.vault.deleteDirectory(path),
-                     model.isFolder(key) && !model.hasInside(key) && model.items.remove(key + u'/'));
-        else if (kind < 19)
-            QVERIFY(f.vault.compactVault({}, nullptr));
-        else
+        if (kind < 6) {
+            const QByteArray bytes = noise(below(3) == 0 ? 0 : below(70000), random.generate());
+            QVERIFY(f->put(path, bytes));
+            items.insert(key, bytes);
+            addParents(key);
+        } else if (kind < 8) {
+            QCOMPARE(f->vault.renameFile(path, other), move(key, otherKey, isFile));
+        } else if (kind < 10) {
+            QCOMPARE(f->vault.moveFile(path, other),
+                     move(key, otherKey + u'/' + vaultBaseName(key), isFile && isFolder(otherKey)));
+        } else if (kind < 13) {
+            QCOMPARE(f->vault.deleteFile(path), isFile);
+            items.remove(key);
+        } else if (kind < 15) {
+            QCOMPARE(f->vault.createDirectory(path), !exists(key));
+            if (!isFile)
+                addParents(key + u"/x"_s);
+        } else if (kind < 17) {
+            QCOMPARE(
+                f->vault.renameDirectory(path, other),
+                move(key + u'/', otherKey + u'/', isFolder(key) && !pathIsInsideDirectory(otherKey, key)));
+        } else if (kind < 18) {
+            const bool isEmptyFolder = isFolder(key) && !hasInside(key);
+            QCOMPARE(f->vault.deleteDirectory(path), isEmptyFolder);
+            if (isEmptyFolder)
+                items.remove(key + u'/');
+        } else if (kind < 19) {
+            QVERIFY(f->vault.compactVault({}, nullptr));
+        } else {
             lockAndPerhapsChangePassword();
-    }
-
-    void import()
-    {
-        const QByteArray bytes = noise(below(3) == 0 ? 0 : below(70000), random.generate());
-        QVERIFY(f.put(path, bytes));
-        model.items.insert(key, bytes);
-        model.addParents(key);
-    }
-
-    /// A renamed or moved file, if it may go there.
-    void followFile(const QString &target, bool isPossible, bool isDone)
-    {
-        const bool expected = isPossible && !model.has(target);
-        QCOMPARE(isDone, expected);
-        if (expected)
-            model.items.insert(target, model.items.take(key));
-    }
-
-    void makeFolder()
-    {
-        QCOMPARE(f.vault.createDirectory(path), !model.has(key));
-        if (model.isFile(key))
-            return;
-        model.addParents(key + u"/x"_s);
-    }
-
-    void renameFolder()
-    {
-        const bool expected =
-            model.isFolder(key) && !model.has(otherKey) && !pathIsInsideDirectory(otherKey, key);
-        QCOMPARE(f.vault.renameDirectory(path, other), expected);
-        if (expected)
-            model.moveFolder(key, otherKey);
+        }
     }
 
     void lockAndPerhapsChangePassword()
     {
-        QVERIFY(f.vault.lockVault());
+        QVERIFY(f->vault.lockVault());
         if (below(2) == 0) {
             const QByteArray next = "senha numero " + QByteArray::number(random.generate());
-            QVERIFY(f.vault.changePassword(f.container, password, next));
+            QVERIFY(f->vault.changePassword(f->container, password, next));
             password = next;
         }
-        QVERIFY(f.vault.unlockVault(f.container, password));
-        for (const QString &item : model.items.keys())
-            QVERIFY(item.endsWith(u'/') || f.get(item) == model.items.value(item));
+        QVERIFY(f->vault.unlockVault(f->container, password));
+        for (const QString &item : items.keys())
+            QVERIFY(item.endsWith(u'/') || f->get(item) == items.value(item));
     }
-
-    void compareNames()
-    {
-        QStringList names;
-        for (const QString &name : f.paths())
-            names << vaultPathKey(name);
-        names.sort();
-        QCOMPARE(names, model.items.keys());
-    }
-
-    QRandomGenerator random;
-    VaultFixture f;
-    QByteArray password = f.password;
-    Model model;
-
-    // Of the step:
-    QString path;
-    QString other;
-    QString key;
-    QString otherKey;
-};
-
-} // namespace
-
-class VaultDayTest : public QObject
-{
-    Q_OBJECT
 
 private Q_SLOTS:
     void aDayOfOperationsEndsAsTheModelSays_data()
@@ -188,7 +127,18 @@ private Q_SLOTS:
     void aDayOfOperationsEndsAsTheModelSays()
     {
         QFETCH(const quint32, seed);
-        Day(seed).run();
+        random.seed(seed);
+        f = std::make_unique<VaultFixture>();
+        password = f->password;
+        items.clear();
+        for (int step = 0; step <= 200 && !QTest::currentTestFailed(); ++step) {
+            step < 200 ? takeStep() : lockAndPerhapsChangePassword();
+            QStringList names;
+            for (const QString &name : f->paths())
+                names << vaultPathKey(name);
+            names.sort();
+            QCOMPARE(names, items.keys());
+        }
     }
 };
 

@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QUuid>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -17,7 +18,11 @@ namespace Tessarin::Core {
 
 namespace {
 
-constexpr qint64 commitIntervalMs = 2000;
+// Between commits. On a slow drive a commit among many files takes a second, so most of the time goes to
+// blocks.
+constexpr qint64 leastIntervalMs = 2000;
+constexpr qint64 mostIntervalMs = 10'000;
+constexpr qint64 intervalPerCommit = 9;
 
 VaultFileEntry newEntry(const QString &vaultPath, const QFileInfo &source)
 {
@@ -43,7 +48,7 @@ qint64 mostHeaderGrowth(const VaultFileEntry &entry)
 } // namespace
 
 ImportGroup::ImportGroup(VaultContainer &vaultContainer)
-    : container(vaultContainer), newestIndex(vaultContainer.index())
+    : container(vaultContainer), newestIndex(vaultContainer.index()), intervalMs(leastIntervalMs)
 {
 }
 
@@ -126,7 +131,7 @@ bool ImportGroup::append(QFile &source, VaultFileEntry &entry, const ProgressCal
 
 bool ImportGroup::isDue() const
 {
-    return sinceCommit.elapsed() >= commitIntervalMs || mostHeaderSize > ContainerFormat::headerAreaSize;
+    return sinceCommit.elapsed() >= intervalMs || mostHeaderSize > ContainerFormat::headerAreaSize;
 }
 
 bool ImportGroup::commit()
@@ -134,8 +139,11 @@ bool ImportGroup::commit()
     if (uncommitted.isEmpty())
         return true;
     using Outcome = ContainerTransaction::Outcome;
+    QElapsedTimer clock;
+    clock.start();
     const Outcome outcome =
         container.commitIndex(*transaction, newestIndex, ContainerTransaction::Policy::Usual);
+    intervalMs = std::clamp(intervalPerCommit * clock.elapsed(), leastIntervalMs, mostIntervalMs);
     sinceCommit.start();
     if (outcome == Outcome::Committed) {
         committed.append(std::exchange(uncommitted, {}));

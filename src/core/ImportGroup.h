@@ -40,7 +40,8 @@ public:
     /// it was given before, the others that were not committed are as well.
     [[nodiscard]] bool add(QFile &source, const QString &vaultPath, const ProgressCallback &progress);
 
-    /// True about every two seconds, and where the header has hardly any room left.
+    /// True about every two seconds, less often where commits take long, and where the header has hardly any
+    /// room left.
     [[nodiscard]] bool isDue() const;
     /// Puts everything that was added in force. On failure all of it is rolled back: the index is again the
     /// one in force.
@@ -69,6 +70,7 @@ private:
     qint64 mostHeaderSize = 0; ///< That the newest index can come to, in bytes.
     bool lostFiles = false;
     QElapsedTimer sinceCommit;
+    qint64 intervalMs; ///< From the last commit to the next.
     Failure reason = Failure::None;
 };
 

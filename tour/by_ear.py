@@ -8,6 +8,7 @@ from pathlib import Path
 from desktop import Desktop, Missed, until
 
 PASSWORD = "cavalo-bateria-grampo"
+LOCKED = "O cofre está bloqueado. Clique no cadeado ou pressione Ctrl+L para desbloqueá-lo."
 PASSWORD_FIELDS = ["Senha atual:", "Nova senha:", "Confirmar nova senha:", "Alterar", "Cancelar"]
 
 
@@ -79,6 +80,8 @@ class Ear:
     def give_password(self, title):
         self.window(title)
         self.hear("Senha:")
+        rule = "Pelo menos 12 caracteres" if title == "Definir senha do cofre" else ""
+        self.says("password text", "Senha:", rule)
         self.desktop.type(PASSWORD)
         self.press("OK")
 
@@ -87,16 +90,18 @@ class Ear:
 
     # The words -----------------------------------------------------------------------------------------------
 
-    def state_is(self, padlock, vault, table):
+    def state_is(self, padlock, vault, table, hint):
         self.says("check box", padlock, vault)
         self.says("label", vault)
         self.says("label", table)
-        self.says("table", "Arquivos protegidos", table)
+        self.says("table", "Arquivos protegidos", f"{table} | {hint}")
 
     def create_and_unlock(self):
         self.window("Tessarin", "frame")
         nothing = "Nenhum cofre em uso (aberto)"
-        self.state_is("Selecione um container para desbloquear o cofre.", "Cofre bloqueado", nothing)
+        self.state_is("Selecione um container para desbloquear o cofre.", "Cofre bloqueado", nothing,
+                      "A unidade selecionada ainda não tem um cofre com o nome padrão. Pressione Ctrl+N para criar um "
+                      "ou Ctrl+O para escolher um cofre com outro nome.")
         until("the drive to have the focus", lambda: any(str(self.drive) in name for name in self.focused()))
         self.menu("USB", "Container", "Criar novo cofre...")
         self.desktop.window("Criar container Tessarin")
@@ -104,13 +109,14 @@ class Ear:
         self.give_password("Definir senha do cofre")
         self.give_password("Confirmar senha do cofre")
         self.status("Cofre criado com sucesso.")
-        self.state_is("Desbloquear cofre", "Cofre bloqueado", nothing)
+        self.state_is("Desbloquear cofre", "Cofre bloqueado", nothing, LOCKED)
         self.desktop.find("list item", where=lambda item: str(self.drive) in item.get_name() and
                           item.get_description() == "Dispositivo associado ao container selecionado.")
         self.menu("USB", "Acesso ao cofre", "Desbloquear")
         self.give_password("Senha do cofre")
         self.status("Cofre desbloqueado.")
-        self.state_is("Bloquear cofre", "Cofre desbloqueado", "Arquivos protegidos | Pasta: Raiz | O cofre está vazio.")
+        self.state_is("Bloquear cofre", "Cofre desbloqueado", "Arquivos protegidos | Pasta: Raiz | O cofre está vazio.",
+                      "Arraste arquivos para cá ou pressione Ctrl+I para importá-los.")
 
     def use_files(self):
         self.menu("USB", "Acesso ao cofre", "Arquivos protegidos", "Nova pasta...")
@@ -127,12 +133,14 @@ class Ear:
         self.desktop.key("Return")
         self.status("Arquivo importado com sucesso.")
         self.says("table", "Arquivos protegidos", "Arquivos protegidos | Pasta: Raiz | 1 arquivo no cofre.")
-        self.action.do_action(self.desktop.find("table cell", source.name), 0)
+        self.desktop.find("table cell", "sem tamanho")
+        self.desktop.find("table cell", source.name, lambda cell: cell.get_state_set().contains(
+            self.desktop.atspi.StateType.SELECTED))
         self.menu("USB", "Acesso ao cofre", "Arquivos protegidos", "Mover para pasta...")
         self.window("Mover arquivo")
         self.press("Mover")
         self.status("Arquivo movido.")
-        self.action.do_action(self.desktop.find("table cell", "Documentos"), 0)
+        self.desktop.key("Home")
         self.menu("USB", "Acesso ao cofre", "Arquivos protegidos", "Excluir pasta vazia")
         self.window("Excluir pasta", "alert")
         self.hear("Não")
@@ -140,7 +148,7 @@ class Ear:
         self.window("Tessarin", "frame")
         self.action.do_action(self.desktop.find("check box", "Bloquear cofre"), 0)
         self.status("Cofre bloqueado.")
-        self.state_is("Desbloquear cofre", "Cofre bloqueado", "Nenhum cofre em uso (aberto)")
+        self.state_is("Desbloquear cofre", "Cofre bloqueado", "Nenhum cofre em uso (aberto)", LOCKED)
 
     def visit_dialogs(self):
         self.menu("USB", "Container", "Alterar senha...")

@@ -225,6 +225,10 @@ class Desktop:
     def key(self, *keys):
         self._xdotool("key", "--clearmodifiers", *(FUNCTION_KEYS.get(key, key) for key in keys))
 
+    def press_caps_lock(self):
+        """With its modifiers cleared, the key would clear itself."""
+        self._xdotool("key", "Caps_Lock")
+
     def type(self, text):
         if text.isascii():
             self._xdotool("type", "--clearmodifiers", "--delay", 4, "--", text)

@@ -253,7 +253,14 @@ class Tour:
                 "a decrypted copy below the temporary directory", copy)
         self.files[REPORT] += b", corrigida"
         copy.write_bytes(self.files[REPORT])
+        self.cell("Arquivo, editado e ainda não gravado no cofre")
         self.shot()
+
+    def open_again(self):
+        self.desktop.click(self.cell("relatório.odt"), times=2)
+        self.box("Abrir arquivo", f"{REPORT} já foi aberto e editado", "Continuar editando")
+        self.status("Arquivo aberto para edição.")
+        require(self.copy.read_bytes() == self.files[REPORT], "the edit", self.copy.read_bytes())
 
     def close_in_vain(self):
         """A window that cannot be closed, since an edit has no way back, stays however often it is asked to go."""
@@ -324,6 +331,22 @@ class Tour:
         self.desktop.click(self.cell("receita.txt"))
         self.shot()
 
+    def use_keys(self):
+        """The table takes no focus, and the keys reach it all the same."""
+        self.press("Home")
+        self.desktop.key("r", "e")  # receita.txt
+        self.desktop.key("Up", "Down", "F2")
+        self.ask("Renomear arquivo", "receita.txt")
+        self.press("Home")
+        self.desktop.key("KP_Enter")
+        self.shows("..", "relatório.odt")
+        self.desktop.key("BackSpace")
+        self.shows("Documentos", "Rascunhos", "Viagem", *REST, "férias.mp3", "notas", "receita.txt", "visto.png")
+        self.desktop.key("Menu")
+        until("a popup menu", lambda: self.desktop.popups())
+        self.shot()
+        self.desktop.key("Escape")
+
     def context_menu(self):
         self.desktop.click(self.cell("chave.pem"), button=3)
         until("a popup menu", lambda: self.desktop.popups())
@@ -377,12 +400,28 @@ class Tour:
         self.status("Backup do container concluído.")
         require(target.read_bytes() == self.container.read_bytes(), "a backup of the same bytes", "other bytes")
 
+    def keep_the_vault(self):
+        """A new vault in the place of this one takes a question of its own."""
+        before = self.container.read_bytes()
+        self.press("ctrl+n")
+        self.ask(SAVE_CONTAINER, str(self.container), detail=None)
+        self.box("Substituir cofre", "A unidade PENDRIVE", "Não")
+        require(self.container.read_bytes() == before, "the container as it was", "other bytes")
+
     def change_password(self):
         self.press("ctrl+p")
         self.desktop.window("Alterar senha do cofre")
+        self.desktop.press_caps_lock()
+        self.label("A tecla Caps Lock está ligada.")
+        self.shot("caps-lock")
+        self.desktop.press_caps_lock()
         for text in (PASSWORD, NEW_PASSWORD, NEW_PASSWORD + "?"):
             self.desktop.type(text)
             self.desktop.key("Tab")
+        self.desktop.click(self.desktop.find("password text", "Nova senha:"))
+        self.desktop.key("ctrl+m")
+        self.shot("readable")
+        self.desktop.key("ctrl+m")
         self.desktop.click(self.desktop.find("button", "Alterar"))
         self.box("Alterar senha", "A confirmação não coincide com a nova senha.", "OK", "differ")
         self.desktop.window("Alterar senha do cofre")
@@ -465,12 +504,14 @@ class Tour:
                      self.desktop.describe) and self.desktop.program.returncode
         require(code == 0, "exit code 0", code)
         require(not self.workspaces(), "no temporary copies", self.workspaces())
+        settings = list((self.desktop.home / "config").glob("QtProject*"))
+        require(not settings, "no trace of the file dialogs", settings)
 
     STATIONS = [start, choose_drive, create_vault, refuse_wrong_password, unlock_vault, create_folders, import_several,
-                enter_folder_and_replace, export_file, open_and_edit, close_in_vain, lock_by_padlock,
-                edit_came_back, move_file, rename_file, rename_folder, browse, context_menu, open_without_program,
-                delete_file, delete_folder, compact, backup, change_password, open_foreign_container, about, help,
-                close_while_it_works, quit]
+                enter_folder_and_replace, export_file, open_and_edit, open_again, close_in_vain, lock_by_padlock,
+                edit_came_back, move_file, rename_file, rename_folder, browse, use_keys, context_menu,
+                open_without_program, delete_file, delete_folder, compact, backup, keep_the_vault, change_password,
+                open_foreign_container, about, help, close_while_it_works, quit]
     SHORT = [start, choose_drive, create_vault, unlock_vault, create_folders, import_several, lock_by_padlock,
              open_foreign_container, close_while_it_works, quit]
 

@@ -85,6 +85,11 @@ QByteArray ChangePasswordDialog::newPassword() const
     return newPasswordEdit->text().toUtf8();
 }
 
+bool ChangePasswordDialog::hadLineBreak() const
+{
+    return PasswordField::hadLineBreak(*currentPasswordEdit);
+}
+
 void ChangePasswordDialog::validateAndAccept()
 {
     const auto refuse = [this](QLineEdit *edit, const QString &text) {

@@ -19,6 +19,8 @@ public:
     /// UTF-8 bytes of the fields. The caller wipes them.
     [[nodiscard]] QByteArray currentPassword() const;
     [[nodiscard]] QByteArray newPassword() const;
+    /// Of the current one; see PasswordField.
+    [[nodiscard]] bool hadLineBreak() const;
 
 public Q_SLOTS:
     /// Accepts when all three fields are in order; otherwise says what is not and stays.

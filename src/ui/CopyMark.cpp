@@ -1,4 +1,4 @@
-// The two marks differ by shape as well, for those who see no difference of colour.
+// A ring and a disc, for those who see no difference of colour.
 #include "ui/CopyMark.h"
 
 #include "ui/OpenCopies.h"
@@ -10,7 +10,7 @@ namespace Tessarin::UI {
 
 namespace {
 
-constexpr double diameter = 11;
+constexpr double diameter = 12;
 constexpr QColor openColor(0x0b, 0x4f, 0x8a);
 constexpr QColor editedColor(0xc2, 0x41, 0x0c);
 
@@ -24,18 +24,17 @@ void CopyMark::paint(QPainter *painter, const QStyleOptionViewItem &option, cons
         return;
     const QRectF cell(option.rect);
     const QRectF disc(cell.right() - diameter - 1, cell.bottom() - diameter - 2, diameter, diameter);
-    const bool isEdited = state == CopyState::Edited;
-    const QColor color = isEdited ? editedColor : openColor;
+    // A white rim sets either off from the icon and from the colour of a chosen row.
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing);
-    painter->setPen(QPen(isEdited ? QColor(Qt::white) : color, isEdited ? 1 : 2));
-    painter->setBrush(isEdited ? color : QColor(Qt::white));
-    painter->drawEllipse(disc.adjusted(1, 1, -1, -1));
-    if (isEdited) {
-        // A stroke of a pencil.
-        painter->setPen(QPen(Qt::white, 2, Qt::SolidLine, Qt::RoundCap));
-        painter->drawLine(disc.center() + QPointF(-1.8, 1.8), disc.center() + QPointF(1.8, -1.8));
-    }
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(Qt::white);
+    painter->drawEllipse(disc);
+    if (state == CopyState::Open)
+        painter->setPen(QPen(openColor, 2));
+    else
+        painter->setBrush(editedColor);
+    painter->drawEllipse(disc.adjusted(2, 2, -2, -2));
     painter->restore();
 }
 

@@ -94,8 +94,8 @@ private:
     [[nodiscard]] QString leaveContainerFor(const QString &driveRoot);
     void chooseContainer();
     void createVault();
-    /// UTF-8; empty when cancelled, the new one also when refused. The caller wipes it.
-    [[nodiscard]] QByteArray requestPassword(const QString &title);
+    /// UTF-8; empty when cancelled or refused. The caller wipes it.
+    [[nodiscard]] QByteArray requestPassword(const QString &title, bool *hadLineBreak);
     [[nodiscard]] QByteArray requestNewVaultPassword();
 
     // The vault as a whole (MainWindowOperations.cpp) -------------------------------------------------------

@@ -160,9 +160,9 @@ void MainWindow::createVault()
     conclude({.contentsChanged = true, .freeSpaceChanged = true, .status = tr("Cofre criado com sucesso.")});
 }
 
-QByteArray MainWindow::requestPassword(const QString &title)
+QByteArray MainWindow::requestPassword(const QString &title, bool *hadLineBreak)
 {
-    return UI::requestPassword(this, title);
+    return UI::requestPassword(this, title, PasswordField::Purpose::Existing, hadLineBreak);
 }
 
 QByteArray MainWindow::requestNewVaultPassword()
@@ -194,10 +194,11 @@ void MainWindow::backupContainer()
 
 void MainWindow::unlockVault()
 {
-    QByteArray password = requestPassword(tr("Senha do cofre"));
+    bool hadLineBreak = false;
+    QByteArray password = requestPassword(tr("Senha do cofre"), &hadLineBreak);
     if (password.isEmpty())
         return;
-    const Outcome outcome = vaultOperations.unlock(containerPath, std::move(password));
+    const Outcome outcome = vaultOperations.unlock(containerPath, std::move(password), hadLineBreak);
     deviceList->watchContainerDrive();
     conclude(outcome);
 }

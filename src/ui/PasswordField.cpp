@@ -27,6 +27,7 @@ namespace Tessarin::UI {
 namespace {
 
 constexpr int eyeSize = 16;
+constexpr char lineBreakProperty[] = "hadLineBreak";
 
 bool isControlCharacter(QChar character)
 {
@@ -44,6 +45,8 @@ public:
     {
         if (std::ranges::none_of(text, isControlCharacter))
             return Acceptable; // Without a copy of the password.
+        if (text.endsWith(u'\n'))
+            parent()->setProperty(lineBreakProperty, true);
         cursor -= static_cast<int>(std::ranges::count_if(text.first(cursor), isControlCharacter));
         text.removeIf(isControlCharacter);
         return Acceptable;
@@ -82,6 +85,11 @@ PasswordField::PasswordField(QLineEdit *lineEdit, Purpose purpose, QLabel *capsL
     }
     addEye();
     field->installEventFilter(this);
+}
+
+bool PasswordField::hadLineBreak(const QLineEdit &lineEdit)
+{
+    return lineEdit.property(lineBreakProperty).toBool();
 }
 
 void PasswordField::addEye()

@@ -24,6 +24,10 @@ public:
     /// several fields may share.
     PasswordField(QLineEdit *lineEdit, Purpose purpose, QLabel *capsLockLabel);
 
+    /// Whether a line break was pasted behind a password and kept out. Tessarin 1.0.5 took it in, so there
+    /// may be vaults that open with it only.
+    [[nodiscard]] static bool hadLineBreak(const QLineEdit &lineEdit);
+
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 

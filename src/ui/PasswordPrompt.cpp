@@ -15,7 +15,8 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
 
-QByteArray requestPassword(QWidget *parent, const QString &title, PasswordField::Purpose purpose)
+QByteArray requestPassword(QWidget *parent, const QString &title, PasswordField::Purpose purpose,
+                           bool *hadLineBreak)
 {
     QInputDialog dialog(parent);
     dialog.setObjectName(u"passwordDialog"_s);
@@ -32,6 +33,8 @@ QByteArray requestPassword(QWidget *parent, const QString &title, PasswordField:
     dialog.resize(360, height);
     const bool accepted = dialog.exec() == QDialog::Accepted;
     QByteArray password = accepted ? dialog.textValue().toUtf8() : QByteArray();
+    if (hadLineBreak)
+        *hadLineBreak = PasswordField::hadLineBreak(*field);
     dialog.setTextValue({});
     return password;
 }

@@ -28,6 +28,8 @@ constexpr std::array words{
     Word{"QAbstractFileIconProvider", "Unknown", u"Desconhecido"},
     Word{"QFileDialog", "Date Modified", u"Data de modificação"},
     Word{"QFileDialog", "Computer", u"Computador"},
+    Word{"QFileDialog", "%1 already exists.\nDo you want to replace it?",
+         u"%1 já existe.\nDeseja substituí-lo?"},
     Word{"QShortcut", "Return", u"Enter"},
     Word{"QWidgetTextControl", "Undo", u"Desfazer"},
 };

@@ -30,18 +30,49 @@ QString compactionLeftoverNote(const Core::VaultManager &vault)
         .arg(QDir::toNativeSeparators(leftovers.join(u'\n')));
 }
 
+bool isWrongPassword(const Core::VaultManager &vault)
+{
+    return vault.state() == Core::VaultManager::Locked &&
+           vault.lastFailure() == Core::Failure::WrongPasswordOrDamaged;
+}
+
+/// A password as Tessarin 1.0.5 took it where a line break was pasted with it. Appended in place, it could
+/// leave a copy of the password in freed memory.
+struct WithLineBreak
+{
+    explicit WithLineBreak(const QByteArray &password)
+    {
+        bytes.reserve(password.size() + 1);
+        bytes.append(password).append('\n');
+    }
+    ~WithLineBreak() { Core::wipe(bytes); }
+    Q_DISABLE_COPY_MOVE(WithLineBreak)
+
+    QByteArray bytes;
+};
+
 } // namespace
 
-Outcome VaultOperations::unlock(const QString &containerPath, QByteArray &&password)
+Outcome VaultOperations::unlock(const QString &containerPath, QByteArray &&password, bool hadLineBreak)
 {
     bool unlocked = false;
+    bool needsLineBreak = false;
     {
         const Core::WipedAtScopeEnd wiped(password);
         const WaitCursor waitCursor;
         unlocked = vault.unlockVault(containerPath, password);
+        if (!unlocked && hadLineBreak && isWrongPassword(vault)) {
+            needsLineBreak = vault.unlockVault(containerPath, WithLineBreak(password).bytes);
+            unlocked = needsLineBreak;
+        }
     }
     if (unlocked) {
-        const QString note = compactionLeftoverNote(vault);
+        const QString note =
+            needsLineBreak
+                ? tr("A senha deste cofre termina com uma quebra de linha, que veio junto quando ela foi "
+                     "colada: digitada, ela não o abre. Bloqueie o cofre e use USB > Container > Alterar "
+                     "senha..., colando a senha atual do mesmo jeito.")
+                : compactionLeftoverNote(vault);
         return {.contentsChanged = true,
                 .status = tr("Cofre desbloqueado."),
                 .information = {note.isEmpty() ? QString() : tr("O cofre está aberto."), note}};
@@ -75,8 +106,13 @@ Outcome VaultOperations::changePassword(const QString &containerPath)
         const Core::WipedAtScopeEnd wipedCurrent(currentPassword);
         const Core::WipedAtScopeEnd wipedNew(newPassword);
         ProgressDialog progress(parent, tr("Alterar senha"));
-        changed = vault.changePassword(containerPath, currentPassword, newPassword,
-                                       progress.reporter(tr("%1...\n%2 de %3")));
+        const auto change = [&](const QByteArray &current) {
+            return vault.changePassword(containerPath, current, newPassword,
+                                        progress.reporter(tr("%1...\n%2 de %3")));
+        };
+        changed = change(currentPassword);
+        if (!changed && dialog.hadLineBreak() && isWrongPassword(vault))
+            changed = change(WithLineBreak(currentPassword).bytes);
         progress.finish();
     }
     if (!changed)

@@ -25,8 +25,8 @@ public:
     {
     }
 
-    /// The password is wiped.
-    [[nodiscard]] Outcome unlock(const QString &containerPath, QByteArray &&password);
+    /// The password is wiped. One that had a line break behind it is tried with it as well.
+    [[nodiscard]] Outcome unlock(const QString &containerPath, QByteArray &&password, bool hadLineBreak);
     /// Asks for both passwords.
     [[nodiscard]] Outcome changePassword(const QString &containerPath);
     [[nodiscard]] Outcome compact();

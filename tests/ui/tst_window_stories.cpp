@@ -121,6 +121,8 @@ private:
             w.drives->removeAt(what.toInt());
         else if (verb == u"look"_s)
             look();
+        else if (verb == u"old-line-break"_s)
+            QVERIFY(vault.vault.changePassword(vault.container, vault.password, vault.password + '\n'));
         else if (verb == u"wait"_s)
             QTest::qWait(200);
         else if (w.action(verb))

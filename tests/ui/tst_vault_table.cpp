@@ -38,6 +38,9 @@ private Q_SLOTS:
         QCOMPARE(fileTypeLabel(u"foto.tar.Jpeg"_s), u"JPEG"_s);
         QCOMPARE(formatFileSize((qint64(5) << 30) + (qint64(1) << 29)),
                  QLocale().toString(5.5, 'f', 1) + u" GB"_s);
+        QCOMPARE(formatFileSize(1), u"1 byte"_s);
+        QCOMPARE(shownName(u"a/x\u202egnp.exe"_s), u"a/x[U+202E]gnp.exe"_s);
+        QCOMPARE(shownName(u"a/\u05d0.txt"_s), u"a/\u2068\u05d0.txt\u2069"_s);
         QCOMPARE(formatFileDate({}), QString());
         QCOMPARE(formatFileDate(QDateTime({2024, 5, 3}, {14, 7}).toUTC()), u"03/05/2024 14:07"_s);
         QCOMPARE(normalizeDirectoryPath(u" /media/usb/// "_s), u"/media/usb/"_s);

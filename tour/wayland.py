@@ -6,11 +6,9 @@ from dataclasses import dataclass
 
 from desktop import Desktop, Missed, until
 
-# Two names each, of present and former versions.
 SETTINGS = """[core]
 idle-time=0
 use-pixman=true
-renderer=pixman
 [shell]
 panel-position=none
 background-color=0xff506070

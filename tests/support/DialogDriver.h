@@ -46,7 +46,8 @@ inline QString describe(const QWidget &shown)
         return (parts + files->nameFilters()).join(u" | "_s);
     }
     for (const QWidget *child : shown.findChildren<QWidget *>()) {
-        if (const auto *label = qobject_cast<const QLabel *>(child); label && !label->text().isEmpty()) {
+        const auto *label = qobject_cast<const QLabel *>(child);
+        if (label && !label->isHidden() && !label->text().isEmpty()) {
             const bool isRich = label->textFormat() != Qt::PlainText && Qt::mightBeRichText(label->text());
             parts += (isRich ? u"<rich>"_s : QString()) + label->text().replace(u'\n', u'¶');
         } else if (const auto *edit = qobject_cast<const QLineEdit *>(child))

@@ -1,4 +1,5 @@
-// The namespace of files and folders. No operation here touches a block.
+// The namespace of files and folders. No operation here touches a block, and none asks whether the session is
+// unlocked: what stores the index refuses while it is locked.
 #include "core/VaultManager.h"
 
 #include "core/VaultNamespace.h"
@@ -76,8 +77,6 @@ bool VaultManager::moveFile(const QString &filePath, const QString &targetDirect
 {
     const QString source = normalizedVaultPath(filePath);
     const QString target = normalizedVaultPath(targetDirectory);
-    if (sessionState != Unlocked || source.isEmpty())
-        return fail(Failure::Refused);
     if (!target.isEmpty() && !indexContainsDirectoryPath(currentIndex(), target))
         return fail(Failure::Refused);
 
@@ -86,22 +85,17 @@ bool VaultManager::moveFile(const QString &filePath, const QString &targetDirect
 
 bool VaultManager::renameFile(const QString &filePath, const QString &newFilePath)
 {
-    const QString source = normalizedVaultPath(filePath);
-    const QString target = normalizedVaultPath(newFilePath);
-    if (sessionState != Unlocked || source.isEmpty())
-        return fail(Failure::Refused);
-
-    return relocateFile(source, target);
+    return relocateFile(normalizedVaultPath(filePath), normalizedVaultPath(newFilePath));
 }
 
 /// What moving and renaming share: the file must exist and be closed, its new path must be free.
 bool VaultManager::relocateFile(const QString &filePath, const QString &newFilePath)
 {
-    if (newFilePath.isEmpty() || vaultPathsEqual(filePath, newFilePath))
-        return fail(Failure::Refused);
     const VaultFileEntry *file = currentIndex().findFile(filePath);
-    if (file == nullptr || itemExists(currentIndex(), newFilePath) || hasOpenCopy(filePath))
+    if (file == nullptr || newFilePath.isEmpty() || itemExists(currentIndex(), newFilePath) ||
+        hasOpenCopy(filePath)) {
         return fail(Failure::Refused);
+    }
 
     SecureFileIndex relocated = currentIndex();
     return relocated.setVaultPath(file->vaultPath, newFilePath) && saveIndex(relocated);
@@ -110,8 +104,6 @@ bool VaultManager::relocateFile(const QString &filePath, const QString &newFileP
 bool VaultManager::deleteFile(const QString &filePath)
 {
     const QString path = normalizedVaultPath(filePath);
-    if (sessionState != Unlocked || path.isEmpty())
-        return fail(Failure::Refused);
     const VaultFileEntry *file = currentIndex().findFile(path);
     if (file == nullptr)
         return fail(Failure::Refused);
@@ -129,7 +121,7 @@ bool VaultManager::deleteFile(const QString &filePath)
 bool VaultManager::createDirectory(const QString &directoryPath)
 {
     const QString path = normalizedVaultPath(directoryPath);
-    if (sessionState != Unlocked || path.isEmpty() || itemExists(currentIndex(), path))
+    if (path.isEmpty() || itemExists(currentIndex(), path))
         return fail(Failure::Refused);
 
     SecureFileIndex extended = currentIndex();
@@ -142,9 +134,7 @@ bool VaultManager::renameDirectory(const QString &directoryPath, const QString &
 {
     const QString from = normalizedVaultPath(directoryPath);
     const QString to = normalizedVaultPath(newDirectoryPath);
-    if (sessionState != Unlocked || from.isEmpty() || to.isEmpty())
-        return fail(Failure::Refused);
-    if (vaultPathsEqual(from, to) || pathIsInsideDirectory(to, from))
+    if (to.isEmpty() || pathIsInsideDirectory(to, from))
         return fail(Failure::Refused);
     if (!indexContainsDirectoryPath(currentIndex(), from) || itemExists(currentIndex(), to))
         return fail(Failure::Refused);
@@ -158,8 +148,6 @@ bool VaultManager::renameDirectory(const QString &directoryPath, const QString &
 bool VaultManager::deleteDirectory(const QString &directoryPath)
 {
     const QString path = normalizedVaultPath(directoryPath);
-    if (sessionState != Unlocked || path.isEmpty())
-        return fail(Failure::Refused);
     const VaultDirectoryEntry *directory = currentIndex().findDirectory(path);
     if (directory == nullptr)
         return fail(Failure::Refused);

@@ -124,6 +124,9 @@ private Q_SLOTS:
         QVERIFY(visitJsonMembers(quoted("{'a\\u0062\\'\\\\\\/\\b\\n\\u00e9\\u0080\\u007fc':1, 'ã' : {} } "),
                                  collect));
         QCOMPARE(keys, "ab\"\\/????\u007fcã");
+        for (const char *number : {"1e", "1e+", "-", ".", "01", "+1", "1.", ".5", "-0.5e-7"})
+            QCOMPARE(visitJsonMembers("{\"a\":"_ba + number + '}', collect),
+                     QByteArrayList({"1.", ".5", "-0.5e-7"}).contains(number));
         for (const auto &[depth, isTaken] : {std::pair{1024, true}, {1025, false}})
             QCOMPARE(
                 visitJsonMembers("{\"a\":" + QByteArray(depth, '[') + QByteArray(depth, ']') + '}', collect),

@@ -33,10 +33,13 @@ Outcome FileOperations::exportFile(const QString &path, const QString &container
     if (target.isEmpty())
         return {};
     ProgressDialog progress(parent, title);
+    const auto report = progress.reporter(tr("Exportando %1...\n%2 de %3"));
     Core::Failure reason = Core::Failure::None;
     if (!copyPath.isEmpty())
-        reason = exportCopy(copyPath, target, containerPath);
-    else if (!vault.exportFile(path, target, progress.reporter(tr("Exportando %1...\n%2 de %3"))))
+        reason = exportCopy(copyPath, target, containerPath, [&](qint64 doneBytes, qint64 totalBytes) {
+            report(doneBytes, totalBytes, path);
+        });
+    else if (!vault.exportFile(path, target, report))
         reason = vault.lastFailure();
     progress.finish();
     if (reason == Core::Failure::Refused)
@@ -50,7 +53,8 @@ Outcome FileOperations::exportFile(const QString &path, const QString &container
 }
 
 Core::Failure FileOperations::exportCopy(const QString &copyPath, const QString &target,
-                                         const QString &containerPath) const
+                                         const QString &containerPath,
+                                         const std::function<void(qint64, qint64)> &report) const
 {
     if (Core::isSameFile(target, containerPath) || Core::isSameFile(target, copyPath))
         return Core::Failure::Refused;
@@ -58,8 +62,7 @@ Core::Failure FileOperations::exportCopy(const QString &copyPath, const QString 
     if (!copy.open(QIODevice::ReadOnly))
         return Core::Failure::SourceUnreadable;
     QFile exported(target);
-    if (!exported.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-        !copyFile(copy, exported, [](qint64, qint64) {}))
+    if (!exported.open(QIODevice::WriteOnly | QIODevice::Truncate) || !copyFile(copy, exported, report))
         return exported.error() == QFile::ResourceError ? Core::Failure::TargetFull
                                                         : Core::Failure::TargetUnwritable;
     return Core::Failure::None;

@@ -8,6 +8,8 @@
 
 #include <QCoreApplication>
 
+#include <functional>
+
 class QWidget;
 
 namespace Tessarin::Core {
@@ -63,7 +65,8 @@ private:
     [[nodiscard]] static QString directoryNameRule();
     [[nodiscard]] bool hasItem(const QString &path) const;
     [[nodiscard]] Core::Failure exportCopy(const QString &copyPath, const QString &target,
-                                           const QString &containerPath) const;
+                                           const QString &containerPath,
+                                           const std::function<void(qint64, qint64)> &report) const;
     [[nodiscard]] QString whyNotRelocated(const QString &path) const;
 
     QWidget *parent;

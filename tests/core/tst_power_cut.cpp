@@ -383,11 +383,11 @@ private:
     }
 
     /// Cuts after a call that has failed, at every later point or at some.
-    void cutAfterFailure(const DriveTape &tape, const CallFailure &failure, const States &atTheEnd)
+    void cutAfterFailure(const DriveTape &tape, qsizetype last, const CallFailure &failure,
+                         const States &atTheEnd)
     {
         // Without room some changes go ahead without protection.
         const bool isUnprotected = failure.error != EIO && (operation.name == "compact" || isRecordBehind);
-        const qsizetype last = tape.events.size();
         QRandomGenerator random(seed + quint32(failure.call));
         const qsizetype stride = isThorough ? 1 : last + 1;
         const qsizetype first =
@@ -412,26 +412,38 @@ private:
         if (tape.calls < failure.call)
             return false;
 
-        const QString when = QString::asprintf("call %d fails with %d%s, result %d", failure.call,
-                                               failure.error, failure.isForEver ? " for ever" : "", isDone);
-        States allowed{isDone ? states.last() : states.first()};
+        const QString when =
+            QString::asprintf("%s %d fails with %d, %d times, result %d", failure.isOfSyncs ? "sync" : "call",
+                              failure.call, failure.error, failure.times, isDone);
+        const bool isInForce = isDone || session.vault.lastFailure() == Failure::FormerKeyRemains;
+        States allowed{isInForce ? states.last() : states.first()};
         // A new vault that failed to get its name may be there under another.
-        if (!isDone && (failure.isForEver || states.size() > 2 || operation.name == "create"))
+        if (!isInForce && (failure.times > 1 || states.size() > 2 || operation.name == "create"))
             allowed = states;
         const QByteArray state = stateOfCopy(filesIn(drive.path()));
         check(allowed.contains(state), when, "not the state that the result tells of");
-        cutAfterFailure(tape, failure, allowed);
+        const qsizetype failed = tape.events.size();
+        cutAfterFailure(tape, failed, failure, allowed);
         // A compaction that fails past the deletion leaves the container elsewhere, for the user to take.
         if ((operation.name == "compact" || operation.name == "create") && !isDone)
             return true;
         const bool isOpen = session.vault.state() == VaultManager::Unlocked;
-        check(!isOpen || failure.isForEver || state.startsWith(contentsOf(session.vault)), when,
+        check(!isOpen || failure.times > 1 || state.startsWith(contentsOf(session.vault)), when,
               "the session knows another state");
+        // The drive works again, but does not hold all that the kernel's cache shows.
+        tape.resume();
         check(isOpen || session.unlock(container), when, "no unlocking afterwards");
         check(change(session.vault), when, "nothing can be done afterwards");
+        tape.stop();
         const QByteArray last = stateOfCopy({{u"tessarin.trvx"_s, readFile(container)}});
         check(!last.isEmpty() && last.startsWith(contentsOf(session.vault)), when,
               "wrong after the next operation");
+        const qsizetype end = tape.events.size();
+        cut(tape, end, DriveTape::Everything, 0, {last});
+        QRandomGenerator random(seed + quint32(failed));
+        if (failure.error == EIO)
+            cut(tape, failed + random.bounded(end + 1 - failed), DriveTape::AnySectors, random.generate(),
+                allowed + States{state, last});
         return true;
     }
 
@@ -514,13 +526,15 @@ private Q_SLOTS:
         }
 
         // Each call in all ways, or in ways that alternate from call to call.
-        const int stride = !isThorough ? 6 : size == "small" ? 1 : 3;
+        const int stride = !isThorough ? 7 : size == "small" ? 1 : 3;
         bool isReached = isWhole;
         for (int call = 1; isReached; ++call) {
-            for (int variant = call % stride; variant < 6; variant += stride) {
+            for (int variant = call % stride; variant < 7; variant += stride) {
                 const int error = std::array{EIO, ENOSPC, EFBIG}[size_t(variant % 3)];
-                isReached = fail({call, error, variant >= 3});
+                isReached = fail({call, error, variant < 3 ? 1 : variant < 6 ? CallFailure::forEver : 2});
             }
+        }
+        for (int sync = 1; isWhole && fail({sync, EIO, 2, true}); ++sync) {
         }
         QCOMPARE(losses, 0);
     }
@@ -591,8 +605,94 @@ private Q_SLOTS:
         }
     }
 
-    void withoutLocksASeriesLeavesAnothersSaveAlone()
+    void pagesBehindTheHeaderNeedNotBeReadable()
     {
+        operation = operations.first();
+        before = driveBefore(0);
+        for (const qint64 page : {65536, 8380416, 8384512}) {
+            putFiles(drive.path(), before);
+            DriveTape damaged(drive.path());
+            damaged.unreadableFrom = page;
+            damaged.unreadableTo = page + 4096;
+            Session session;
+            QVERIFY(session.unlock(container));
+            QVERIFY(change(session.vault));
+            QVERIFY(session.vault.lockVault());
+            QVERIFY(VaultManager().changePassword(container, password, newPassword));
+            QCOMPARE(damaged.unreadableTo, 0);
+        }
+    }
+
+    /// The ends of such a header, nonce and tag of its index, are those that the session knows.
+    void aHeaderTornInItsMiddleIsRolledBackByItsSession()
+    {
+        operation = operations.first();
+        before = driveBefore(headerSizes["more"]);
+        losses = 0;
+        Session session;
+        Session other;
+        QVERIFY(begin(session));
+        QVERIFY(begin(other));
+        DriveTape tape(drive.path());
+        QVERIFY(run(other, [] {}));
+        tape.stop();
+        DriveFiles torn = tape.cutAfter(2, DriveTape::Nothing, 0);
+        torn.first().replace(2000000, 4096, QByteArray(4096, 'A'));
+        putFiles(drive.path(), torn);
+        DriveTape next(drive.path());
+        QVERIFY(change(session.vault));
+        next.stop();
+        const States allowed{stateOfCopy(before), stateOfCopy(filesIn(drive.path()))};
+        for (qsizetype at = 0; at <= next.events.size(); ++at) {
+            for (const auto loss : {DriveTape::Everything, DriveTape::Nothing, DriveTape::EndOfLastWrite})
+                cut(next, at, loss, seed, allowed);
+        }
+        QCOMPARE(losses, 0);
+    }
+
+    void aChangedPasswordIsNeverUndone()
+    {
+        operation = operations.first();
+        before = driveBefore(0);
+        Session session;
+        QVERIFY(begin(session));
+        QVERIFY(VaultManager().changePassword(container, password, newPassword));
+        QVERIFY(leaveStaleRecord(session.vault, drive.path()));
+        const DriveFiles files = filesIn(drive.path());
+        QVERIFY(!VaultManager().unlockVault(container, password));
+        QVERIFY(!change(session.vault));
+        QVERIFY(filesIn(drive.path()) == files);
+        QCOMPARE(stateOfCopy(files), stateOfCopy(before) + "\nnew password");
+    }
+
+    void recordsOfUnknownKindsAreNone()
+    {
+        const QByteArray record = undoRecordFor({"{}", Sha256::of("{}")}, {"[]", Sha256::of("[]")});
+        for (const char kind : {'\1', '\2', '\3', '\0'}) {
+            QByteArray bytes = record.chopped(Sha256::sizeBytes);
+            bytes[bytes.indexOf("TRVXUNDO") + 15] = kind;
+            bytes =
+                QByteArray(ContainerFormat::headerAreaSize - record.size(), '\0') + bytes + Sha256::of(bytes);
+            QBuffer file(&bytes);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QCOMPARE(findUndoRecord(file).has_value(), kind == 1 || kind == 2);
+        }
+    }
+
+    /// Nothing tells there whether another program is at work.
+    void withoutLocksAnothersWorkIsLeftAlone()
+    {
+        operation = operations.last();
+        before = driveBefore(0);
+        putFiles(drive.path(), before);
+        Session opening;
+        DriveTape recovery(drive.path());
+        recovery.hasLocks = false;
+        QVERIFY(opening.unlock(container));
+        QCOMPARE(recovery.events.size(), 0);
+        recovery.stop();
+        QCOMPARE(contentsOf(opening.vault), stateOfCopy(before));
+
         operation = operations.first();
         before = driveBefore(0);
         for (const bool isBeforeTheEnd : {false, true}) {
@@ -608,6 +708,7 @@ private Q_SLOTS:
             skippedSeconds += 3;
             QVERIFY(isBeforeTheEnd || !importing(u"small"_s, u"2.bin"_s)(series.vault, drive.path()));
             QVERIFY(!series.vault.endImportSeries());
+            QCOMPARE(series.vault.lastFailure(), Failure::ChangedByOther);
             Session later;
             QVERIFY(later.unlock(container));
             QCOMPARE(contentsOf(later.vault), contentsOf(other.vault));

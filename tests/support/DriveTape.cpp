@@ -106,6 +106,12 @@ void DriveTape::stop()
         running = nullptr;
 }
 
+void DriveTape::resume()
+{
+    failure = {};
+    running = this;
+}
+
 DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const
 {
     QRandomGenerator random(seed);
@@ -216,10 +222,12 @@ bool DriveTape::watches(const char *path, Event &event) const
     return QByteArrayView(path).startsWith(folder + '/');
 }
 
-bool DriveTape::fails(size_t *writeSize)
+bool DriveTape::fails(bool isSync, size_t *writeSize)
 {
+    if (failure.isOfSyncs && !isSync)
+        return false;
     ++calls;
-    if (failure.call == 0 || calls < failure.call || (calls > failure.call && !failure.isForEver))
+    if (failure.call == 0 || calls < failure.call || calls >= failure.call + failure.times)
         return false;
     if (calls == failure.call)
         eventsBeforeFailure = events.size();
@@ -240,7 +248,8 @@ int taped(DriveTape::Event event, Where where, const Call &call)
 {
     if (running == nullptr || !running->watches(where, event))
         return call();
-    const int result = running->fails() ? -1 : call();
+    const bool isSync = event.kind == DriveTape::Sync || event.kind == DriveTape::SyncNames;
+    const int result = running->fails(isSync) ? -1 : call();
     if (result != 0 && event.kind == DriveTape::Sync)
         event.kind = DriveTape::FailedSync;
     if (result == 0 || event.kind == DriveTape::FailedSync)
@@ -276,7 +285,7 @@ int open64(const char *path, int flags, ...)
     }
     if (running == nullptr || (flags & O_CREAT) == 0 || !running->watches(path, event) || event.file != 0)
         return forward(path, flags, mode);
-    const int descriptor = running->fails() ? -1 : forward(path, flags, mode);
+    const int descriptor = running->fails(false) ? -1 : forward(path, flags, mode);
     if (descriptor >= 0 && running->watches(path, event))
         running->events.append(event);
     return descriptor;
@@ -287,7 +296,7 @@ off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
     static const auto forward = FORWARD(lseek64);
     DriveTape::Event event = {};
     const bool isTaped = running != nullptr && whence == SEEK_SET && running->watches(descriptor, event);
-    return isTaped && running->fails() ? -1 : forward(descriptor, offset, whence);
+    return isTaped && running->fails(false) ? -1 : forward(descriptor, offset, whence);
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t size)
@@ -297,7 +306,7 @@ ssize_t write(int descriptor, const void *bytes, size_t size)
     if (running == nullptr || !running->watches(descriptor, event))
         return forward(descriptor, bytes, size);
     event.position = ::lseek64(descriptor, 0, SEEK_CUR);
-    const ssize_t written = running->fails(&size) ? -1 : forward(descriptor, bytes, size);
+    const ssize_t written = running->fails(false, &size) ? -1 : forward(descriptor, bytes, size);
     if (written > 0) {
         event.bytes = QByteArray(static_cast<const char *>(bytes), written);
         if (event.position <= running->unreadableFrom && event.position + written >= running->unreadableTo)
@@ -369,7 +378,7 @@ int fsync(int descriptor)
 int sync_file_range(int descriptor, off64_t, off64_t, unsigned int)
 {
     DriveTape::Event event = {DriveTape::FailedSync};
-    if (running == nullptr || !running->watches(descriptor, event) || !running->fails())
+    if (running == nullptr || !running->watches(descriptor, event) || !running->fails(true))
         return 0;
     running->events.append(event);
     return -1;

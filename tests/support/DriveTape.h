@@ -14,13 +14,15 @@ namespace Tessarin::Tests {
 
 using DriveFiles = QMap<QString, QByteArray>; ///< Name and contents.
 
-/// The call with this number (from 1) fails, or that one and all after it. With ENOSPC half of a write goes
-/// through first, as on a full drive.
+/// The call with this number (from 1) fails, and those after it, as many as are said. With ENOSPC half of a
+/// write goes through first, as on a full drive.
 struct CallFailure
 {
+    static constexpr int forEver = 1000000;
     int call = 0;
     int error = 0;
-    bool isForEver = false;
+    int times = 1;
+    bool isOfSyncs = false; ///< Only waits for the drive are counted, and fail.
 };
 
 class DriveTape
@@ -44,6 +46,8 @@ public:
     ~DriveTape() { stop(); }
     Q_DISABLE_COPY_MOVE(DriveTape)
     void stop();
+    /// Goes on, with a drive that works.
+    void resume();
 
     /// A drive whose power went after `eventCount` events.
     [[nodiscard]] DriveFiles cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const;
@@ -60,7 +64,7 @@ public:
     // and says whether it fails.
     [[nodiscard]] bool watches(int descriptor, Event &event) const;
     [[nodiscard]] bool watches(const char *path, Event &event) const;
-    [[nodiscard]] bool fails(size_t *writeSize = nullptr);
+    [[nodiscard]] bool fails(bool isSync, size_t *writeSize = nullptr);
 
 private:
     CallFailure failure;

@@ -65,7 +65,9 @@ QByteArray pbkdf2Block(const QByteArray &password, const KeyDerivationParams &pa
     const WipedAtScopeEnd wipeRound(round);
     QByteArray block(round.constData(), round.size());
     for (qint32 iteration = 2; iteration <= params.iterations; ++iteration) {
-        round = hmac(round);
+        QByteArray next = hmac(round);
+        wipe(round);
+        round.swap(next);
         for (qsizetype i = 0; i < block.size(); ++i)
             block[i] = static_cast<char>(block[i] ^ round.at(i));
     }

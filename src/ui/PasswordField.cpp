@@ -82,6 +82,12 @@ PasswordField::PasswordField(QLineEdit *lineEdit, Purpose purpose, QLabel *capsL
         rule = translated("Pelo menos %1 caracteres").arg(Core::VaultManager::minimumPasswordLength);
         field->setPlaceholderText(rule);
         field->setAccessibleDescription(rule);
+        // Dark colours of some desktops come with a dark one for it.
+        QPalette palette = field->palette();
+        QColor grey = palette.color(QPalette::Text);
+        grey.setAlphaF(0.65F);
+        palette.setColor(QPalette::PlaceholderText, grey);
+        field->setPalette(palette);
     }
     addEye();
     field->installEventFilter(this);

@@ -233,7 +233,10 @@ class Desktop:
         if text.isascii():
             self._xdotool("type", "--clearmodifiers", "--delay", 4, "--", text)
             return
-        # Letters that the keyboard map lacks are lost at random while the map is changed for them: paste.
+        # Letters that the keyboard map lacks are lost at random while the map is changed for them.
+        self.paste(text)
+
+    def paste(self, text):
         field = self.find("text", where=self.has_focus)
         self.atspi.EditableText.set_text_contents(field, text)
 

@@ -95,6 +95,13 @@ class WaylandDesktop(Desktop):
             raise Missed(f"'{title}' on the screen", [view.title for view in self.views()])
         return min(views, key=lambda view: view.width - area[0])
 
+    def type(self, text):
+        """Not letter by letter where a list of completions comes up: it takes the keyboard, and some get lost."""
+        if "/" in text:
+            self.paste(text)
+        else:
+            super().type(text)
+
     def click(self, node, button=1, times=1):
         """As long as a finger takes: the compositor gives a popup to a press, and not to one that is over already."""
         if times > 1:

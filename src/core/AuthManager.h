@@ -1,5 +1,5 @@
-// Checks a password against a stored hash of its derived key. A small API of its own: the vault session
-// verifies passwords by opening the master key instead.
+// Checks a password against a stored hash of its derived key. Part of what the library offers to other
+// programs; the vault session verifies passwords by opening the master key instead.
 #pragma once
 
 #include "core/CryptoManager.h"

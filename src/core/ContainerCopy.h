@@ -1,5 +1,5 @@
-// Copies of a whole container on a drive that may lie, break off or be full: durable, read again from the
-// drive and compared, or gone.
+// Copies of a whole container on a drive that may report success falsely, fail midway or be full: durable,
+// read again from the drive and compared, or gone.
 #pragma once
 
 #include "core/ProgressCallback.h"

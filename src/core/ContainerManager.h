@@ -53,6 +53,8 @@ public:
     [[nodiscard]] QString containerPath(const QString &rootPath) const;
     [[nodiscard]] bool containerExists(const QString &rootPath) const;
 
+    /// Also what the library offers to other programs, as are updateDocumentHeader() and readContainer(): the
+    /// session changes containers by transactions.
     [[nodiscard]] QJsonObject cryptoMetadataToJson(const ContainerCryptoMetadata &metadata) const;
     [[nodiscard]] ContainerCryptoMetadata cryptoMetadataFromJson(const QJsonObject &object) const;
 

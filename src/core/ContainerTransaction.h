@@ -27,6 +27,7 @@ public:
         RolledBack, ///< It failed, and the former header is in force: rollBack() may truncate the container.
         Undecided,  ///< It failed, and the header may be either, or another program's: nothing may be
                     ///< truncated. Where a record is left, it decides when the container is next used.
+                    ///< Also when the new header is in force, but the former key could not be erased.
     };
 
     enum class Policy {

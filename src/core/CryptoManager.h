@@ -51,6 +51,8 @@ public:
     [[nodiscard]] bool decryptInto(char *output, QByteArrayView ciphertextWithTag, const QByteArray &key,
                                    const QByteArray &nonce, const QByteArray &associatedData) const;
 
+    // The next and constantTimeEquals() are offered to other programs; the vault has no use for them.
+
     /// HMAC-SHA256 (RFC 2104, RFC 6234) under the first 32 bytes of `key`; empty when the key is shorter.
     [[nodiscard]] QByteArray hmacSha256(const QByteArray &data, const QByteArray &key) const;
 

@@ -1,5 +1,4 @@
-// What headers and associated data name by text, as types, and the one table of these names. Whoever adds a
-// cipher or a key derivation begins here; CryptoManager and VaultKeys do the work.
+// What headers and associated data name by text, as types, and the one table of these names.
 #pragma once
 
 #include <QLatin1StringView>

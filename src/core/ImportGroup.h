@@ -62,8 +62,8 @@ private:
     void forgetUncommitted();
 
     VaultContainer &container;
-    std::optional<ContainerTransaction>
-        transaction; ///< Empty before the first file, and after a doubtful end.
+    /// Empty before the first file, and after a commit that ended undecided.
+    std::optional<ContainerTransaction> transaction;
     SecureFileIndex newestIndex;
     QList<ImportedFile> uncommitted;
     QList<ImportedFile> committed;

@@ -39,8 +39,8 @@ struct VaultDirectoryEntry
 class SecureFileIndex
 {
 public:
-    /// In the order in which they were added. Of a temporary index the lists are copies, so that a loop over
-    /// them does not outlive what it walks.
+    /// In the order in which they were added. Called on a temporary index these return copies, so
+    /// that a range-for over them stays valid.
     [[nodiscard]] const QList<VaultFileEntry> &entries() const &;
     [[nodiscard]] QList<VaultFileEntry> entries() &&;
     [[nodiscard]] const QList<VaultDirectoryEntry> &directories() const &;

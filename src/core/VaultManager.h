@@ -96,9 +96,9 @@ public:
 
     // Storage (VaultStorage.cpp) ----------------------------------------------------------------------------
 
-    /// Stores a local file under a vault path, in place of a file of that name. Only what was appended is
-    /// undone on failure. A temporary copy of the replaced file is no longer written back on lock, unless it
-    /// is the source itself.
+    /// Stores a local file under a vault path, in place of a file of that name. On failure this file is
+    /// rolled back; for a series see endImportSeries(). A temporary copy of the replaced file is no longer
+    /// written back on lock, unless it is the source itself.
     [[nodiscard]] bool importFile(const QString &sourcePath, const QString &vaultPath,
                                   const ProgressCallback &progress);
     [[nodiscard]] bool importFile(const QString &sourcePath, const QString &vaultPath);

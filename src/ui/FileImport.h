@@ -48,7 +48,7 @@ private:
     Core::VaultManager &vault;
     ConfirmReplacement confirmReplacement;
     QStringList imported;      ///< Vault paths.
-    QSet<QString> importedIds; ///< What lies at such a path may be what was there before.
+    QSet<QString> importedIds; ///< The path alone may name the file from before.
     struct Failed
     {
         QString reason;

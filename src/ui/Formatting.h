@@ -13,7 +13,7 @@ namespace Tessarin::UI {
 
 /// A name or path, for a place where other text is around it: marks that would change the direction of
 /// reading, and other characters that cannot be seen, show as their codes, and a part with letters that run
-/// from right to left keeps to itself. The same as the name for nearly all names.
+/// from right to left is isolated from the text around it. The same as the name for nearly all names.
 [[nodiscard]] QString shownName(const QString &name);
 
 /// In the locale's way, one decimal, traditional units: powers of 1024, written as MB or GB.

@@ -76,7 +76,7 @@ private:
     void showTableMenu(const QPoint &position);
     [[nodiscard]] bool isUnlocked() const;
 
-    // The drives and the table under the window's names (MainWindow.cpp) ------------------------------------
+    // Shorthands for the parts' functions (MainWindow.cpp) ------------------------------------------------
     void refreshDevices();
     [[nodiscard]] QString selectedUsbRootPath() const;
     [[nodiscard]] int mountedUsbDeviceCount() const;

@@ -11,7 +11,7 @@ class VaultManager;
 
 namespace Tessarin::UI {
 
-/// What the engine's lock answers.
+/// Returns what VaultManager::lockVault() returns.
 [[nodiscard]] bool lockShowingProgress(QWidget *parent, Core::VaultManager &vault);
 
 /// After a lock that failed: why, and where decrypted copies lie now.

@@ -604,6 +604,22 @@ private Q_SLOTS:
         }
     }
 
+    /// A rename over the former container would free it before the new one is there.
+    void anExchangeThatFailsIsNoReasonToRename()
+    {
+        operation = *std::ranges::find(operations, QByteArray("createOver"), &Operation::name);
+        before = driveBefore(0);
+        for (int call = 1, calls = 1; call <= calls; ++call) {
+            Session session;
+            QVERIFY(begin(session));
+            DriveTape tape(drive.path(), {call, EIO});
+            static_cast<void>(run(session, [] {}));
+            tape.stop();
+            calls = tape.calls + 1;
+            QCOMPARE(std::ranges::count(tape.events, DriveTape::Rename, &DriveTape::Event::kind), 0);
+        }
+    }
+
     void pagesBehindTheHeaderNeedNotBeReadable()
     {
         operation = operations.first();

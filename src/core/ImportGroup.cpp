@@ -23,6 +23,7 @@ namespace {
 constexpr qint64 leastIntervalMs = 2000;
 constexpr qint64 mostIntervalMs = 10'000;
 constexpr qint64 intervalPerCommit = 9;
+constexpr qint64 largeFileSize = 64 * 1024 * 1024;
 
 VaultFileEntry newEntry(const QString &vaultPath, const QFileInfo &source)
 {
@@ -77,9 +78,11 @@ bool ImportGroup::add(QFile &source, const QString &vaultPath, const ProgressCal
     if (!begin())
         return false;
     VaultFileEntry entry = newEntry(vaultPath, QFileInfo(source));
-    // A file for which the index has no room must not take those before it along.
+    // A file for which the index has no room must not take those before it along, nor may they wait for a
+    // large one.
     const qint64 growth = mostHeaderGrowth(entry);
-    if (mostHeaderSize + growth > ContainerFormat::headerAreaSize && !commit())
+    const bool hasRoom = mostHeaderSize + growth <= ContainerFormat::headerAreaSize;
+    if ((!hasRoom || isDue() || entry.sizeBytes > largeFileSize) && !commit())
         return false;
 
     const qint64 formerSize = transaction->file().size();

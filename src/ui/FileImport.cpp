@@ -36,11 +36,9 @@ Outcome FileImport::run(const QStringList &sources, const QString &directory)
         vault.beginImportSeries();
         for (const QString &source : sources)
             importOne(source, Core::joinVaultPath(directory, QFileInfo(source).fileName()), progress);
-        // A drive that fails at the end takes back what had not reached it.
-        static_cast<void>(vault.endImportSeries());
+        endSeries();
         progress.finish();
     }
-    const QString endReason = failureText(vault.lastFailure());
     const QStringList lost = lostFiles();
     for (const QString &target : lost)
         fail(Core::vaultBaseName(target), endReason);
@@ -57,8 +55,14 @@ void FileImport::importOne(const QString &source, const QString &target, Progres
 {
     progress.report(0, 0,
                     tr("Importando %1...\n\n%2").arg(shownName(Core::vaultBaseName(target)), speedNote()));
-    if (Core::indexContainsFilePath(vault.fileIndex(), target) && !confirmReplacement(target))
-        return;
+    if (Core::indexContainsFilePath(vault.fileIndex(), target)) {
+        // Nothing waits for the answer, neither these files nor another program.
+        endSeries();
+        const bool isConfirmed = confirmReplacement(target);
+        vault.beginImportSeries();
+        if (!isConfirmed)
+            return;
+    }
 
     const auto showProgress = [&](qint64 doneBytes, qint64 totalBytes, const QString &label) {
         progress.report(
@@ -71,17 +75,25 @@ void FileImport::importOne(const QString &source, const QString &target, Progres
         return;
     }
     imported.append(target);
-    importedIds.insert(vault.fileIndex().findFile(target)->id);
+    importedIds[target] = vault.fileIndex().findFile(target)->id;
+}
+
+/// A drive that fails at the end takes back what had not reached it.
+void FileImport::endSeries()
+{
+    if (!vault.endImportSeries())
+        endReason = failureText(vault.lastFailure());
 }
 
 QStringList FileImport::lostFiles() const
 {
     const Core::SecureFileIndex index = vault.fileIndex();
     QStringList lost;
-    std::ranges::copy_if(imported, std::back_inserter(lost), [&](const QString &target) {
-        const Core::VaultFileEntry *stored = index.findFile(target);
-        return stored == nullptr || !importedIds.contains(stored->id);
-    });
+    for (auto file = importedIds.cbegin(); file != importedIds.cend(); ++file) {
+        const Core::VaultFileEntry *stored = index.findFile(file.key());
+        if (stored == nullptr || stored->id != *file)
+            lost.append(file.key());
+    }
     return lost;
 }
 

@@ -4,7 +4,7 @@
 #include "ui/Outcome.h"
 
 #include <QCoreApplication>
-#include <QSet>
+#include <QMap>
 #include <QStringList>
 
 #include <functional>
@@ -38,6 +38,8 @@ public:
 
 private:
     void importOne(const QString &source, const QString &target, ProgressDialog &progress);
+    /// Puts what was imported so far in force.
+    void endSeries();
     /// Those of the imported files that the vault does not have after all, now that the drive has answered.
     [[nodiscard]] QStringList lostFiles() const;
     void fail(const QString &fileName, const QString &reason);
@@ -47,8 +49,9 @@ private:
     QWidget *parent;
     Core::VaultManager &vault;
     ConfirmReplacement confirmReplacement;
-    QStringList imported;      ///< Vault paths.
-    QSet<QString> importedIds; ///< The path alone may name the file from before.
+    QStringList imported;               ///< Vault paths.
+    QMap<QString, QString> importedIds; ///< By vault path; the path alone may name the file from before.
+    QString endReason;                  ///< Why imported files were lost.
     struct Failed
     {
         QString reason;

@@ -112,28 +112,15 @@ QList<Range> gapsBetween(const QList<Range> &blocks)
     return gaps;
 }
 
-/// Ends the file behind the last block. What is cut off stays on the drive until it is used again, so the
-/// record that was written last, at the end, loses its key before.
-bool cutOff(QFileDevice &file, Range gap)
-{
-    constexpr qint64 mostRecord = 2 * ContainerFormat::headerAreaSize;
-    const Range end{std::max(gap.first, gap.second - mostRecord), gap.second};
-    return wipeGap(file, end, true, [](qint64) {}) && syncFile(file) && file.resize(gap.first);
-}
-
 } // namespace
 
 bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const ProgressCallback &progress)
 {
     const qint64 end = container.size();
-    QList<Range> gaps = gapsBetween(blockRanges(index, end));
-    // Without a lock, another program may be appending there.
-    if (index != nullptr && !gaps.isEmpty() && gaps.last().second == end &&
-        takeLock(container) == FileLock::Taken && !cutOff(container, gaps.takeLast())) {
-        return false;
-    }
+    const QList<Range> gaps = gapsBetween(blockRanges(index, end));
+    dropCachedPages(container); // The cache may show zeros that the drive has not taken.
     qint64 totalBytes = 0;
-    for (const auto &[gapBegin, gapEnd] : std::as_const(gaps))
+    for (const auto &[gapBegin, gapEnd] : gaps)
         totalBytes += gapEnd - gapBegin;
     qint64 doneBytes = 0;
     const auto count = [&](qint64 bytes) {
@@ -142,8 +129,15 @@ bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const 
             progress(doneBytes, totalBytes,
                      QCoreApplication::translate("VaultManager", "Conferindo o container no USB"));
     };
-    return std::all_of(gaps.cbegin(), gaps.cend(),
-                       [&](Range gap) { return wipeGap(container, gap, index != nullptr, count); });
+    if (!std::all_of(gaps.cbegin(), gaps.cend(),
+                     [&](Range gap) { return wipeGap(container, gap, index != nullptr, count); })) {
+        return false;
+    }
+    // What is cut off stays on the drive until it is used again: it holds no key any more. Without a lock,
+    // another program may be appending there.
+    const bool endsInGap = index != nullptr && !gaps.isEmpty() && gaps.last().second == end;
+    return !endsInGap || takeLock(container) != FileLock::Taken ||
+           (syncFile(container) && container.resize(gaps.last().first));
 }
 
 } // namespace Tessarin::Core

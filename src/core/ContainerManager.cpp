@@ -206,7 +206,8 @@ bool ContainerManager::writeDocument(const QString &path, const ContainerDocumen
 bool ContainerManager::updateDocumentHeader(const QString &path, const ContainerDocument &document) const
 {
     ContainerTransaction change(path);
-    return change.begin() && change.settleAll([](const UndoRecord &) { return true; }) &&
+    return change.begin() &&
+           change.settleAll([&](const UndoRecord &record) { return record.knows(change.header()); }) &&
            change.commit(buildHeader(document)) == ContainerTransaction::Outcome::Committed;
 }
 

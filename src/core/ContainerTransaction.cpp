@@ -49,7 +49,14 @@ bool ContainerTransaction::begin()
         return false;
 
     isLocked = lock == FileLock::Taken;
+    // Whoever held the lock may have put another file in its place.
+    if (!isInPlace())
+        return false;
+    errno = 0;
     std::optional<HeaderArea> area = HeaderArea::read(container);
+    reason = errno == EIO ? Failure::DriveGone : Failure::DamagedData;
+    if (area && !area->hasUsualLayout())
+        reason = Failure::OtherLayout;
     // A header that cannot be read is a torn one where there is a record to roll it back.
     if (!area || !area->hasUsualLayout() || (area->header().isEmpty() && !record()))
         return false;
@@ -103,7 +110,7 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
     reason = newHeader.size() > headerAreaSize ? Failure::IndexFull : Failure::DriveGone;
     if (newHeader.size() > headerAreaSize || hasLostWrites)
         return Outcome::RolledBack;
-    if (header().isEmpty() || hasAnotherSaved())
+    if (header().isEmpty() || !isInPlace() || hasAnotherSaved())
         return Outcome::Undecided;
 
     reason = Failure::None;
@@ -111,6 +118,8 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
     const HeaderArea next(newHeader);
     const QByteArray nextHash = Sha256::of(newHeader);
     const bool forgetsKey = policy == Policy::ForgetsFormerKey;
+    if (forgetsKey) // The cache may show zeros over a former record that the drive has not taken.
+        dropCachedPages(container);
     if (nextHash.isEmpty() || (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset})))
         return Outcome::RolledBack;
     const QByteArray record = undoRecordFor({former.header(), hashInForce}, {newHeader, nextHash});
@@ -175,10 +184,15 @@ bool ContainerTransaction::settle(const UndoRecord &record, const QByteArray &he
 {
     const HeaderArea area(headerInForce);
     const PageRange pages = area.pages();
-    const RecordPlace &place = record.place;
-    const qint64 recordBegin = place.isInTail() ? firstPageOf(place) : blockAreaOffset;
+    RecordPlace place = record.place;
+    // A later header may reach into the pages of a record that was left.
+    if (place.isInTail())
+        place.offset = std::max(firstPageOf(place), std::min(pages.end, place.end));
+    const qint64 recordBegin = place.isInTail() ? place.offset : blockAreaOffset;
     const qint64 recordEnd = place.isInTail() ? place.end : blockAreaOffset;
-    if (!write(area, pages) || !clearBetween({pages.end, recordBegin}) ||
+    // What the change left alone is not in the record: a write of it that is torn could not be put right.
+    const PageRange written{0, std::min(pages.end, record.unchangedFrom)};
+    if (!write(area, written) || !clearBetween({pages.end, recordBegin}) ||
         !clearBetween({std::max(pages.end, recordEnd), blockAreaOffset}) || !sync()) {
         return false;
     }
@@ -191,11 +205,16 @@ bool ContainerTransaction::settle(const UndoRecord &record, const QByteArray &he
 bool ContainerTransaction::settleAll(const std::function<bool(const UndoRecord &)> &hasNothingToUndo)
 {
     const QByteArray present = header().toByteArray();
-    while (const std::optional<UndoRecord> found = record()) {
+    // There are two at most, but for containers that somebody made up.
+    constexpr int mostRecords = 8;
+    for (int i = 0; i < mostRecords; ++i) {
+        const std::optional<UndoRecord> found = record();
+        if (!found)
+            return true;
         if (present.isEmpty() || !hasNothingToUndo(*found) || !settle(*found, present))
             return false;
     }
-    return true;
+    return false;
 }
 
 bool ContainerTransaction::writeRecord(const QByteArray &record, const RecordPlace &place)
@@ -248,8 +267,12 @@ ContainerTransaction::Outcome ContainerTransaction::restore(const HeaderArea &fo
 /// Makes zeros of what lies in a part of the header area, whether it can be read or not.
 bool ContainerTransaction::clearBetween(PageRange range)
 {
-    for (qint64 begin = range.begin; begin < range.end; begin += chunkSize) {
-        const qint64 size = std::min(chunkSize, range.end - begin);
+    // The first block shares a sector with the last bytes of the area: those are written only if they must
+    // be.
+    static_assert(headerAreaSize % chunkSize == 0 && blockAreaOffset - headerAreaSize < chunkSize);
+    for (qint64 begin = range.begin, end = 0; begin < range.end; begin = end) {
+        end = std::min(begin + chunkSize - begin % chunkSize, range.end);
+        const qint64 size = end - begin;
         const QByteArray chunk = readAt(container, begin, size);
         if ((chunk.size() < size || !isZero(chunk)) && !writeAt(begin, QByteArray(size, '\0')))
             return false;
@@ -265,6 +288,14 @@ bool ContainerTransaction::writeAt(qint64 offset, const QByteArray &bytes)
 bool ContainerTransaction::write(const HeaderArea &area, PageRange range)
 {
     return writeAt(range.begin, area.bytesOf(range));
+}
+
+bool ContainerTransaction::isInPlace()
+{
+    if (isOpenAt(container, container.fileName()))
+        return true;
+    reason = QFileInfo::exists(container.fileName()) ? Failure::ChangedByOther : Failure::DriveGone;
+    return false;
 }
 
 /// Told where there is no lock to keep other programs out.

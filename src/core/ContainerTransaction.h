@@ -79,7 +79,7 @@ public:
     /// says: the whole of it is written and durable before the record is cleared.
     [[nodiscard]] bool settle(const UndoRecord &record, const QByteArray &headerInForce);
     /// Clears all records beside the present header, of which none may have anything to undo: a later change
-    /// must not find them before its own.
+    /// must not find them before its own. False also when there are absurdly many; the next call goes on.
     [[nodiscard]] bool settleAll(const std::function<bool(const UndoRecord &)> &hasNothingToUndo);
 
 private:
@@ -96,6 +96,9 @@ private:
     [[nodiscard]] bool writeAt(qint64 offset, const QByteArray &bytes);
     [[nodiscard]] bool write(const HeaderArea &area, PageRange range);
     void truncate(qint64 sizeBytes);
+    /// False when another file lies at the path by now, or none: then what is written would be lost with this
+    /// one.
+    [[nodiscard]] bool isInPlace();
     [[nodiscard]] bool hasAnotherSaved();
     void putInForce(HeaderArea area, const QByteArray &hash);
     void markCommitted();

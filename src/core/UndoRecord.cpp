@@ -159,7 +159,12 @@ std::optional<UndoRecord> findRecordEndingAt(QIODevice &container, qint64 end)
     record.formerHeaderHash = trailer->formerHash;
     record.newHeaderHash = trailer->newHash;
     record.place = placeOf(end - size, size, record.formerHeader);
-    if (Sha256::of(record.formerHeader) != record.formerHeaderHash)
+    if (trailer->kind == IndexStaysInPlace)
+        record.unchangedFrom = headerAreaOffset + beforeSize;
+    // A record never shares a page with its header, nor lies before the blocks but in the tail.
+    const qint64 headerEnd = pageBorderFrom(headerAreaOffset + record.formerHeader.size());
+    const bool isPlausible = record.place.offset >= (end == tailEnd ? headerEnd : blockAreaOffset);
+    if (!isPlausible || Sha256::of(record.formerHeader) != record.formerHeaderHash)
         return {};
     return record;
 }
@@ -177,7 +182,7 @@ QByteArray undoRecordFor(const HashedHeader &former, const HashedHeader &next)
     HeaderPieces pieces = cut(former.header);
     const bool indexStays =
         next.header.size() == former.header.size() && !pieces.indexText.isEmpty() &&
-        next.header.sliced(pieces.before.size(), pieces.indexText.size()) == pieces.indexText;
+        next.header.sliced(pieces.before.size()) == former.header.sliced(pieces.before.size());
     if (!indexStays)
         return recordBytes(pieces, WholeIndex, former.hash, next.hash);
 

@@ -31,6 +31,9 @@ struct UndoRecord
     QByteArray formerHeaderHash; ///< SHA-256 of it.
     QByteArray newHeaderHash;    ///< SHA-256 of the header that was to follow.
     RecordPlace place;
+    /// Offset in the file from which the change left the header as it was; the record does not hold that
+    /// part.
+    qint64 unchangedFrom = ContainerFormat::blockAreaOffset;
 
     /// True when the header on the drive is one that the record knows: then there is nothing to undo.
     [[nodiscard]] bool knows(QByteArrayView header) const;

@@ -68,10 +68,14 @@ bool VaultManager::lockForReading(QFile &file)
 void VaultManager::clearLeftoversOfSession()
 {
     QFile file(container.path());
-    if (file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && takeLock(file) == FileLock::Taken)
+    const FileLock lock =
+        file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) ? takeLock(file) : FileLock::None;
+    if (lock == FileLock::Taken)
         leftovers = clearLeftovers({file, container.masterKey(), container.index()}, mostBytesReadUnseen, {});
-    else
+    else if (lock == FileLock::None)
         leftovers = leftoversBeside(container.path());
+    else // What lies there may be in use, as the twin of a compaction is.
+        leftovers.clear();
 }
 
 } // namespace Tessarin::Core

@@ -22,6 +22,10 @@ QString failureText(Core::Failure reason, const QString &damagedFile)
                 .arg(shownName(damagedFile));
         return translated("Dados guardados no container estão danificados. Exporte os arquivos um a um para "
                           "saber quais estão inteiros e recupere os outros de um backup.");
+    case Failure::OtherLayout:
+        return translated(
+            "Outro programa gravou este container de um modo que só permite leitura. Compacte o "
+            "cofre uma vez e tente de novo.");
     case Failure::NoSpace:
         return translated(
             "A unidade do cofre está cheia. Libere espaço nela e tente de novo. Excluir arquivos do "

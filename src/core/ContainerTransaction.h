@@ -40,8 +40,8 @@ public:
 
     /// Opens and locks the container, and reads the header in force. False when it is in use by another
     /// program, cannot be written, or is laid out otherwise than this program does it: a rewrite in place
-    /// would reach into its blocks. On a file system without locks it goes ahead, and looks before each write
-    /// whether another program has saved.
+    /// would reach into its blocks. On a file system without locks it goes ahead, and looks before each
+    /// commit and each rollback whether another program has saved.
     [[nodiscard]] bool begin();
 
     /// Why the last call failed.

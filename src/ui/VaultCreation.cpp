@@ -16,9 +16,9 @@ namespace {
 /// Even one that is damaged, or of another version.
 bool looksLikeContainer(const QString &path)
 {
+    const QByteArray beginning(Core::ContainerFormat::headerMagic);
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) &&
-           file.read(qstrlen(Core::ContainerFormat::headerMagic)) == Core::ContainerFormat::headerMagic;
+    return file.open(QIODevice::ReadOnly) && file.read(beginning.size()) == beginning;
 }
 
 } // namespace

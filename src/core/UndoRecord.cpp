@@ -159,7 +159,7 @@ std::optional<UndoRecord> findRecordEndingAt(QIODevice &container, qint64 end)
     record.formerHeaderHash = trailer->formerHash;
     record.newHeaderHash = trailer->newHash;
     record.place = placeOf(end - size, size, record.formerHeader);
-    if (trailer->kind == IndexStaysInPlace)
+    if (trailer->kind == IndexStaysInPlace && textSize > 0)
         record.unchangedFrom = headerAreaOffset + beforeSize;
     // A record never shares a page with its header, nor lies before the blocks but in the tail.
     const qint64 headerEnd = pageBorderFrom(headerAreaOffset + record.formerHeader.size());

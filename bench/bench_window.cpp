@@ -52,8 +52,8 @@ struct LargeFolder
                     vault.saveIndex(madeUpIndex({{u"grande"_s, 10000}, {u"outra"_s, 4000}})) &&
                     vault.lockVault(),
                 "make a vault");
-        w.act(u"chooseContainer"_s, {pick(u"Escolher container Tessarin"_s, {path})});
-        w.act(u"unlock"_s, {type(u"Senha do cofre"_s, {QString::fromUtf8(password)})});
+        w.act(u"chooseContainer"_s, {{u"Escolher container Tessarin"_s, path}});
+        w.act(u"unlock"_s, {{u"Senha do cofre"_s, QString::fromUtf8(password) + u" ; OK"_s}});
         settle();
     }
 
@@ -94,10 +94,10 @@ void largeFolder(benchmark::State &state)
         sortBy(1);
         // A new folder is written to the vault, and then all rows are.
         const QString name = u"nova"_s;
-        time("refresh", [&] { w.act(u"createDirectory"_s, {type(u"Nova pasta"_s, {name})}); });
+        time("refresh", [&] { w.act(u"createDirectory"_s, {{u"Nova pasta"_s, name + u" ; OK"_s}}); });
         require(w.table.rowCount() == 10002, "create a folder");
         w.click(name);
-        w.act(u"deleteDirectory"_s, {press(u"Excluir pasta"_s, {}, u"Sim"_s)});
+        w.act(u"deleteDirectory"_s, {{u"Excluir pasta"_s, u"Sim"_s}});
         time("leave", [&] { w.enter(u".."_s); });
         require(w.table.rowCount() == 2, "leave the folder");
     }

@@ -67,9 +67,9 @@ struct Destination
 
     [[nodiscard]] bool hasRoomFor(qint64 bytes) const
     {
-        // What is no file, a pipe for example, takes no room.
-        return freeBytes + (existing.isFile() ? existing.size() : 0) >= bytes ||
-               (existing.exists() && !existing.isFile());
+        // What is no file, a pipe for example, takes no room; and not every system tells how much there is.
+        const bool isUnknown = freeBytes < 0 || (existing.exists() && !existing.isFile());
+        return isUnknown || freeBytes + existing.size() >= bytes;
     }
 
     /// A former backup stays as it is until the new one is complete.

@@ -119,6 +119,13 @@ bool isLackOfRoom(int errorNumber)
     return errorNumber == ENOSPC || errorNumber == EDQUOT || errorNumber == EFBIG;
 }
 
+QString temporaryDirectory()
+{
+    // Qt answers with nothing then, which would be the current directory: the drive itself, perhaps.
+    const QString directory = QDir::tempPath();
+    return directory.isEmpty() ? QStringLiteral("/tmp") : directory;
+}
+
 Failure containerFailure(int errorNumber)
 {
     switch (errorNumber) {

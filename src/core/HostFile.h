@@ -63,6 +63,9 @@ void dropCachedPages(QFileDevice &file);
 /// True when an error number tells that there is no room for more bytes, and of no other fault.
 [[nodiscard]] bool isLackOfRoom(int errorNumber);
 
+/// The system's directory for temporary files; /tmp where TMPDIR names none.
+[[nodiscard]] QString temporaryDirectory();
+
 /// What an error number tells of a call on the container.
 [[nodiscard]] Failure containerFailure(int errorNumber);
 /// The same of a local file that is written.

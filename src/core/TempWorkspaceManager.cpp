@@ -8,7 +8,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
-#include <QStandardPaths>
 #include <QUuid>
 
 #include <cerrno>
@@ -177,7 +176,7 @@ private:
 
 TempWorkspaceManager::TempWorkspaceManager()
     : directory(
-          QDir(QStandardPaths::writableLocation(QStandardPaths::TempLocation))
+          QDir(temporaryDirectory())
               .absoluteFilePath(
                   QStringLiteral("Tessarin/%1").arg(QUuid::createUuid().toString(QUuid::WithoutBraces))))
 {

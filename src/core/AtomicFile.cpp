@@ -2,7 +2,7 @@
 #include "core/AtomicFile.h"
 
 #include "core/HostFile.h"
-#include "core/Leftovers.h"
+#include "core/LeftoverNames.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -4,6 +4,7 @@
 #include "core/BlockStore.h"
 #include "core/ContainerCopy.h"
 #include "core/HostFile.h"
+#include "core/LeftoverNames.h"
 #include "core/Leftovers.h"
 #include "core/VaultKeys.h"
 
@@ -11,6 +12,7 @@
 #include <QFileInfo>
 #include <QStorageInfo>
 
+#include <cerrno>
 #include <utility>
 
 namespace Tessarin::Core {
@@ -58,11 +60,11 @@ qint64 freeBytes(const QString &folderPath)
 
 } // namespace
 
-Compactor::Compactor(const LockedVault &lockedVault, const ContainerDocument &header, const QByteArray &seal,
-                     ProgressCallback progressCallback)
+Compactor::Compactor(const LockedVault &lockedVault, const ContainerDocument &header,
+                     const QByteArray &identityInForce, ProgressCallback progressCallback)
     : vault(lockedVault),
       oldHeader(header),
-      oldSeal(seal),
+      oldIdentity(identityInForce),
       progress(std::move(progressCallback)),
       document(header)
 {
@@ -104,10 +106,8 @@ bool Compactor::build()
     reason = Failure::WorkspaceUnavailable;
     if (!prepareFolder())
         return false;
-    reason = Failure::TargetFull;
     if (freeBytes(folder->path()) < containerBytes(vault.index))
         return false;
-    reason = Failure::DamagedData;
 
     for (const VaultDirectoryEntry &directory : vault.index.directories())
         index.addDirectory(directory);
@@ -141,9 +141,14 @@ bool Compactor::copyLiveBlocks(QIODevice &output)
     BlockStore blocks(vault.container, vault.masterKey);
     for (VaultFileEntry file : vault.index.entries()) {
         for (VaultFileBlock &block : file.blocks) {
+            errno = 0;
             const QByteArrayView stored = blocks.readStored(block);
+            if (stored.isEmpty()) {
+                reason = errno == 0 ? Failure::DamagedData : containerFailure(errno);
+                return false;
+            }
             block.offset = output.pos();
-            if (stored.isEmpty() || output.write(stored.data(), stored.size()) != stored.size())
+            if (output.write(stored.data(), stored.size()) != stored.size())
                 return false;
             doneBytes += block.plainSize;
             if (progress)
@@ -211,7 +216,7 @@ bool Compactor::isOldInForce(const QString &path) const
 {
     ContainerDocument inForce;
     return isOpenAt(vault.container, path) && containers.readDocument(path, &inForce) &&
-           indexIdentity(inForce) == oldSeal && wrapAlike(inForce, oldHeader);
+           indexIdentity(inForce) == oldIdentity && wrapAlike(inForce, oldHeader);
 }
 
 void Compactor::removeTwin()

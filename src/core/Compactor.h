@@ -29,9 +29,10 @@ public:
         Replaced,
     };
 
-    /// `header` is the header in force, perhaps without its index, and `seal` tells that index.
-    Compactor(const LockedVault &lockedVault, const ContainerDocument &header, const QByteArray &seal,
-              ProgressCallback progressCallback);
+    /// `header` is the header in force, perhaps without its index, and `identityInForce` tells that index
+    /// (`indexIdentity`).
+    Compactor(const LockedVault &lockedVault, const ContainerDocument &header,
+              const QByteArray &identityInForce, ProgressCallback progressCallback);
     ~Compactor();
     Q_DISABLE_COPY_MOVE(Compactor)
 
@@ -59,7 +60,7 @@ private:
 
     LockedVault vault;
     ContainerDocument oldHeader;
-    QByteArray oldSeal;
+    QByteArray oldIdentity;
     ProgressCallback progress;
     ContainerManager containers;
 

@@ -2,9 +2,9 @@
 #include "core/ImportGroup.h"
 
 #include "core/BlockStore.h"
+#include "core/ParentDirectories.h"
 #include "core/Sha256.h"
 #include "core/VaultContainer.h"
-#include "core/VaultNamespace.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,17 +1,15 @@
-// Names of leftovers, and the proof that one may go.
+// The proof that a leftover may go.
 #include "core/Leftovers.h"
 
 #include "core/BlockStore.h"
 #include "core/ContainerCopy.h"
 #include "core/ContainerManager.h"
+#include "core/LeftoverNames.h"
 #include "core/VaultKeys.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
-#include <QRegularExpression>
-#include <QUuid>
 
 #include <algorithm>
 #include <optional>
@@ -23,59 +21,6 @@
 namespace Tessarin::Core {
 
 namespace {
-
-const QLatin1StringView containerSuffix(".trvx");
-const QLatin1StringView workingFolderPrefix("Tessarin-compact-");
-
-/// Tells the leftovers of a container from those of others in its folder. FAT takes names that differ in
-/// letter case for one.
-QString nameDigest(const QFileInfo &container)
-{
-    constexpr qsizetype digits = 8;
-    const QByteArray name = container.fileName().toCaseFolded().toUtf8();
-    return QString::fromLatin1(QCryptographicHash::hash(name, QCryptographicHash::Sha256).toHex())
-        .left(digits);
-}
-
-/// What the names of all twins of a container begin with. A long name is cut off, since file systems hold no
-/// more than 255 bytes.
-QString twinBaseName(const QFileInfo &container)
-{
-    constexpr qsizetype longest = 200;
-    QString base = container.completeBaseName();
-    if (base.toUtf8().size() > longest)
-        base = base.left(longest / 4) + QLatin1Char('-') + nameDigest(container);
-    return base + QLatin1String("-compactado-");
-}
-
-QString creationBaseName(const QFileInfo &container)
-{
-    return QLatin1String("tessarin-criacao-") + nameDigest(container) + QLatin1Char('-');
-}
-
-/// Of the names that begin with `baseName`, those that this program gives.
-QRegularExpression namesOf(const QString &baseName, QLatin1StringView rest)
-{
-    return QRegularExpression(
-        QRegularExpression::anchoredPattern(QRegularExpression::escape(baseName) + rest));
-}
-
-QRegularExpression twinNames(const QFileInfo &container)
-{
-    return namesOf(twinBaseName(container), QLatin1StringView("[0-9]+\\.trvx"));
-}
-
-QRegularExpression creationNames(const QFileInfo &container)
-{
-    return namesOf(creationBaseName(container), QLatin1StringView("[0-9a-f]{8}\\.trvx"));
-}
-
-/// The file itself, where a link leads to it.
-QFileInfo containerAt(const QString &path)
-{
-    const QFileInfo place(path);
-    return place.exists() ? QFileInfo(place.canonicalFilePath()) : place;
-}
 
 bool isSameFileEntry(const VaultFileEntry &first, const VaultFileEntry &second)
 {
@@ -218,10 +163,9 @@ void clearWorkingFolder(const QString &path, LeftoverJudge &judge, QStringList &
         return;
     const QDir directory(path);
     const QFileInfo built(directory, QLatin1String(ContainerFormat::defaultFileName));
-    const QRegularExpression unfinished = creationNames(built);
     const QFileInfoList files = directory.entryInfoList(QDir::Files | QDir::NoSymLinks);
     for (const QFileInfo &found : files) {
-        if (found != built && !unfinished.match(found.fileName()).hasMatch())
+        if (found != built && !isCreationName(built.filePath(), found.filePath()))
             continue;
         QFile file(found.filePath());
         bool mayBeOfThisVault = false;
@@ -234,11 +178,6 @@ void clearWorkingFolder(const QString &path, LeftoverJudge &judge, QStringList &
 }
 
 } // namespace
-
-QString workingFolderTemplate()
-{
-    return QDir::tempPath() + QLatin1Char('/') + workingFolderPrefix + QLatin1String("XXXXXX");
-}
 
 FileLock lockWorkingFolder(const QString &path, QFile &folder)
 {
@@ -255,55 +194,22 @@ FileLock lockWorkingFolder(const QString &path, QFile &folder)
     return isOwn ? takeLock(folder) : FileLock::Held;
 }
 
-QString newTwinPath(const QString &containerPath)
-{
-    const QFileInfo container(containerPath);
-    QString path;
-    for (int number = 1; path.isEmpty() || QFileInfo::exists(path); ++number)
-        path = container.dir().filePath(twinBaseName(container) + QString::number(number) + containerSuffix);
-    return path;
-}
-
-QString newCreationPath(const QString &containerPath)
-{
-    const QFileInfo container(containerPath);
-    return container.dir().filePath(creationBaseName(container) +
-                                    QUuid::createUuid().toString(QUuid::Id128).left(8) + containerSuffix);
-}
-
-QStringList leftoversBeside(const QString &containerPath)
-{
-    const QFileInfo container = containerAt(containerPath);
-    const QRegularExpression twins = twinNames(container);
-    const QRegularExpression creations = creationNames(container);
-    QStringList leftovers;
-    const QFileInfoList files = container.dir().entryInfoList(QDir::Files | QDir::NoSymLinks, QDir::Name);
-    for (const QFileInfo &file : files) {
-        if (twins.match(file.fileName()).hasMatch() || creations.match(file.fileName()).hasMatch())
-            leftovers.append(file.filePath());
-    }
-    return leftovers;
-}
-
 QStringList clearLeftovers(const LockedVault &vault, qint64 mostBytesRead, const ProgressCallback &progress)
 {
     LeftoverJudge judge(vault, mostBytesRead, progress);
-    const QRegularExpression creations = creationNames(containerAt(vault.container.fileName()));
     // A vault that was replaced by mistake can perhaps be rescued, as a deleted file: its key stays in it.
     const auto isCleared = [&](const QString &path) {
         QFile file(path);
         if (!judge.take(file))
             return false;
         bool mayBeOfThisVault = false;
-        return creations.match(QFileInfo(path).fileName()).hasMatch()
+        return isCreationName(vault.container.fileName(), path)
                    ? judge.isSuperfluousCreation(file) && QFile::remove(path)
                    : judge.isSuperfluousCopy(file, mayBeOfThisVault) && removeWithKey(path);
     };
     QStringList staying = leftoversBeside(vault.container.fileName());
     staying.removeIf(isCleared);
-    const QFileInfoList folders =
-        QDir::temp().entryInfoList({workingFolderPrefix + QLatin1Char('*')}, QDir::Dirs | QDir::NoSymLinks);
-    for (const QFileInfo &folder : folders)
+    for (const QFileInfo &folder : presentWorkingFolders())
         clearWorkingFolder(folder.filePath(), judge, staying);
     return staying;
 }

@@ -3,6 +3,7 @@
 
 #include "core/Compactor.h"
 #include "core/HostFile.h"
+#include "core/LeftoverNames.h"
 #include "core/Leftovers.h"
 #include "core/VaultKeys.h"
 
@@ -19,9 +20,7 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     ContainerTransaction usual(container.path());
     QFile withOtherLine(container.path());
     const bool isUsual = !hasOtherLengthLine();
-    const Failure reason = isUsual                         ? container.begin(usual)
-                           : lockForReading(withOtherLine) ? Failure::None
-                                                           : Failure::ChangedByOther;
+    const Failure reason = isUsual ? container.begin(usual) : lockForReading(withOtherLine);
     if (reason != Failure::None)
         return fail(reason);
 
@@ -58,9 +57,13 @@ bool VaultManager::hasOtherLengthLine() const
            document.payloadOffset != ContainerFormat::blockAreaOffset;
 }
 
-bool VaultManager::lockForReading(QFile &file)
+Failure VaultManager::lockForReading(QFile &file)
 {
-    return file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && lockFile(file) && container.reload();
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return Failure::DriveGone;
+    if (!lockFile(file))
+        return Failure::InUse;
+    return container.reload() ? Failure::None : Failure::ChangedByOther;
 }
 
 /// After unlocking. Nothing is touched while another program works on the container, and where the file

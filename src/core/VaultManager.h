@@ -192,7 +192,7 @@ private:
 
     // Compaction
     [[nodiscard]] bool hasOtherLengthLine() const;
-    [[nodiscard]] bool lockForReading(QFile &file);
+    [[nodiscard]] Failure lockForReading(QFile &file);
     void clearLeftoversOfSession();
 
     State sessionState = Locked;

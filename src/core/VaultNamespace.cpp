@@ -2,7 +2,7 @@
 // unlocked: what stores the index refuses while it is locked.
 #include "core/VaultManager.h"
 
-#include "core/VaultNamespace.h"
+#include "core/ParentDirectories.h"
 #include "core/VaultPath.h"
 
 #include <algorithm>
@@ -56,22 +56,6 @@ SecureFileIndex withDirectoryMoved(const SecureFileIndex &index, const QString &
 }
 
 } // namespace
-
-void ensureParentDirectories(SecureFileIndex &index, const QString &path)
-{
-    const QString parent = parentVaultPath(path);
-    if (parent.isEmpty())
-        return;
-
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    for (qsizetype end = parent.indexOf(QLatin1Char('/'));; end = parent.indexOf(QLatin1Char('/'), end + 1)) {
-        const QString ancestor = end < 0 ? parent : parent.left(end);
-        if (!indexContainsDirectoryPath(index, ancestor))
-            index.addDirectory({ancestor, now, now});
-        if (end < 0)
-            return;
-    }
-}
 
 bool VaultManager::moveFile(const QString &filePath, const QString &targetDirectory)
 {

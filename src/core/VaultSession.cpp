@@ -3,6 +3,7 @@
 
 #include "core/HostFile.h"
 #include "core/KeyRemains.h"
+#include "core/LeftoverNames.h"
 #include "core/Leftovers.h"
 #include "core/Recovery.h"
 #include "core/Secret.h"

@@ -1,6 +1,7 @@
 // Compaction and creation on a real drive: what they reclaim and leave, and what is left when the drive does
 // not play along, here and in other operations. Runs on a practice drive, which it may fill up, and mounts
 // another.
+#include "core/LeftoverNames.h"
 #include "core/Leftovers.h"
 #include "core/VaultKeys.h"
 #include "support/VaultFixture.h"

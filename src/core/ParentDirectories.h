@@ -1,4 +1,4 @@
-// A rule of the vault's namespace that importing and the folder operations share.
+// A rule of the vault's namespace that importing, moving and creating folders share.
 #pragma once
 
 #include "core/SecureFileIndex.h"

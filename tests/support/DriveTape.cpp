@@ -1,11 +1,12 @@
 // The model of a drive whose power goes, and the replaced calls of the C library.
 #include "support/DriveTape.h"
-#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QRandomGenerator>
+#include <QTest>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -21,9 +22,7 @@ namespace Tessarin::Tests {
 
 namespace {
 
-constexpr qint64 sectorSize = 512;
-
-DriveTape *running = nullptr;
+DriveTape *&running = DriveTape::running;
 
 ino_t inodeOf(const QByteArray &path)
 {
@@ -36,79 +35,132 @@ QByteArray nameOf(const char *path)
     return QByteArray(path).split('/').last();
 }
 
-void put(QByteArray &file, qint64 at, QByteArrayView bytes)
-{
-    file.resize(std::max(file.size(), at + bytes.size()), '\0');
-    std::copy(bytes.cbegin(), bytes.cend(), file.begin() + at);
-}
-
 /// A file in memory and on the drive. Memory reaches the drive sector by sector, in any order, until a sync
 /// sends all that is left. What the drive holds beyond the size is what lay there before.
 struct DriveFile
 {
-    QByteArray memory;
-    QByteArray drive;
-    qint64 sizeOnDrive = 0;
-    QList<std::pair<qint64, qint64>> unsynced;
+    FileImage memory;
+    FileImage drive;
+    QList<std::pair<qint64, qint64>> unsynced; ///< Sectors.
 
-    void send(qint64 from, qint64 to)
+    void send(qint64 sector)
     {
-        if (from < memory.size())
-            put(drive, from, QByteArrayView(memory).sliced(from, std::min(to, memory.size()) - from));
+        if (sector >= memory.sectors.size())
+            return;
+        drive.sectors.resize(std::max(drive.sectors.size(), sector + 1));
+        drive.sectors[sector] = memory.sectors.at(sector);
     }
 
     void sync()
     {
-        for (const auto &[from, to] : std::as_const(unsynced))
-            send(from, to);
-        unsynced.clear();
-        sizeOnDrive = memory.size();
+        for (const auto &[first, end] : std::exchange(unsynced, {})) {
+            for (qint64 sector = first; sector < end; ++sector)
+                send(sector);
+        }
+        drive.size = memory.size;
     }
 
     void write(qint64 from, const QByteArray &bytes, DriveTape::Loss loss, QRandomGenerator &random)
     {
-        put(memory, from, bytes);
-        unsynced.append({from, from + bytes.size()});
+        memory.put(from, bytes);
+        const qint64 first = from / FileImage::sectorSize;
+        const qint64 end = (from + bytes.size() - 1) / FileImage::sectorSize + 1;
+        unsynced.append({first, end});
         enum Fate { Lost, Kept, Beginning, End, Half, AllButFew, fateCount };
         const int fate = loss == DriveTape::AnySectors       ? random.bounded(fateCount)
                          : loss == DriveTape::EndOfLastWrite ? Beginning
                          : loss == DriveTape::Nothing        ? Kept
                                                              : Lost;
-        const qint64 first = from / sectorSize;
-        const qint64 count = (from + bytes.size() - 1) / sectorSize + 1 - first;
-        const qint64 border = first + random.bounded(count);
-        for (qint64 sector = first; sector < first + count; ++sector) {
+        const qint64 border = first + random.bounded(end - first);
+        for (qint64 sector = first; sector < end; ++sector) {
             if (fate == Kept || (fate == Beginning && sector < border) || (fate == End && sector >= border) ||
-                (fate == Half && random.bounded(2) == 0) || (fate == AllButFew && random.bounded(count) > 1))
-                send(sector * sectorSize, (sector + 1) * sectorSize);
+                (fate == Half && random.bounded(2) == 0) ||
+                (fate == AllButFew && random.bounded(end - first) > 1))
+                send(sector);
         }
     }
 };
 
 } // namespace
 
+FileImage FileImage::read(const QString &path)
+{
+    FileImage image;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return image;
+    image.resize(file.size());
+    std::array<char, 65536> bytes{};
+    for (qint64 at = 0; (at = ::lseek64(file.handle(), at, SEEK_DATA)) >= 0;) {
+        const ssize_t size = ::pread(file.handle(), bytes.data(), bytes.size(), at);
+        image.put(at, {bytes.data(), size});
+        at += size;
+    }
+    return image;
+}
+
+void FileImage::write(const QString &path) const
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    for (qsizetype i = 0; i < sectors.size(); ++i) {
+        if (const QByteArray &sector = sectors.at(i); !sector.isEmpty())
+            QCOMPARE(::pwrite(file.handle(), sector.data(), sectorSize, i * sectorSize), sectorSize);
+    }
+    QVERIFY(file.resize(size));
+}
+
+void FileImage::resize(qint64 newSize)
+{
+    // What lay behind a smaller size is not there when the file grows again.
+    const qint64 rest = newSize % sectorSize;
+    if (rest != 0 && newSize / sectorSize < sectors.size())
+        put(newSize, QByteArray(sectorSize - rest, '\0'));
+    size = newSize;
+    sectors.resize((size + sectorSize - 1) / sectorSize);
+}
+
+void FileImage::put(qint64 at, QByteArrayView bytes)
+{
+    static const QByteArray zeros(sectorSize, '\0');
+    if (at + bytes.size() > size)
+        resize(at + bytes.size());
+    for (QByteArrayView part; !bytes.isEmpty(); at += part.size(), bytes = bytes.sliced(part.size())) {
+        const qint64 from = at % sectorSize;
+        part = bytes.first(std::min(bytes.size(), sectorSize - from));
+        QByteArray &sector = sectors[at / sectorSize];
+        if (part != zeros)
+            sector = sector.leftJustified(sectorSize, '\0').replace(from, part.size(), part);
+        if (part == zeros || sector == zeros)
+            sector.clear();
+    }
+}
+
+DriveFiles filesIn(const QString &folder)
+{
+    DriveFiles files;
+    for (const QString &name : QDir(folder).entryList(QDir::Files))
+        files[name] = FileImage::read(folder + u'/' + name);
+    return files;
+}
+
+void putFiles(const QString &folder, const DriveFiles &files)
+{
+    for (const QString &name : QDir(folder).entryList(QDir::Files))
+        QFile::remove(folder + u'/' + name);
+    for (auto file = files.cbegin(); file != files.cend(); ++file)
+        file->write(folder + u'/' + file.key());
+}
+
 DriveTape::DriveTape(const QString &folderPath, const CallFailure &planned)
     : failure(planned), folder(QFile::encodeName(QDir(folderPath).canonicalPath()))
 {
-    const QStringList names = QDir(folderPath).entryList(QDir::Files);
-    for (const QString &name : names) {
-        const QString path = QDir(folderPath).filePath(name);
-        const ino_t inode = inodeOf(QFile::encodeName(path));
-        startNames[QFile::encodeName(name)] = inode;
-        startContents[inode] = readFile(path);
+    const DriveFiles files = filesIn(folderPath);
+    for (auto file = files.cbegin(); file != files.cend(); ++file) {
+        const QByteArray name = QFile::encodeName(file.key());
+        startNames[name] = inodeOf(folder + '/' + name);
+        startContents[startNames[name]] = *file;
     }
-    running = this;
-}
-
-void DriveTape::stop()
-{
-    if (running == this)
-        running = nullptr;
-}
-
-void DriveTape::resume()
-{
-    failure = {};
     running = this;
 }
 
@@ -118,120 +170,110 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     const auto reachesDrive = [&] {
         return loss == AnySectors ? random.bounded(2) == 0 : loss != Everything;
     };
-    QMap<ino_t, ino_t> successors;
     QMap<ino_t, DriveFile> files;
     for (auto start = startContents.cbegin(); start != startContents.cend(); ++start)
-        files[start.key()] = {*start, *start, start->size(), {}};
+        files[start.key()] = {*start, *start, {}};
     QMap<QByteArray, ino_t> namesInMemory = startNames;
-    QMap<QByteArray, ino_t> names = startNames; // 0 for an entry of size 0.
-    QMap<ino_t, Kind> moved;                    // What no sync of the file itself has completed.
+    QMap<QByteArray, ino_t> names = startNames;
+    QMap<ino_t, Kind> moved;   // What no sync of the file itself has completed.
+    constexpr ino_t empty = 0; // Of an entry of size 0.
+    constexpr ino_t none = ino_t(-1);
+    const auto enter = [&](const QByteArray &name, ino_t inMemory, ino_t onDrive) {
+        namesInMemory[name] = inMemory;
+        if (reachesDrive())
+            names[name] = onDrive;
+    };
 
     for (qsizetype i = 0; i < eventCount; ++i) {
-        Event event = events.at(i);
-        // A new file may get the number of one that was removed and closed.
-        if (event.kind == Create && files.contains(event.file))
-            successors[event.file] = event.file + (ino_t(i + 1) << 48);
-        event.file = successors.value(event.file, event.file);
+        const Event &event = events.at(i); // A file system in memory gives no number twice.
         DriveFile &file = files[event.file];
-        const qint64 formerSize = file.memory.size();
+        const qint64 formerSize = file.memory.size;
         if (event.kind == Write) {
             const bool isWhole = loss == EndOfLastWrite && i < eventCount - 1;
             file.write(event.position, event.bytes, isWhole ? Nothing : loss, random);
         } else if (event.kind == Resize) {
-            file.memory.resize(event.position, '\0');
+            file.memory.resize(event.position);
         } else if (event.kind == Sync) {
             file.sync();
             moved.remove(event.file);
-            for (auto name = namesInMemory.cbegin(); name != namesInMemory.cend(); ++name) {
-                if (*name == event.file)
-                    names[name.key()] = event.file;
-            }
+            for (const QByteArray &name : namesInMemory.keys(event.file))
+                names[name] = event.file;
         } else if (event.kind == FailedSync) { // The kernel does not try these pages again.
             file.unsynced.clear();
         } else if (event.kind == SyncNames) {
             const QMap<QByteArray, ino_t> former = std::exchange(names, namesInMemory);
             for (auto name = names.begin(); name != names.end(); ++name) {
                 if (const Kind kind = moved.value(*name, Sync); kind != Sync)
-                    *name = kind == Exchange ? former.value(name.key()) : 0;
+                    *name = kind == Exchange ? former.value(name.key()) : empty;
             }
         } else if (event.kind == Exchange) { // FAT completes either entry by itself.
             const ino_t other = namesInMemory.value(event.newName);
             moved[event.file] = moved[other] = Exchange;
-            namesInMemory[event.newName] = event.file;
-            namesInMemory[event.bytes] = other;
-            if (reachesDrive())
-                names[event.newName] = event.file;
-            if (reachesDrive())
-                names[event.bytes] = other;
+            enter(event.newName, event.file, event.file);
+            enter(event.bytes, other, other);
         } else if (event.kind == Rename) { // FAT frees what was there, and writes an entry of size 0.
             moved[event.file] = Rename;
-            namesInMemory.remove(event.bytes);
-            namesInMemory[event.newName] = event.file;
-            if (reachesDrive())
-                names[event.newName] = 0;
-            if (reachesDrive())
-                names.remove(event.bytes);
+            enter(event.newName, event.file, empty);
+            enter(event.bytes, none, none);
         } else {
-            const auto change = [&](QMap<QByteArray, ino_t> &map) {
-                map.remove(event.bytes);
-                if (event.kind == Create)
-                    map.insert(event.bytes, event.file);
-            };
-            change(namesInMemory);
-            if (reachesDrive())
-                change(names);
+            const ino_t entry = event.kind == Create ? event.file : none;
+            enter(event.bytes, entry, entry);
         }
-        if (file.memory.size() != formerSize && reachesDrive())
-            file.sizeOnDrive = file.memory.size();
+        if (file.memory.size != formerSize && reachesDrive())
+            file.drive.size = file.memory.size;
     }
 
     DriveFiles left;
     for (auto name = names.cbegin(); name != names.cend(); ++name) {
-        if (*name == 0) {
-            left[QFile::decodeName(name.key())] = "";
+        if (*name == none)
             continue;
-        }
-        DriveFile &file = files[*name];
-        file.drive.resize(file.sizeOnDrive, '\0');
+        FileImage image = files.value(*name).drive;
+        image.resize(image.size);
         // The place of a removed file may be another's already.
         if (!namesInMemory.values().contains(*name) && loss == AnySectors)
-            put(file.drive, 0, QByteArray(file.sizeOnDrive / 2, 'x'));
-        left[QFile::decodeName(name.key())] = file.drive;
+            image.put(0, QByteArray(image.size / 2, 'x'));
+        left[QFile::decodeName(name.key())] = image;
     }
     return left;
 }
 
-bool DriveTape::watches(int descriptor, Event &event) const
+namespace {
+
+/// Fills in the file of an event, and says whether it is to do with the folder of a tape that runs.
+bool isTaped(int descriptor, DriveTape::Event &event)
 {
-    char path[PATH_MAX];
-    const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
-    const ssize_t length = ::readlink(link.constData(), path, sizeof path);
+    std::array<char, PATH_MAX> path{};
     struct stat status = {};
-    if (length < 0 || !QByteArrayView(path, length).startsWith(folder) || ::fstat(descriptor, &status) != 0)
+    const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
+    if (running == nullptr || ::readlink(link.constData(), path.data(), path.size()) < 0 ||
+        ::strncmp(path.data(), running->folder.constData(), size_t(running->folder.size())) != 0 ||
+        ::fstat(descriptor, &status) != 0)
         return false;
     event.file = status.st_ino;
     if (S_ISDIR(status.st_mode))
-        event.kind = SyncNames;
+        event.kind = DriveTape::SyncNames;
     return true;
 }
 
-bool DriveTape::watches(const char *path, Event &event) const
+bool isTaped(const char *path, DriveTape::Event &event)
 {
     event.bytes = nameOf(path);
     event.file = inodeOf(path);
-    return QByteArrayView(path).startsWith(folder + '/');
+    return running != nullptr && QByteArrayView(path).startsWith(running->folder + '/');
 }
 
-bool DriveTape::fails(bool isSync, size_t *writeSize)
+/// Counts a call, and says whether it fails.
+bool fails(bool isSync, size_t *writeSize = nullptr)
 {
+    CallFailure &failure = running->failure;
     if (failure.isOfSyncs && !isSync)
         return false;
-    ++calls;
-    if (failure.call == 0 || calls < failure.call || calls >= failure.call + failure.times)
+    const int call = ++running->calls;
+    if (failure.call == 0 || call < failure.call || call >= failure.call + failure.times)
         return false;
-    if (calls == failure.call)
-        eventsBeforeFailure = events.size();
-    if (writeSize != nullptr && calls == failure.call && failure.error == ENOSPC && *writeSize > 1) {
+    if (call == failure.call)
+        running->eventsBeforeFailure = running->events.size();
+    if (writeSize != nullptr && call == failure.call && failure.error == ENOSPC && *writeSize > 1) {
         *writeSize /= 2;
         ++failure.call;
         return false;
@@ -240,19 +282,21 @@ bool DriveTape::fails(bool isSync, size_t *writeSize)
     return true;
 }
 
-namespace {
-
 /// Makes a call on a path or a descriptor, unless it is to fail, and records what it did.
 template <typename Where, typename Call>
 int taped(DriveTape::Event event, Where where, const Call &call)
 {
-    if (running == nullptr || !running->watches(where, event))
+    using Tape = DriveTape;
+    if (!isTaped(where, event))
         return call();
-    const bool isSync = event.kind == DriveTape::Sync || event.kind == DriveTape::SyncNames;
-    const int result = running->fails(isSync) ? -1 : call();
-    if (result != 0 && event.kind == DriveTape::Sync)
-        event.kind = DriveTape::FailedSync;
-    if (result == 0 || event.kind == DriveTape::FailedSync)
+    const bool isSync =
+        event.kind == Tape::Sync || event.kind == Tape::FailedSync || event.kind == Tape::SyncNames;
+    const int result = fails(isSync) ? -1 : call();
+    if (result < 0 && event.kind == Tape::Sync)
+        event.kind = Tape::FailedSync;
+    if (result >= 0 && event.kind == Tape::Create) // Its file is there only now.
+        static_cast<void>(isTaped(result, event));
+    if ((result < 0) == (event.kind == Tape::FailedSync))
         running->events.append(event);
     return result;
 }
@@ -274,39 +318,27 @@ int open64(const char *path, int flags, ...)
     static const auto forward = FORWARD(open64);
     va_list rest;
     va_start(rest, flags);
-    const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-    const mode_t mode = hasMode ? va_arg(rest, mode_t) : 0;
+    const bool isUnnamed = (flags & O_TMPFILE) == O_TMPFILE;
+    const mode_t mode = isUnnamed || (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
     va_end(rest);
 
-    DriveTape::Event event = {DriveTape::Create};
-    if (running != nullptr && (flags & O_TMPFILE) == O_TMPFILE) { // FAT knows no files without a name.
+    if (running != nullptr && isUnnamed) { // FAT knows no files without a name.
         errno = EOPNOTSUPP;
         return -1;
     }
-    if (running == nullptr || (flags & O_CREAT) == 0 || !running->watches(path, event) || event.file != 0)
-        return forward(path, flags, mode);
-    const int descriptor = running->fails(false) ? -1 : forward(path, flags, mode);
-    if (descriptor >= 0 && running->watches(path, event))
-        running->events.append(event);
-    return descriptor;
-}
-
-off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept
-{
-    static const auto forward = FORWARD(lseek64);
-    DriveTape::Event event = {};
-    const bool isTaped = running != nullptr && whence == SEEK_SET && running->watches(descriptor, event);
-    return isTaped && running->fails(false) ? -1 : forward(descriptor, offset, whence);
+    const auto call = [&] { return forward(path, flags, mode); };
+    const bool isNew = (flags & O_CREAT) != 0 && inodeOf(path) == 0;
+    return isNew ? taped({DriveTape::Create}, path, call) : call();
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t size)
 {
     static const auto forward = FORWARD(write);
     DriveTape::Event event = {};
-    if (running == nullptr || !running->watches(descriptor, event))
+    if (!isTaped(descriptor, event))
         return forward(descriptor, bytes, size);
     event.position = ::lseek64(descriptor, 0, SEEK_CUR);
-    const ssize_t written = running->fails(false, &size) ? -1 : forward(descriptor, bytes, size);
+    const ssize_t written = fails(false, &size) ? -1 : forward(descriptor, bytes, size);
     if (written > 0) {
         event.bytes = QByteArray(static_cast<const char *>(bytes), written);
         if (event.position <= running->unreadableFrom && event.position + written >= running->unreadableTo)
@@ -347,7 +379,7 @@ int flock(int descriptor, int operation) noexcept
 {
     static const auto forward = FORWARD(flock);
     DriveTape::Event event = {};
-    if (running == nullptr || running->hasLocks || !running->watches(descriptor, event))
+    if (!isTaped(descriptor, event) || running->hasLocks)
         return forward(descriptor, operation);
     errno = ENOLCK;
     return -1;
@@ -357,15 +389,14 @@ ssize_t read(int descriptor, void *bytes, size_t size)
 {
     static const auto forward = FORWARD(read);
     DriveTape::Event event = {};
-    if (running == nullptr || running->unreadableTo == 0 || !running->watches(descriptor, event))
+    if (!isTaped(descriptor, event))
         return forward(descriptor, bytes, size);
     const qint64 from = ::lseek64(descriptor, 0, SEEK_CUR);
-    if (from >= running->unreadableTo || from + qint64(size) <= running->unreadableFrom)
+    const qint64 readable = running->unreadableFrom - from;
+    if (from >= running->unreadableTo || readable >= qint64(size))
         return forward(descriptor, bytes, size);
     errno = EIO;
-    return from >= running->unreadableFrom
-               ? -1
-               : forward(descriptor, bytes, size_t(running->unreadableFrom - from));
+    return readable <= 0 ? -1 : forward(descriptor, bytes, size_t(readable));
 }
 
 /// Waits for no real drive: the tape decides what has reached it.
@@ -377,11 +408,7 @@ int fsync(int descriptor)
 /// Makes nothing certain, but may be the one to hear that the drive has not taken something.
 int sync_file_range(int descriptor, off64_t, off64_t, unsigned int)
 {
-    DriveTape::Event event = {DriveTape::FailedSync};
-    if (running == nullptr || !running->watches(descriptor, event) || !running->fails(true))
-        return 0;
-    running->events.append(event);
-    return -1;
+    return taped({DriveTape::FailedSync}, descriptor, [] { return 0; });
 }
 
 } // extern "C"

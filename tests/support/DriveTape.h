@@ -8,11 +8,31 @@
 #include <QMap>
 #include <QString>
 
+#include <algorithm>
+
 #include <sys/types.h>
 
 namespace Tessarin::Tests {
 
-using DriveFiles = QMap<QString, QByteArray>; ///< Name and contents.
+/// A file's bytes by sectors, which copies share. Those of zeros are empty, as most of a header area is.
+struct FileImage
+{
+    static constexpr qint64 sectorSize = 512;
+    qint64 size = 0;
+    QByteArrayList sectors;
+
+    static FileImage read(const QString &path);
+    void write(const QString &path) const;
+    void resize(qint64 newSize);
+    void put(qint64 at, QByteArrayView bytes);
+    bool operator==(const FileImage &) const = default;
+};
+
+using DriveFiles = QMap<QString, FileImage>; ///< By name.
+
+/// The files of a folder, without those in folders below it.
+DriveFiles filesIn(const QString &folder);
+void putFiles(const QString &folder, const DriveFiles &files);
 
 /// The call with this number (from 1) fails, and those after it, as many as are said. With ENOSPC half of a
 /// write goes through first, as on a full drive.
@@ -45,12 +65,13 @@ public:
     explicit DriveTape(const QString &folderPath, const CallFailure &planned = {});
     ~DriveTape() { stop(); }
     Q_DISABLE_COPY_MOVE(DriveTape)
-    void stop();
+    void stop() { running = running == this ? nullptr : running; }
     /// Goes on, with a drive that works.
-    void resume();
+    void resume() { failure = {}, running = this; }
 
     /// A drive whose power went after `eventCount` events.
-    [[nodiscard]] DriveFiles cutAfter(qsizetype eventCount, Loss loss, quint32 seed) const;
+    [[nodiscard]] DriveFiles cutAfter(qsizetype eventCount, Loss loss, quint32 seed = 0) const;
+    [[nodiscard]] qsizetype count(Kind kind) const { return std::ranges::count(events, kind, &Event::kind); }
 
     QList<Event> events;
     int calls = 0;
@@ -60,17 +81,13 @@ public:
     qint64 unreadableTo = 0;
     bool hasLocks = true;
 
-    // For the replaced calls: fills in the event and says whether it is to do with the folder; counts a call
-    // and says whether it fails.
-    [[nodiscard]] bool watches(int descriptor, Event &event) const;
-    [[nodiscard]] bool watches(const char *path, Event &event) const;
-    [[nodiscard]] bool fails(bool isSync, size_t *writeSize = nullptr);
+    static inline DriveTape *running = nullptr;
+    CallFailure failure;
+    const QByteArray folder;
 
 private:
-    CallFailure failure;
-    QByteArray folder;
     QMap<QByteArray, ino_t> startNames;
-    QMap<ino_t, QByteArray> startContents;
+    QMap<ino_t, FileImage> startContents;
 };
 
 } // namespace Tessarin::Tests

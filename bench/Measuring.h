@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 namespace Tessarin::Bench {
@@ -124,6 +125,7 @@ inline qint64 kernelFigure(const char *table, const QByteArray &key)
 template <typename Work>
 double peakMiBOf(const Work &work)
 {
+    ::malloc_trim(0); // What the work before has freed would be used again, and not be seen.
     QFile peak(QStringLiteral("/proc/self/clear_refs"));
     require(peak.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && peak.write("5") == 1,
             "reset the peak");

@@ -1,7 +1,9 @@
 // What the benchmarks share: stopwatch, medians, what the kernel counts for this process, made-up files.
 #pragma once
 
+#include "core/ContainerFormat.h"
 #include "core/SecureFileIndex.h"
+#include "core/VaultManager.h"
 
 #include <benchmark/benchmark.h>
 
@@ -181,6 +183,39 @@ inline Core::SecureFileIndex madeUpIndex(const std::vector<std::pair<QString, in
     }
     return index;
 }
+
+inline const QByteArray password = "uma senha bem longa";
+
+/// A new, open vault, gone at the end.
+class OpenVault
+{
+public:
+    explicit OpenVault(const Core::SecureFileIndex &index = {},
+                       const QString &containerPath = inWorkFolder(QStringLiteral("cofre.trvx")))
+        : path(containerPath)
+    {
+        require(vault.createVault(path, password) && vault.unlockVault(path, password), "open a vault");
+        require(index.entries().isEmpty() || vault.saveIndex(index), "save an index");
+    }
+    ~OpenVault()
+    {
+        static_cast<void>(vault.lockVault());
+        QFile::remove(path);
+    }
+    Q_DISABLE_COPY_MOVE(OpenVault)
+
+    /// Bytes of the header's JSON, from the line before it.
+    qint64 headerSize() const
+    {
+        QFile container(path);
+        require(container.open(QIODevice::ReadOnly) && container.seek(Core::ContainerFormat::fileMagicSize),
+                "open the container");
+        return container.readLine().trimmed().toLongLong();
+    }
+
+    const QString path;
+    Core::VaultManager vault;
+};
 
 /// Runs the benchmarks with the usual options.
 inline int runBenchmarks(int argc, char *argv[])

@@ -3,9 +3,6 @@
 #include "CountedDrive.h"
 #include "Measuring.h"
 
-#include "core/ContainerFormat.h"
-#include "core/VaultManager.h"
-
 #include <QCoreApplication>
 #include <QFileInfo>
 
@@ -18,36 +15,15 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr qint64 MiB = 1024 * 1024;
-const QByteArray password = "uma senha bem longa";
 
-/// A vault in the counted folder, gone at the end.
-class VaultOnDrive
+/// In the folder whose files are counted.
+struct VaultOnDrive : OpenVault
 {
-public:
     explicit VaultOnDrive(int fileCount = 0)
+        : OpenVault(fileCount == 0 ? Core::SecureFileIndex() : madeUpIndex({{u"pasta"_s, fileCount}}),
+                    inWorkFolder(u"unidade/cofre.trvx"_s))
     {
-        require(vault.createVault(path, password) && vault.unlockVault(path, password), "open a vault");
-        require(fileCount == 0 || vault.saveIndex(madeUpIndex({{u"pasta"_s, fileCount}})), "save an index");
-        static_cast<void>(takeTraffic());
     }
-    ~VaultOnDrive()
-    {
-        static_cast<void>(vault.lockVault());
-        QFile::remove(path);
-        static_cast<void>(takeTraffic());
-    }
-    Q_DISABLE_COPY_MOVE(VaultOnDrive)
-
-    qint64 headerSize() const
-    {
-        QFile container(path);
-        require(container.open(QIODevice::ReadOnly) && container.seek(Core::ContainerFormat::fileMagicSize),
-                "open the container");
-        return container.readLine().trimmed().toLongLong();
-    }
-
-    const QString path = inWorkFolder(u"unidade/cofre.trvx"_s);
-    Core::VaultManager vault;
 };
 
 QString sourceOf(qint64 sizeBytes)

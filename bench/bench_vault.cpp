@@ -27,7 +27,6 @@ namespace {
 constexpr qint64 GiB = 1024 * 1024 * 1024;
 constexpr size_t blockSize = 16 * 1024 * 1024;
 constexpr size_t tagSize = crypto_aead_xchacha20poly1305_ietf_ABYTES;
-const QByteArray password = "uma senha bem longa";
 
 // The bare loops --------------------------------------------------------------------------------------------
 
@@ -131,35 +130,6 @@ void compareBarely(const QString &firstPath, const QString &secondPath)
 }
 
 // Vaults ----------------------------------------------------------------------------------------------------
-
-/// A new, open vault, gone at the end.
-class OpenVault
-{
-public:
-    explicit OpenVault(const Core::SecureFileIndex &index = {})
-    {
-        require(vault.createVault(path, password) && vault.unlockVault(path, password), "open a vault");
-        require(index.entries().isEmpty() || vault.saveIndex(index), "save an index");
-    }
-    ~OpenVault()
-    {
-        static_cast<void>(vault.lockVault());
-        QFile::remove(path);
-    }
-    Q_DISABLE_COPY_MOVE(OpenVault)
-
-    /// Bytes of the header's JSON, from the line before it.
-    qint64 headerSize() const
-    {
-        QFile container(path);
-        require(container.open(QIODevice::ReadOnly) && container.seek(Core::ContainerFormat::fileMagicSize),
-                "open the container");
-        return container.readLine().trimmed().toLongLong();
-    }
-
-    const QString path = inWorkFolder(u"cofre.trvx"_s);
-    Core::VaultManager vault;
-};
 
 QString sourceOf1GiB()
 {

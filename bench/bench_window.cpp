@@ -1,7 +1,6 @@
 // How soon the window shows: the program from its start, and a folder of 10,000 files in the open window.
 #include "Measuring.h"
 
-#include "core/VaultManager.h"
 #include "ui/WindowHarness.h"
 
 #include <QHeaderView>
@@ -46,7 +45,6 @@ struct LargeFolder
     LargeFolder()
     {
         const QString path = inWorkFolder(u"tessarin.trvx"_s);
-        const QByteArray password = "uma senha bem longa";
         Tessarin::Core::VaultManager vault;
         require(vault.createVault(path, password) && vault.unlockVault(path, password) &&
                     vault.saveIndex(madeUpIndex({{u"grande"_s, 10000}, {u"outra"_s, 4000}})) &&

@@ -25,8 +25,7 @@ QString compactionLeftoverNote(const Core::VaultManager &vault)
     return translated(
                "A compactação deste cofre ou a criação de um parece ter sido interrompida e deixou outro "
                "container, que abre com a senha daquele momento:\n%1\n\nEle pode ter arquivos que este cofre "
-               "não tem. Confira-o "
-               "e apague-o quando não precisar mais dele.")
+               "não tem. Confira-o e apague-o quando não precisar mais dele.")
         .arg(QDir::toNativeSeparators(leftovers.join(u'\n')));
 }
 
@@ -80,8 +79,7 @@ Outcome VaultOperations::unlock(const QString &containerPath, QByteArray &&passw
     QStringList notes;
     if (vault.state() == Core::VaultManager::Unlocked) {
         notes << tr("O desbloqueio não terminou: a senha foi aceita, e os arquivos já podem ser vistos e "
-                    "exportados, "
-                    "mas não podem ser abertos para edição.")
+                    "exportados, mas não podem ser abertos para edição.")
               << failureText(vault.lastFailure());
     } else {
         notes << failureText(vault.lastFailure()) << compactionTwinNote(containerPath);
@@ -164,8 +162,8 @@ QString compactionTwinNote(const QString &containerPath)
         return {};
     return translated(
                "A compactação deste cofre ou a criação de um parece ter sido interrompida. O cofre pode "
-               "estar "
-               "inteiro em:\n%1\n\nEscolha esse arquivo em USB > Container > Escolher container... e use a "
+               "estar inteiro em:\n%1\n\nEscolha esse arquivo em USB > Container > Escolher container... e "
+               "use a "
                "senha dele.")
         .arg(QDir::toNativeSeparators(twins.join(u'\n')));
 }

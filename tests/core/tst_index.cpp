@@ -22,11 +22,6 @@ VaultFileEntry file(const QString &path, qint64 size = 1)
     return entry;
 }
 
-QDateTime moment(qint64 milliseconds)
-{
-    return QDateTime::fromMSecsSinceEpoch(milliseconds);
-}
-
 /// JSON is easier to read here with its quotes single.
 QByteArray quoted(QByteArray json)
 {
@@ -167,7 +162,8 @@ private Q_SLOTS:
                 QCOMPARE(index.addOrReplace(file(path, step)), put(files, path, step));
                 break;
             case 1:
-                QCOMPARE(index.addDirectory({path, moment(step), {}}), put(folders, path, step));
+                QCOMPARE(index.addDirectory({path, QDateTime::fromMSecsSinceEpoch(step), {}}),
+                         put(folders, path, step));
                 break;
             case 2:
                 QCOMPARE(index.setVaultPath(path, other), at < files.size() && isFree);
@@ -191,8 +187,8 @@ private Q_SLOTS:
             QCOMPARE(index.containsDirectory(other), find(folders, other) < folders.size());
             QCOMPARE(found ? found->sizeBytes : 0,
                      files.value(find(files, other, Qt::CaseInsensitive)).second);
-            QCOMPARE(folder ? folder->createdUtc : moment(0),
-                     moment(folders.value(find(folders, other, Qt::CaseInsensitive)).second));
+            QCOMPARE(folder ? folder->createdUtc.toMSecsSinceEpoch() : 0,
+                     folders.value(find(folders, other, Qt::CaseInsensitive)).second);
             QCOMPARE(indexContainsFilePath(index, other), found != nullptr);
             QCOMPARE(indexContainsDirectoryPath(index, other), folder != nullptr);
         }

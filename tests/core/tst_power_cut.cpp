@@ -194,8 +194,8 @@ DriveFiles driveWithHeader(qint64 headerSize)
     const QByteArray first = ContainerManager().buildHeader(fixture.document());
     staleRecord = undoRecordFor({first, Sha256::of(first)}, {first, Sha256::of(first)});
     bool isMade = fixture.put(u"gone.bin"_s, noise(3000, 1)) && fixture.put(u"keep.bin"_s, noise(700, 2)) &&
-                  fixture.put(u"old.bin"_s, noise(5000, 3)) &&
-                  fixture.play(u"delete gone.bin; mkdir x"_s).isEmpty();
+                  fixture.put(u"old.bin"_s, noise(5000, 3));
+    fixture.play(u"delete gone.bin; mkdir x"_s);
     // Each byte of the index is four thirds of one in the header.
     for (QString folder = u"x"_s; isMade && headerLength(fixture.container) < headerSize - 3;) {
         const qint64 missing = (headerSize - headerLength(fixture.container)) * 3 / 4;

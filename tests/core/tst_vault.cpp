@@ -1,0 +1,348 @@
+// The vault by examples: its header and its passwords, files and folders, and the temporary copies of opened
+// files. What holds for any order of operations is up to the random day of tst_vault_day, and why something
+// fails to tst_vault_compaction.
+#include "core/VaultKeys.h"
+#include "support/VaultFixture.h"
+
+#include <QBuffer>
+#include <QUuid>
+
+#include <future>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Tessarin::Core;
+using namespace Tessarin::Tests;
+
+class VaultTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    static constexpr qint64 block = 16 * 1024 * 1024;
+
+private Q_SLOTS:
+    void aNewVaultIsLockedAndOfTheStatedForm()
+    {
+        VaultFixture f;
+        // Characters count, not bytes, nor the halves of those beyond the Basic Multilingual Plane.
+        for (const char *letter : {"x", "é", "🔑"}) {
+            const QString path = f.root + u'/' + QString::fromUtf8(letter);
+            QVERIFY2(!f.vault.createVault(path, QByteArray(letter).repeated(11)), letter);
+            QVERIFY(!QFile::exists(path));
+            QVERIFY2(f.vault.createVault(path, QByteArray(letter).repeated(12)), letter);
+            QCOMPARE(f.vault.state(), VaultManager::Locked);
+        }
+        const ContainerCryptoMetadata crypto = f.document().crypto;
+        QCOMPARE(crypto.kdf, u"Argon2id"_s);
+        QCOMPARE(crypto.kdfIterations, 0);
+        QCOMPARE(crypto.encryptedMasterKey.size(), 80);
+        QCOMPARE(crypto.salt.size(), 16);
+        QCOMPARE(crypto.payloadNonce.size(), 24);
+    }
+
+    void everyHeaderFieldIsBound()
+    {
+        VaultFixture f;
+        f.play(u"put a=conteúdo; lock"_s);
+        ContainerDocument good = f.document();
+        using Crypto = ContainerCryptoMetadata;
+        const auto opensWith = [&](auto &&change) {
+            ContainerDocument changed = good;
+            change(changed.crypto);
+            return ContainerManager().updateDocumentHeader(f.container, changed) && f.unlock();
+        };
+        for (const auto field :
+             {&Crypto::salt, &Crypto::nonce, &Crypto::payloadNonce, &Crypto::encryptedMasterKey}) {
+            QVERIFY(!opensWith([&](Crypto &crypto) { (crypto.*field)[0] = char(~(crypto.*field)[0]); }));
+            QVERIFY(!opensWith([&](Crypto &crypto) { (crypto.*field).chop(1); }));
+            QVERIFY(!opensWith([&](Crypto &crypto) { (crypto.*field).clear(); }));
+        }
+        QVERIFY(!opensWith([](Crypto &crypto) { crypto.cipher += u'x'; }));
+        QVERIFY(!opensWith([](Crypto &crypto) { crypto.kdfIterations = 1; }));
+        // A forged count does not keep anybody waiting.
+        QVERIFY(
+            !opensWith([](Crypto &crypto) { crypto.kdf = u"PBKDF2"_s, crypto.kdfIterations = 2000000000; }));
+
+        // The cipher may have any name that key and index are bound to; a new password gives it the usual
+        // one.
+        const SecretBytes key = decryptMasterKey(good, f.password);
+        SecureFileIndex index;
+        QVERIFY(decryptIndex(good, key, &index));
+        good.crypto.cipher = u"outra"_s;
+        good.crypto.encryptedMasterKey = encryptMasterKey(good, f.password, key);
+        good.encryptedIndex = encryptIndex(good, index, key);
+        QVERIFY(opensWith([](Crypto &) {}));
+        f.play(u"put b=b; lock; password uma senha bem longa>outra senha longa; unlock outra senha longa; "
+               "get a=conteúdo; get b=b"_s);
+        QCOMPARE(f.document().crypto.cipher, u"XChaCha20-Poly1305"_s);
+    }
+
+    void aNewPasswordSearchesTheGapsAndCutsOffTheRest()
+    {
+        VaultFixture f;
+        QVERIFY(f.put(u"morto"_s, noise(3000000, 2)));
+        f.play(u"put vivo=v"_s);
+        const qint64 size = QFileInfo(f.container).size();
+        QVERIFY(f.put(u"fim"_s, noise(block, 3)));
+        f.play(u"delete morto; delete fim; lock"_s);
+        QString seen;
+        QVERIFY(f.vault.changePassword(
+            f.container, f.password, "outra senha longa",
+            [&](qint64 done, qint64 total, const QString &) { seen = u"%1/%2"_s.arg(done).arg(total); }));
+        QCOMPARE(seen, u"%1/%1"_s.arg(3000016 + block + 16));
+        QCOMPARE(QFileInfo(f.container).size(), size);
+        f.play(u"unlock outra senha longa; get vivo=v"_s);
+    }
+
+    void anotherProgramMayWorkOnTheVault()
+    {
+        VaultFixture f;
+        VaultFixture g(f.root);
+        // A password changed meanwhile is no conflict, and stays changed.
+        QVERIFY(f.vault.lockVault());
+        QVERIFY(f.vault.changePassword(f.container, f.password, "outra senha longa"));
+        g.play(u"mkdir a; lock; unlock outra senha longa"_s);
+
+        // While a change is under way, no other begins.
+        bool isMet = false;
+        const auto meet = [&](qint64, qint64, const QString &) {
+            f.play(u"unlock outra senha longa; -mkdir no meio; -compact"_s);
+            isMet = true;
+        };
+        QVERIFY(g.vault.importFile(u"/etc/passwd"_s, u"c"_s, meet));
+        QVERIFY(isMet);
+    }
+
+    void filesOfEverySizeComeBackByteForByte()
+    {
+        VaultFixture f;
+        const QString source = f.root + u"/s"_s;
+        const QByteArray bytes = noise(2 * block + 7, 5);
+        QStringList seen;
+        const auto note = [&](qint64 done, qint64 total, const QString &label) {
+            seen << u"%1/%2 %3"_s.arg(done).arg(total).arg(label);
+        };
+        QSet<QByteArray> nonces;
+        for (const qint64 size : {qint64(0), qint64(1), block, block + 1, 2 * block + 7}) {
+            const QString name = u"d/f%1"_s.arg(size);
+            writeFile(source, bytes.left(size));
+            QVERIFY(f.vault.importFile(source, u'/' + name, note));
+            QVERIFY(f.reopen());
+            QBuffer received;
+            QVERIFY(received.open(QIODevice::WriteOnly));
+            QVERIFY(f.vault.writeVaultFileToDevice(name.toUpper(), &received, note));
+            QVERIFY(received.data() == bytes.left(size));
+
+            const VaultFileEntry entry = f.entry(name);
+            QCOMPARE(entry.sizeBytes, size);
+            QCOMPARE(QUuid(entry.id).toString(QUuid::WithoutBraces), entry.id);
+            QCOMPARE(entry.lastModifiedUtc, QFileInfo(source).lastModified().toUTC());
+            QStringList expected;
+            qint64 done = 0;
+            for (const VaultFileBlock &stored : entry.blocks) {
+                QCOMPARE(stored.plainSize, qMin(size - done, block));
+                QVERIFY(!nonces.contains(stored.nonce));
+                nonces << stored.nonce;
+                done += stored.plainSize;
+                expected << u"%1/%2 %3"_s.arg(done).arg(size).arg(name);
+            }
+            QCOMPARE(done, size);
+            QCOMPARE(std::exchange(seen, {}), expected + expected);
+        }
+    }
+
+    void whatMovesKeepsItsIdAndItsPlace()
+    {
+        VaultFixture f;
+        f.play(u"put a/x.txt=x; put Notas.txt=n"_s);
+        const VaultFileEntry former = f.entry(u"a/x.txt"_s);
+        const QString replacedId = f.entry(u"Notas.txt"_s).id;
+        f.play(u"move A/X.txt>; put NOTAS.TXT=m; move notas.txt>A; mkdir /a/Sub/fim/; mkdir ab"_s);
+        QCOMPARE(f.paths().join(u' '), u"a/ a/Sub/ a/Sub/fim/ ab/ X.txt A/notas.txt"_s);
+        QCOMPARE(f.entry(u"X.txt"_s).id, former.id);
+        QVERIFY(f.entry(u"A/notas.txt"_s).id != replacedId);
+        QCOMPARE(f.entry(u"X.txt"_s).lastModifiedUtc, former.lastModifiedUtc);
+
+        const VaultDirectoryEntry sub = *f.vault.fileIndex().findDirectory(u"a/sub"_s);
+        QTRY_VERIFY(QDateTime::currentDateTimeUtc() > sub.modifiedUtc);
+        f.play(u"mvdir A>c/D"_s);
+        QCOMPARE(f.paths().join(u' '), u"c/D/ c/D/Sub/ c/D/Sub/fim/ ab/ c/ X.txt c/D/notas.txt"_s);
+        const VaultDirectoryEntry moved = *f.vault.fileIndex().findDirectory(u"c/d/sub"_s);
+        QVERIFY(moved.modifiedUtc > sub.modifiedUtc);
+        QCOMPARE(moved.createdUtc, sub.createdUtc);
+        for (const QString &bad : {QString(), u".."_s, u"a/."_s, u"a//../b"_s})
+            f.play(
+                u"-rename X.txt>%1; -mvdir ab>%1; -mkdir %1; -rmdir %1; -put %1=x; -move %1>ab; -delete %1"_s
+                    .arg(bad));
+        f.play(u"-move X.txt>falta; -move X.txt>.."_s);
+    }
+
+    void whatIsNoFileIsRefusedAndNothingIsWritten()
+    {
+        VaultFixture f;
+        f.play(u"put a=a"_s);
+        const QByteArray former = readFile(f.container);
+        const QString link = f.root + u"/link"_s;
+        const QString hard = f.root + u"/hard"_s;
+        QVERIFY(QFile::link(f.container, link));
+        QCOMPARE(::link(QFile::encodeName(f.container), QFile::encodeName(hard)), 0);
+        for (const QString &path : {f.container, link, hard, f.root, f.root + u"/falta/x"_s})
+            f.play(u"-import %1>x; -export a>%1"_s.arg(path));
+        f.play(u"-import /dev/zero>x; -export >%1; -get falta="_s.arg(f.root + u"/t"_s));
+        QVERIFY(!f.vault.writeVaultFileToDevice(u"a"_s, nullptr));
+        QVERIFY(!f.vault.prepareFileForEditing(u"a"_s, nullptr));
+        QVERIFY(readFile(f.container) == former);
+    }
+
+    void anEditSurvivesOpeningItsFileAgainInVain()
+    {
+        VaultFixture f;
+        f.play(u"put a=com vários bytes; open a; edit a=editado; damage a; -open a"_s);
+        QCOMPARE(readFile(f.copies.value(u"a"_s)), "editado");
+        const auto all = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
+        QCOMPARE(QDir(f.vault.workspacePath()).entryList(all).size(), 2);
+        f.play(u"reopen; get a=editado"_s);
+    }
+
+    void whatTheVaultHoldsCanBeOpenedWhateverItsName()
+    {
+        VaultFixture f;
+        const QString folder = f.vault.workspacePath() + u'/';
+        const auto deep = [&](qsizetype length) {
+            return u'x' + (u'/' + QString(99, u'd')).repeated(50).right(length - folder.size() - 1);
+        };
+        const QString ending = u'.' + QString(15, u's');
+        const QString base(300, u'ã');
+        const QStringList possible{u":a"_s, QString(255, u'n'), deep(PATH_MAX - 1)};
+        const QStringList names =
+            possible + QStringList{deep(PATH_MAX),      u"x"_s + QChar(0xD800), u"x"_s + QChar(0xD801),
+                                   u"x\0y"_s,           QString(256, u'n'),     base + ending,
+                                   base + ending + u's'};
+        static const QRegularExpression substitute(u"-[0-9a-f]{32}(\\..*)?$"_s);
+        QSet<QString> copies;
+        for (const QString &name : names) {
+            QString copy;
+            QVERIFY(f.put(name, name.toUtf8()));
+            QVERIFY(f.vault.prepareFileForEditing(name, &copy));
+            QCOMPARE(readFile(copy), name.toUtf8());
+            QCOMPARE(copy == folder + name, possible.contains(name));
+            QCOMPARE(substitute.match(copy).hasMatch(), !possible.contains(name));
+            QCOMPARE(substitute.match(copy).captured(1), name.endsWith(ending) ? ending : QString());
+            copies << copy;
+            edit(copy, name.toUtf8() + "!");
+        }
+        QCOMPARE(copies.size(), names.size());
+        QVERIFY(f.reopen());
+        for (const QString &name : names)
+            QCOMPARE(f.get(name), name.toUtf8() + "!");
+    }
+
+    void noCopyIsPutWhereItDoesNotBelong()
+    {
+        TempWorkspaceManager workspace;
+        QFile copy;
+        QVERIFY(!workspace.openNewCopy(copy));
+        QVERIFY(!workspace.putCopy(u"a"_s, copy));
+        QVERIFY(!workspace.holdsCopy(u"a"_s));
+        QVERIFY(workspace.prepare());
+        const QString lock = u".tessarin-workspace.lock"_s;
+        for (const QString &path : {QString(), u".."_s, u"../a"_s, u"a/."_s, u"a//b"_s, lock}) {
+            QVERIFY(workspace.openNewCopy(copy));
+            QVERIFY2(!workspace.putCopy(path, copy), qPrintable(path));
+        }
+        QCOMPARE(QDir(workspace.workspacePath()).entryList(QDir::Files | QDir::Hidden), {lock});
+        QVERIFY(workspace.cleanup());
+    }
+
+    void programsThatStartTogetherAllFindTheirWorkspace()
+    {
+        const QByteArray former = qgetenv("TMPDIR");
+        const auto restore =
+            qScopeGuard([&] { former.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", former); });
+        const QTemporaryDir temporary;
+        for (int round = 0; round < 30; ++round) {
+            const QString common = temporary.filePath(QString::number(round));
+            QVERIFY(QDir().mkdir(common));
+            qputenv("TMPDIR", QFile::encodeName(common));
+            const QDeadlineTimer start(20);
+            std::vector<std::future<bool>> programs;
+            for (int i = 0; i < 10; ++i) {
+                programs.push_back(std::async(std::launch::async, [&start] {
+                    while (!start.hasExpired()) {
+                    }
+                    return TempWorkspaceManager().prepare();
+                }));
+            }
+            for (std::future<bool> &program : programs)
+                QVERIFY(program.get());
+            QCOMPARE(QDir(common).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), {u"Tessarin"_s});
+        }
+        qputenv("TMPDIR", "/falta");
+        QCOMPARE(QFileInfo(TempWorkspaceManager().workspacePath()).path(), u"/tmp/Tessarin"_s);
+        // What lies there may be a link to all that the user has.
+        qputenv("TMPDIR", QFile::encodeName(temporary.path()));
+        QVERIFY(QFile::link(temporary.filePath(u"0"_s), temporary.filePath(u"Tessarin"_s)));
+        QVERIFY(!TempWorkspaceManager().prepare());
+    }
+
+    void aCopyIsPrivateWhateverTheUmask()
+    {
+        const mode_t former = ::umask(0);
+        VaultFixture f;
+        f.play(u"put x/y/Z.txt=segredo; open X/y/z.txt"_s);
+        ::umask(former);
+        QStringList modes;
+        for (const QString &path : {u""_s, u"/x"_s, u"/x/y"_s, u"/x/y/Z.txt"_s}) {
+            struct stat status = {};
+            ::stat(QFile::encodeName(f.vault.workspacePath() + path).constData(), &status);
+            modes << QString::number(status.st_mode & 07777U, 8);
+        }
+        QCOMPARE(modes.join(u' '), u"700 700 700 600"_s);
+    }
+
+    void aForeignWorkspaceIsRefused()
+    {
+        VaultFixture f;
+        const QString victim = f.root + u"/victim"_s;
+        const QString workspace = f.vault.workspacePath();
+        QVERIFY(QDir().mkdir(victim));
+        f.play(u"put d/a=segredo; lock"_s);
+        QVERIFY(QFile::link(victim, workspace));
+        f.play(u"-unlock uma senha bem longa; -open d/a"_s);
+        QVERIFY(QFile::remove(workspace));
+        f.play(u"reopen"_s);
+        QVERIFY(QFile::link(victim, workspace + u"/d"_s));
+        f.play(u"-open d/a; lock"_s);
+        QVERIFY(QDir(victim).isEmpty());
+
+        // Who owns the common folder can put a link in the place of a copy, or of the workspace, while it is
+        // in use.
+        f.play(u"unlock uma senha bem longa; open d/a"_s);
+        const QString own = victim + u"/own"_s;
+        const QString copy = f.copies.value(u"d/a"_s);
+        QVERIFY(QFile::remove(copy));
+        edit(own, "de outro");
+        QVERIFY(QFile::link(own, copy));
+        f.play(u"-lock; get d/a=segredo"_s);
+        QVERIFY(QFile::remove(copy));
+        f.play(u"open d/a"_s);
+        QVERIFY(QDir().rename(workspace, workspace + u"-moved"_s));
+        QVERIFY(QDir().mkdir(victim + u"/d"_s));
+        QVERIFY(QFile::link(victim, workspace));
+        edit(copy, "de outro");
+        f.play(u"-lock; get d/a=segredo; -open d/a"_s);
+        QVERIFY(!QFile::exists(workspace + u"-moved/d/a"_s));
+        QCOMPARE(readFile(copy), "de outro");
+        QVERIFY(QFile::remove(copy));
+        f.play(u"-lock"_s);
+        QCOMPARE(f.vault.state(), VaultManager::Locked);
+        QCOMPARE(QDir(victim).entryList(QDir::Files), {u"own"_s});
+        QVERIFY(QFile::remove(workspace));
+        QVERIFY(QDir().rmdir(workspace + u"-moved"_s));
+    }
+};
+
+QTEST_GUILESS_MAIN(VaultTest)
+#include "tst_vault.moc"

@@ -11,6 +11,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <cstdlib>
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -26,27 +27,10 @@ private:
     QTemporaryDir directory;
     const QString root = directory.filePath(u"usb1/block/decoy"_s);
 
-    void write(const QString &path, const QByteArray &content)
+    /// Runs a script of the shell in the root.
+    void make(const QByteArray &script)
     {
-        QFile file(root + path);
-        QVERIFY(QDir().mkpath(QFileInfo(file).path()));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(content), content.size());
-    }
-
-    void link(const QString &target, const QString &path)
-    {
-        QVERIFY(QDir().mkpath(QFileInfo(root + path).path()));
-        QVERIFY(QFile::link(target, root + path));
-    }
-
-    /// Each flag is a file below the device and the line in it.
-    void addDevice(const QString &path, const QList<std::pair<QString, QByteArray>> &flags = {})
-    {
-        write("/sys/devices/"_L1 + path + "/uevent"_L1, {});
-        for (const auto &[name, line] : flags)
-            write("/sys/devices/"_L1 + path + u'/' + name, line + '\n');
-        link("../../devices/"_L1 + path, "/sys/class/block/"_L1 + QFileInfo(path).fileName());
+        QCOMPARE(std::system("set -e; cd " + root.toLocal8Bit() + '\n' + script), 0);
     }
 
 private Q_SLOTS:
@@ -60,52 +44,46 @@ private Q_SLOTS:
         const QString card = u"pci0/mmc0/block/mmcblk0"_s;
         const QString disk = u"pci0/ata1/block/sda"_s;
         const QString mapped = u"virtual/block/sdb/sdb9"_s;
-        addDevice(stick, {{u"removable"_s, "1"}});
-        addDevice(stick + u"/sdb1"_s);
-        addDevice(dvd, {{u"removable"_s, "1"}, {u"device/type"_s, "5"}});
-        addDevice(card, {{u"removable"_s, "1"}});
-        addDevice(card + u"/mmcblk0p1"_s);
-        addDevice(disk, {{u"removable"_s, "0"}, {u"device/type"_s, "0"}});
-        addDevice(mapped);
-        link(u"../../devices/missing"_s, u"/sys/class/block/dangling"_s);
-        link(u"/etc"_s, u"/sys/class/block/outside"_s);
-
-        const auto verify = [this](const QString &name, const QString &path, const QString &parent,
-                                   const QString &traits) {
-            QString found = isUsbBlockDevice(name, root) ? u"usb "_s : QString();
-            found += isRemovableBlockDevice(name, root) ? u"removable "_s : QString();
-            found += isOpticalBlockDevice(name, root) ? u"optical "_s : QString();
-            found += isPartitionedDisk(name, root) ? u"partitioned "_s : QString();
+        make(u"mkdir -p sys/class/block sys/devices; cd sys/devices\n"
+             "for device in %1 %1/sdb1 %2 %3 %3/mmcblk0p1 %4 %5; do\n"
+             "    mkdir -p $device/device; touch $device/uevent; ln -s ../../devices/$device ../class/block\n"
+             "done\n"
+             "for device in %1 %2 %3; do echo 1 > $device/removable; done\n"
+             "echo 0 > %4/removable; echo 5 > %2/device/type; echo 0 > %4/device/type\n"
+             "ln -s ../../devices/missing ../class/block/dangling; ln -s /etc ../class/block/outside"_s
+                 .arg(stick, dvd, card, disk, mapped)
+                 .toUtf8());
+        const QList<std::tuple<QString, QString, QString, QString>> devices{
+            {u"sdb"_s, stick, u"sdb"_s, u" usb removable partitioned"_s},
+            {u"sdb1"_s, stick + u"/sdb1"_s, u"sdb"_s, u" usb removable"_s},
+            {u"sdb9"_s, mapped, u"sdb"_s, u" usb removable"_s},
+            {u"sr0"_s, dvd, u"sr0"_s, u" usb removable optical"_s},
+            {u"mmcblk0p1"_s, card + u"/mmcblk0p1"_s, u"mmcblk0"_s, u" removable"_s},
+            {u"sda"_s, disk, u"sda"_s, {}},
+            {u"dangling"_s, {}, {}, {}},
+            {u"outside"_s, {}, {}, {}},
+            {u"%1"_s, {}, {}, {}}};
+        for (const auto &[name, path, parent, traits] : devices) {
+            QString found = isUsbBlockDevice(name, root) ? u" usb"_s : QString();
+            found += isRemovableBlockDevice(name, root) ? u" removable"_s : QString();
+            found += isOpticalBlockDevice(name, root) ? u" optical"_s : QString();
+            found += isPartitionedDisk(name, root) ? u" partitioned"_s : QString();
             QCOMPARE(found, traits);
             QCOMPARE(blockDeviceSysfsPath(name, root), path.isEmpty() ? path : u"/sys/devices/"_s + path);
             QCOMPARE(parentDiskName(name, root), parent);
-        };
-        verify(u"sdb"_s, stick, u"sdb"_s, u"usb removable partitioned "_s);
-        verify(u"sdb1"_s, stick + u"/sdb1"_s, u"sdb"_s, u"usb removable "_s);
-        verify(u"sdb9"_s, mapped, u"sdb"_s, u"usb removable "_s);
-        verify(u"sr0"_s, dvd, u"sr0"_s, u"usb removable optical "_s);
-        verify(u"mmcblk0p1"_s, card + u"/mmcblk0p1"_s, u"mmcblk0"_s, u"removable "_s);
-        verify(u"sda"_s, disk, u"sda"_s, {});
-        for (const QString &nothing : {u"dangling"_s, u"outside"_s, u"%1"_s})
-            verify(nothing, {}, {}, {});
+        }
     }
 
     void labelsAreMappedByTheDeviceTheyLeadTo()
     {
         QVERIFY(blockLabelMap(root).isEmpty());
-        const QHash<QString, QString> links{{u"sdb1"_s, u"Minhas\\040fotos"_s},
-                                            {u"sdc1"_s, u"A\\x20B"_s},
-                                            {u"sdd1"_s, u"%1"_s},
-                                            {u"sde1"_s, u".oculto"_s}};
-        for (const auto &[node, label] : links.asKeyValueRange()) {
-            write("/dev/"_L1 + node, {});
-            link("../../"_L1 + node, "/dev/disk/by-label/"_L1 + label);
-        }
-        link(u"../../gone"_s, u"/dev/disk/by-label/GONE"_s);
-        link(u"../../../sys"_s, u"/dev/disk/by-label/ELSEWHERE"_s);
-        write(u"/sys/x"_s, {});
-        QHash<QString, QString> labels = links;
-        labels[u"sdb1"_s] = u"Minhas fotos"_s;
+        make(R"(mkdir -p dev/disk/by-label sys; cd dev; touch sdb1 sdc1 sdd1 sde1; cd disk/by-label
+            ln -s ../../sdb1 'Minhas\040fotos'; ln -s ../../sdc1 'A\x20B'; ln -s ../../sdd1 %1
+            ln -s ../../sde1 .oculto; ln -s ../../gone GONE; ln -s ../../../sys ELSEWHERE)");
+        const QHash<QString, QString> labels{{u"sdb1"_s, u"Minhas fotos"_s},
+                                             {u"sdc1"_s, u"A\\x20B"_s},
+                                             {u"sdd1"_s, u"%1"_s},
+                                             {u"sde1"_s, u".oculto"_s}};
         QCOMPARE(blockLabelMap(root), labels);
         QCOMPARE(decodeUdevEscapes(uR"(\x41\x20B\x5cx20\xZZ \x2fé\x2)"_s), uR"(A B\x20\xZZ /é\x2)"_s);
         for (const auto &[path, name] :
@@ -128,20 +106,14 @@ private Q_SLOTS:
             QVERIFY(QDir().mkpath(root + candidate));
             QCOMPARE(mountedRootForLabel(label, root), candidate);
         }
-        write(u"/mnt/a file"_s, "x");
+        make("touch 'mnt/a file'; mkdir media/ninguém");
         QCOMPARE(mountedRootForLabel(u"a file"_s, root), QString());
         qputenv("USER", "");
-        QVERIFY(QDir().mkpath(root + u"/media/ninguém"_s));
         QCOMPARE(mountedRootForLabel(u"ninguém"_s, root), QString());
     }
 
     void mountTableLinesAreParsedAndDecodedOnce()
     {
-        const auto parsed = [](const QString &line) {
-            const std::optional<MountInfoLine> mount = parseMountInfoLine(line);
-            return mount ? QStringList{mount->mountPoint, mount->fileSystemType, mount->source}
-                         : QStringList();
-        };
         const QList<std::pair<QString, QStringList>> lines{
             {uR"(36 35 8:17 / /media/A\040B\011C\012D\134E\134040 rw shared:1 - vfat /dev/sdb1 rw)"_s,
              {u"/media/A B\tC\nD\\E\\040"_s, u"vfat"_s, u"/dev/sdb1"_s}},
@@ -150,8 +122,12 @@ private Q_SLOTS:
             {u"36 35 8:17 / /mnt rw ext4 /dev/sdb1 rw"_s, {}},
             {u"36 35 8:17 / - ext4 /dev/sdb1 rw"_s, {}},
             {u"36 35 8:17 / /mnt - ext4 /dev/sdb1"_s, {}}};
-        for (const auto &[line, parts] : lines)
-            QCOMPARE(parsed(line), parts);
+        for (const auto &[line, parts] : lines) {
+            const auto mount = parseMountInfoLine(line);
+            const QStringList parsed =
+                mount ? QStringList{mount->mountPoint, mount->fileSystemType, mount->source} : QStringList();
+            QCOMPARE(parsed, parts);
+        }
     }
 
     void memoryIsKeptPrivate()
@@ -171,9 +147,9 @@ private Q_SLOTS:
             ::sigaction(number, nullptr, &action);
             return action.sa_handler;
         };
-        const auto openFiles = [] { return QDir(u"/proc/self/fd"_s).count(); };
+        const QDir openFiles(u"/proc/self/fd"_s);
         ::signal(SIGHUP, SIG_IGN);
-        const auto formerFiles = openFiles();
+        const auto formerFiles = openFiles.count();
         {
             const Tessarin::Platform::TerminationSignals termination;
             QSignalSpy heard(&termination, &Tessarin::Platform::TerminationSignals::requested);
@@ -188,7 +164,7 @@ private Q_SLOTS:
         for (const int number : {SIGTERM, SIGINT})
             QVERIFY(handler(number) == SIG_DFL);
         QVERIFY(handler(SIGHUP) == SIG_IGN);
-        QCOMPARE(openFiles(), formerFiles);
+        QCOMPARE(QDir(openFiles).count(), formerFiles);
     }
 };
 

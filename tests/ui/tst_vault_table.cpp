@@ -3,6 +3,7 @@
 #include "ui/Formatting.h"
 #include "ui/ImportSpace.h"
 #include "ui/MoveFileDialog.h"
+#include "ui/VaultItemIcon.h"
 #include "ui/VaultTable.h"
 #include "ui/WindowGeometry.h"
 
@@ -21,31 +22,32 @@ class VaultTableTest : public QObject
 private Q_SLOTS:
     void foldersComeFirstAndEachColumnSorts()
     {
-        const auto up = Qt::AscendingOrder;
-        const auto down = Qt::DescendingOrder;
-        QCOMPARE(namesIn({}, 1, up), u"Fotos zebra A.TXT a.txt b.txt c.md"_s);
-        QCOMPARE(namesIn({}, 1, down), u"zebra Fotos c.md b.txt A.TXT a.txt"_s);
-        QCOMPARE(namesIn({}, 2, up), u"Fotos zebra b.txt c.md A.TXT a.txt"_s);
-        QCOMPARE(namesIn({}, 2, down), u"zebra Fotos A.TXT a.txt c.md b.txt"_s);
-        QCOMPARE(namesIn({}, 4, up), u"zebra Fotos c.md A.TXT a.txt b.txt"_s);
-        // The letter case of the folder's own name does not matter.
-        QCOMPARE(namesIn(u"Fotos"_s, 1, up), u".. Praia dois.jpg um.jpg"_s);
+        const QList<std::tuple<QString, int, Qt::SortOrder, QString>> orders{
+            {{}, 1, Qt::AscendingOrder, u"Fotos zebra A.TXT a.txt b.txt c.md"_s},
+            {{}, 2, Qt::AscendingOrder, u"Fotos zebra b.txt c.md A.TXT a.txt"_s},
+            {{}, 2, Qt::DescendingOrder, u"zebra Fotos A.TXT a.txt c.md b.txt"_s},
+            {{}, 3, Qt::AscendingOrder, u"Fotos zebra c.md A.TXT a.txt b.txt"_s},
+            {{}, 4, Qt::AscendingOrder, u"zebra Fotos c.md A.TXT a.txt b.txt"_s},
+            // The letter case of the folder's own name does not matter.
+            {u"Fotos"_s, 1, Qt::AscendingOrder, u".. Praia dois.jpg um.jpg"_s}};
+        for (const auto &[directory, column, order, names] : orders)
+            QCOMPARE(namesIn(directory, column, order), names);
     }
 
     void textsAreWritten()
     {
-        QCOMPARE(fileTypeLabel(u"a.b/leiame"_s), u"Arquivo"_s);
-        QCOMPARE(fileTypeLabel(u"foto.tar.Jpeg"_s), u"JPEG"_s);
-        QCOMPARE(formatFileSize((qint64(5) << 30) + (qint64(1) << 29)),
-                 QLocale().toString(5.5, 'f', 1) + u" GB"_s);
-        QCOMPARE(formatFileSize(1), u"1 byte"_s);
-        QCOMPARE(shownName(u"a/x\u202egnp.exe"_s), u"a/x[U+202E]gnp.exe"_s);
-        QCOMPARE(shownName(u"a/\u05d0.txt"_s), u"a/\u2068\u05d0.txt\u2069"_s);
-        QCOMPARE(formatFileDate({}), QString());
-        QCOMPARE(formatFileDate(QDateTime({2024, 5, 3}, {14, 7}).toUTC()), u"03/05/2024 14:07"_s);
-        QCOMPARE(normalizeDirectoryPath(u" /media/usb/// "_s), u"/media/usb/"_s);
-        QCOMPARE(plainToolTip(u"R&D 100%1.txt"_s), u"R&D 100%1.txt"_s);
-        QCOMPARE(plainToolTip(u"<img src=x>"_s), u"<span>&lt;img src=x&gt;</span>"_s);
+        for (const auto &[made, expected] : QList<std::pair<QString, QString>>{
+                 {fileTypeLabel(u"a.b/leiame"_s), u"Arquivo"_s},
+                 {fileTypeLabel(u"foto.tar.Jpeg"_s), u"JPEG"_s},
+                 {formatFileSize((qint64(5) << 30) + (qint64(1) << 29)), QLocale().toString(5.5) + u" GB"_s},
+                 {shownName(u"a/x\u202e\u2028\u200dgnp.exe"_s), u"a/x[U+202E][U+2028]\u200dgnp.exe"_s},
+                 {formatFileDate({}), QString()},
+                 {formatFileDate(QDateTime({2024, 5, 3}, {14, 7}).toUTC()), u"03/05/2024 14:07"_s},
+                 {normalizeDirectoryPath(u" /media/usb/// "_s), u"/media/usb/"_s},
+                 {normalizeDirectoryPath(u"/x"_s), u"/x/"_s},
+                 {shortList(QStringList(11, u"x"_s)).join(u""_s), QString(10, u'x') + u"e mais 1"_s},
+                 {plainToolTip(u"<img src=x>"_s), u"<span>&lt;img src=x&gt;</span>"_s}})
+            QCOMPARE(made, expected);
     }
 
     void aFileMovesToEveryFolderButItsOwn()
@@ -58,35 +60,53 @@ private Q_SLOTS:
 
     void roomIsReckonedOnTheDriveAndOnTheScreen()
     {
-        const qint64 forOneGibibyte = qint64(1127428915) + 16777216;
-        QCOMPARE(requiredImportBytes(qint64(1) << 30), forOneGibibyte);
-        QCOMPARE(centralWidgetSize({1920, 1040}), QSize(1152, 648));
-        QCOMPARE(centralWidgetSize({1366, 768}), QSize(900, 506));
-        QCOMPARE(centralWidgetSize({1280, 480}), QSize(853, 480));
-        QCOMPARE(centralWidgetSize({}), QSize(960, 540));
+        QCOMPARE(requiredImportBytes(qint64(1) << 30), qint64(1127428915) + 16777216);
+        for (const auto &[screen, size] : {std::pair{QSize(1920, 1040), QSize(1152, 648)},
+                                           {{1366, 768}, {900, 506}},
+                                           {{1280, 480}, {853, 480}},
+                                           {{}, {960, 540}}})
+            QCOMPARE(centralWidgetSize(screen), size);
+        QCOMPARE(dialogSize({820, 600}, {800, 800}), QSize(792, 600));
+    }
+
+    void pagesHaveBandsOfTheirOwn()
+    {
+        QStringList bands;
+        for (const QString &suffix : {u"pem"_s, u"asc"_s, u"crt"_s, u"encrypted"_s, u"LOG"_s, u"flac"_s})
+            bands += pagePixel(suffix, {10, 18}).name();
+        QCOMPARE(bands.join(u' '), u"#1f735c #7050a0 #b87118 #455c7a #5a5a5a #2563b4"_s);
+        QCOMPARE(pagePixel(u"jpeg"_s, {10, 18}), QColor(31, 132, 141));
+        QCOMPARE(pagePixel(u"jpeg"_s, {8, 6}), QColor(Qt::white));
+        QCOMPARE(pagePixel(u"jpeg"_s, {15, 4}), QColor(237, 237, 237));
+        QCOMPARE(pagePixel(u"jpeg"_s, {1, 1}).alpha(), 0);
     }
 
 private:
+    static QColor pagePixel(const QString &suffix, const QPoint &place)
+    {
+        const QIcon icon = vaultItemIcon(VaultTableItemKind::File, u"x."_s + suffix);
+        return icon.pixmap(22, 22).toImage().pixelColor(place);
+    }
+
     static SecureFileIndex sampleIndex()
     {
         SecureFileIndex index;
-        const auto addFile = [&index](const QString &path, qint64 sizeBytes, int day) {
+        const auto on = [](int day) { return QDateTime({2024, 5, day}, {10, 0}, QTimeZone::utc()); };
+        index.addDirectory({u"zebra"_s, {}, on(1)});
+        index.addDirectory({u"Fotos"_s, {}, on(2)});
+        index.addDirectory({u"fotos/Praia"_s, {}, {}});
+        for (const auto &[path, sizeBytes, day] : {std::tuple{u"b.txt"_s, 10, 3},
+                                                   {u"A.TXT"_s, 30, 2},
+                                                   {u"c.md"_s, 20, 1},
+                                                   {u"a.txt"_s, 30, 2},
+                                                   {u"Fotos/um.jpg"_s, 1, 1},
+                                                   {u"fotos/dois.jpg"_s, 1, 1}}) {
             VaultFileEntry entry;
             entry.vaultPath = path;
             entry.sizeBytes = sizeBytes;
-            entry.lastModifiedUtc = QDateTime({2024, 5, day}, {10, 0}, QTimeZone::utc());
+            entry.lastModifiedUtc = on(day);
             index.addOrReplace(entry);
-        };
-        const auto firstOf = [](int month) { return QDateTime({2024, month, 1}, {0, 0}, QTimeZone::utc()); };
-        index.addDirectory({u"zebra"_s, {}, firstOf(1)});
-        index.addDirectory({u"Fotos"_s, {}, firstOf(2)});
-        index.addDirectory({u"fotos/Praia"_s, {}, {}});
-        addFile(u"b.txt"_s, 10, 3);
-        addFile(u"A.TXT"_s, 30, 2);
-        addFile(u"c.md"_s, 20, 1);
-        addFile(u"a.txt"_s, 30, 2);
-        addFile(u"Fotos/um.jpg"_s, 1, 1);
-        addFile(u"fotos/dois.jpg"_s, 1, 1);
+        }
         return index;
     }
 

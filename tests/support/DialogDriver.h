@@ -5,6 +5,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
+#include <QDeadlineTimer>
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
@@ -24,7 +25,7 @@ using namespace Qt::Literals::StringLiterals;
 
 /// One dialog, menu or progress display: how its description begins, and what to do. An answer fills the
 /// fields from top to bottom and presses the button named last ("senha ; OK"); to a file dialog it is the
-/// paths.
+/// paths. "do something" at its beginning tells of what is done before.
 struct DialogStep
 {
     QString beginning;
@@ -32,29 +33,29 @@ struct DialogStep
     std::function<void(QWidget &)> before = {}; ///< Done first, with the dialog on show.
 };
 
-/// "Title | texts | [fields] | buttons", with "*" at the default button and [*****] for a hidden field.
+/// "Title | texts | [fields] | buttons", with "*" at the default button and the length of a hidden field.
 inline QString describe(const QWidget &shown)
 {
     QStringList parts{shown.windowTitle()};
     QStringList buttons;
-    for (const QAction *action : qobject_cast<const QMenu *>(&shown) ? shown.actions() : QList<QAction *>())
-        parts += action->isSeparator()
-                     ? u"-"_s
-                     : action->text().remove(u'&') + (action->isEnabled() ? u""_s : u" (off)"_s);
-    if (const auto *files = qobject_cast<const QFileDialog *>(&shown)) {
+    if (qobject_cast<const QMenu *>(&shown)) {
+        for (const QAction *action : shown.actions())
+            parts += (action->isSeparator() ? u"-"_s : action->text()) +
+                     (action->isEnabled() ? u""_s : u" (off)"_s);
+    } else if (const auto *files = qobject_cast<const QFileDialog *>(&shown)) {
         parts += files->findChild<QLineEdit *>(u"fileNameEdit"_s)->text();
         return (parts + files->nameFilters()).join(u" | "_s);
     }
     for (const QWidget *child : shown.findChildren<QWidget *>()) {
         const auto *label = qobject_cast<const QLabel *>(child);
+        const auto *edit = qobject_cast<const QLineEdit *>(child);
         if (label && !label->isHidden() && !label->text().isEmpty()) {
             const bool isRich = label->textFormat() != Qt::PlainText && Qt::mightBeRichText(label->text());
             parts += (isRich ? u"<rich>"_s : QString()) + label->text().replace(u'\n', u'¶');
-        } else if (const auto *edit = qobject_cast<const QLineEdit *>(child))
-            parts += u'[' +
-                     (edit->echoMode() == QLineEdit::Password ? u"hidden %1"_s.arg(edit->text().size())
-                                                              : edit->text()) +
-                     (edit->placeholderText().isEmpty() ? u""_s : u", "_s + edit->placeholderText()) + u']';
+        } else if (edit && edit->echoMode() == QLineEdit::Password)
+            parts += u"[hidden %1]"_s.arg(edit->text().size());
+        else if (edit)
+            parts += u'[' + edit->text() + u']';
         else if (const auto *box = qobject_cast<const QComboBox *>(child))
             parts += u'[' + box->currentText() + u']';
         else if (const auto *button = qobject_cast<const QPushButton *>(child))
@@ -81,6 +82,8 @@ public:
 private:
     void look()
     {
+        if (deadline.hasExpired())
+            qFatal("a dialog does not close: %s", qPrintable(seen.join(u'\n')));
         QWidget *shown = QApplication::activePopupWidget();
         if (!shown)
             shown = QApplication::activeModalWidget();
@@ -95,7 +98,7 @@ private:
         const bool isExpected = !steps.isEmpty() && description.startsWith(steps.first().beginning);
         // Most progress displays come and go by themselves.
         if (qobject_cast<QProgressDialog *>(shown) && !(isExpected && steps.first().before)) {
-            if (!seen.contains(description))
+            if (seen.filter(description).isEmpty())
                 seen += description;
             return;
         }
@@ -121,19 +124,18 @@ private:
 
     static void answer(QWidget &dialog, const QString &text)
     {
-        if (text == u"close"_s) {
-            dialog.close();
-            return;
-        }
+        if (text == u"close"_s)
+            return static_cast<void>(dialog.close());
         if (auto *files = qobject_cast<QFileDialog *>(&dialog)) {
-            const QString paths =
-                text.contains(u", "_s) ? u'"' + QString(text).replace(u", "_s, u"\" \""_s) + u'"' : text;
+            const QString paths = u'"' + QString(text).replace(u", "_s, u"\" \""_s) + u'"';
             files->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(paths);
             static_cast<QDialog *>(files)->accept();
             return;
         }
         QStringList parts = text.split(u" ; "_s);
-        const QString buttonText = parts.takeLast();
+        if (parts.constFirst().startsWith(u"do "_s))
+            parts.removeFirst();
+        const QString buttonText = parts.isEmpty() ? QString() : parts.takeLast();
         const QList<QLineEdit *> edits = dialog.findChildren<QLineEdit *>();
         auto *box = dialog.findChild<QComboBox *>();
         for (qsizetype i = 0; i < parts.size(); ++i) {
@@ -149,6 +151,7 @@ private:
     }
 
     QTimer timer;
+    const QDeadlineTimer deadline{20000};
     bool answering = false;      ///< An answer is on its way.
     QWidget *answered = nullptr; ///< Whose answer runs just now, maybe with dialogs above it.
 };

@@ -1,34 +1,46 @@
 // Plays the stories of stories.txt, each on a window and a vault of its own: what people press, the dialogs
 // that come with their answers, and everything on the window that changes. What is told here must be what is
-// written there.
+// written there. Its first lines give names to what is told often.
+#include "Look.h"
 #include "WindowHarness.h"
+#include "platform/TerminationSignals.h"
 #include "support/VaultFixture.h"
 
-#include <QHeaderView>
+#include <QCloseEvent>
+#include <QDesktopServices>
 #include <QMenuBar>
-#include <QMetaEnum>
 #include <QProcess>
+#include <QWindow>
+
+#include <csignal>
 
 using namespace Tessarin::Tests;
+using Tessarin::Platform::TerminationSignals;
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
+/// A pattern, and what is told instead.
+using Names = QList<std::pair<QRegularExpression, QString>>;
+
 class Stage
 {
 public:
-    explicit Stage(bool isOpen)
+    Stage(bool isOpen, const Names &commonTexts) : names(commonTexts)
     {
         for (const QString &path : {u"Docs/carta.txt"_s, u"Foto.JPG"_s, u"nota.txt"_s})
             QVERIFY(vault.put(path, path.toUtf8() + '\n'));
         QVERIFY(vault.vault.createDirectory(u"Docs/2024"_s));
         QVERIFY(vault.vault.lockVault());
+        for (const QString &scheme : {u"file"_s, u"https"_s})
+            QDesktopServices::setUrlHandler(scheme, &opened, "setSource");
+        QObject::connect(&signalsToEnd, &TerminationSignals::requested, &w.window,
+                         &Tessarin::UI::MainWindow::closeSoon);
         if (isOpen) {
-            Q_EMIT w.deviceList.itemDoubleClicked(w.deviceList.item(0));
+            point(u"enter"_s, u"drive 0"_s);
             w.act(u"unlock"_s, {{u"Senha do cofre"_s, QString::fromUtf8(vault.password) + u" ; OK"_s}});
         }
         tellChanges();
-        told.clear();
         outcome.clear();
     }
 
@@ -40,136 +52,206 @@ public:
         QStringList dialogs = line.section(u" = "_s, 0, 0).split(u" ? "_s);
         const QString action = dialogs.takeFirst();
         QList<DialogStep> steps;
-        for (const QString &dialog : dialogs.filter(u" <- "_s))
-            steps += {dialog.section(u" | "_s, 0, 0), inPlace(dialog.section(u" <- "_s, -1))};
-        DialogDriver driver(steps);
-        told += action;
-        const qsizetype at = told.size() - 1;
+        for (const QString &dialog : dialogs.filter(u" <- "_s)) {
+            const QString answer = dialog.section(u" <- "_s, 1);
+            steps += {dialog.section(u" <- "_s, 0, 0).section(u" | "_s, 0, 0), inPlace(answer)};
+            if (answer.startsWith(u"do "_s))
+                steps.last().before = [this, answer](QWidget &box) {
+                    meddle(answer.mid(3).section(u" ; "_s, 0, 0), box);
+                };
+        }
         w.window.statusBar()->clearMessage();
-        if (action.startsWith(u"$ "_s))
-            shell(action.mid(2));
+        DialogDriver driver(steps);
+        perform(action);
+        if (line.contains(u"! raise"_s))
+            QVERIFY(QTest::qWaitFor([this] { return !w.window.isVisible(); }));
         else
-            perform(action.section(u' ', 1, 1), action.section(u' ', 2));
-        QApplication::processEvents();
-        told[at] = (QStringList(action) + driver.seen).join(u" ? "_s);
+            QTest::qWait(line.contains(u"do !"_s) ? 100 : 1); // It must not close.
         for (const DialogStep &step : driver.steps)
             outcome += u"missing: "_s + step.beginning;
         tellChanges();
+        told += (QStringList(action) + driver.seen).join(u" ? "_s);
         if (!outcome.isEmpty())
-            told[at] += u" = "_s + outcome.join(u" || "_s);
-        outcome.clear();
-        static const QList<std::pair<QRegularExpression, QString>> names{
-            {QRegularExpression(u"/[^ ¶]*/Tessarin/[-0-9a-f]{36}"_s), u"COPIES"_s},
-            {QRegularExpression(u"Container: [^(]*…[^(]*"_s), u"Container: … "_s},
-            {QRegularExpression(u"disponível: [^¶]*|execução¶[^|]*"_s), u"N"_s},
-            {QRegularExpression(
-                 u"[0-9]+\\.[0-9]+\\.[0-9]+|[0-9]+/[0-9]+/[0-9]+( [0-9:]+)?|[0-9]+-[0-9-]+_[0-9]+"_s),
-             u"N"_s}};
-        told.replaceInStrings(host.path(), u"HOST"_s).replaceInStrings(stick.path(), u"STICK"_s);
-        told.replaceInStrings(longName, u"LONG"_s);
+            told.last() += u" = "_s + std::exchange(outcome, {}).join(u" || "_s);
+        told += std::exchange(looks, {});
+        for (const auto &[name, place] : places().asKeyValueRange())
+            told.replaceInStrings(place, name);
         for (const auto &[pattern, name] : names)
             told.replaceInStrings(pattern, name);
     }
 
-    QString inPlace(const QString &text) const
+private:
+    /// What is done while a dialog is on show.
+    void meddle(const QString &what, QWidget &dialog)
     {
-        return QString(text)
-            .replace(u"HOST"_s, host.path())
-            .replace(u"STICK"_s, stick.path())
-            .replace(u"LONG"_s, longName);
+        for (const QString &line : what.split(u", "_s)) {
+            if (line == u"look"_s) {
+                looks += u"> "_s + look(dialog);
+                continue;
+            }
+            perform(line);
+            QTest::qWait(50);
+            outcome += dialog.isVisible() ? u"still there"_s : u"gone"_s;
+        }
     }
 
-private:
-    void perform(const QString &verb, const QString &what)
+    /// "$" and a command of the shell, or "!", what to do and with what.
+    void perform(const QString &line)
     {
-        if (verb == u"click"_s)
-            w.click(inPlace(what));
-        else if (verb == u"ctrl-click"_s)
-            w.click(what, Qt::ControlModifier);
-        else if (verb == u"enter"_s)
-            w.enter(what);
+        const QString verb = line.section(u' ', 1, 1);
+        const QString what = inPlace(line.section(u' ', 2));
+        const QStringList words = what.split(u' ');
+        if (line.startsWith(u'$'))
+            shell(inPlace(line.mid(2)));
+        else if (QStringList{u"click"_s, u"ctrl-click"_s, u"enter"_s, u"middle"_s}.contains(verb))
+            point(verb, what);
         else if (verb == u"menu"_s)
             Q_EMIT w.table.customContextMenuRequested(w.placeOf(what));
         else if (verb == u"drop"_s)
-            outcome += w.drop(inPlace(what.section(u" > "_s, 0, 0)).split(u", "_s), what.section(u" > "_s, 1))
+            outcome += w.drop(what.section(u" > "_s, 0, 0).split(u"; "_s), what.section(u" > "_s, 1))
                            ? u"taken"_s
                            : u"refused"_s;
-        else if (verb == u"sort"_s)
-            QTest::mouseClick(w.table.horizontalHeader()->viewport(), Qt::LeftButton, {},
-                              {w.table.horizontalHeader()->sectionViewportPosition(what.toInt()) + 5, 5});
         else if (verb == u"key"_s)
-            press(what);
-        else if (verb == u"middle"_s)
-            QTest::mouseDClick(w.table.viewport(), Qt::MiddleButton, {}, w.placeOf(what));
+            press(words);
         else if (verb == u"padlock"_s)
             w.padlock.click();
         else if (verb == u"padlock-twice"_s) {
             QTest::mouseClick(&w.padlock, Qt::LeftButton);
             QTest::mouseDClick(&w.padlock, Qt::LeftButton);
         } else if (verb == u"close"_s)
-            outcome += w.window.close() ? u"closed"_s : u"open"_s;
-        else if (verb == u"drive"_s)
-            Q_EMIT w.deviceList.itemDoubleClicked(w.deviceList.item(what.toInt()));
-        else if (verb == u"click-drive"_s)
-            QTest::mouseClick(w.deviceList.viewport(), Qt::LeftButton, {},
-                              w.deviceList.visualItemRect(w.deviceList.item(what.toInt())).center());
+            w.window.close();
+        else if (verb == u"close-frame"_s) { // As Qt sends it when the window's frame is clicked.
+            QCloseEvent event;
+            QCoreApplication::sendEvent(w.window.windowHandle(), &event);
+        } else if (verb == u"dismiss"_s) {
+            QTest::keyClick(QApplication::activeModalWidget(), Qt::Key_Escape);
+            QApplication::activeModalWidget()->close();
+        } else if (verb == u"raise"_s)
+            std::raise(what.toInt());
         else if (verb == u"plug"_s)
-            w.drives->insert(
-                what.section(u' ', 0, 0).toInt(),
-                usbDrive(what.section(u' ', 1, 1), inPlace(what.section(u' ', 2)), u"/dev/x2"_s));
+            changeDrives([&] { drives->drives.prepend(usbDrive(words[0], words.value(1), u"/dev/x2"_s)); });
         else if (verb == u"pull"_s)
-            w.drives->removeAt(what.toInt());
+            changeDrives([&] { drives->drives.removeAt(what.toInt()); });
         else if (verb == u"look"_s)
-            look();
+            lookAt(what);
         else if (verb == u"old-line-break"_s)
             QVERIFY(vault.vault.changePassword(vault.container, vault.password, vault.password + '\n'));
-        else if (verb == u"wait"_s)
-            QTest::qWait(200);
         else if (w.action(verb))
-            w.action(verb)->trigger();
+            trigger(verb, what);
         else
             outcome += u"there is no such thing to do"_s;
     }
 
-    /// One key after the other; the last one is held down.
-    void press(const QString &keys)
+    void changeDrives(const std::function<void()> &change)
     {
-        for (const QString &key : keys.split(u' ')) {
-            const Qt::Key code = QKeySequence(key)[0].key();
-            QTest::keyClick(&w.deviceList, code);
-            QKeyEvent again(QEvent::KeyPress, code, {}, {}, true);
+        change();
+        w.action(u"refreshDevices"_s)->trigger();
+    }
+
+    /// At a row of the table, "drive N" or "column N".
+    void point(const QString &verb, const QString &what)
+    {
+        const int number = what.section(u' ', 1).toInt();
+        QWidget *on = w.table.viewport();
+        QPoint place = w.placeOf(what);
+        if (what.startsWith(u"drive "_s)) {
+            on = w.deviceList.viewport();
+            place = w.deviceList.visualItemRect(w.deviceList.item(number)).center();
+        } else if (what.startsWith(u"column "_s)) {
+            on = w.table.horizontalHeader()->viewport();
+            place = {w.table.horizontalHeader()->sectionViewportPosition(number) + 5, 5};
+        }
+        const Qt::MouseButton button = verb == u"middle"_s ? Qt::MiddleButton : Qt::LeftButton;
+        QTest::mouseClick(on, button, verb == u"ctrl-click"_s ? Qt::ControlModifier : Qt::NoModifier, place);
+        if (!verb.endsWith(u"click"_s))
+            QTest::mouseDClick(on, button, {}, place);
+    }
+
+    /// One key after the other; Return is held down.
+    void press(const QStringList &keys)
+    {
+        for (const QString &key : keys) {
+            const QKeyCombination pressed = QKeySequence(key)[0];
+            QTest::keyClick(&w.deviceList, pressed.key(), pressed.keyboardModifiers());
+            QKeyEvent again(QEvent::KeyPress, pressed.key(), {}, {}, true);
             if (key == u"Return"_s)
                 QApplication::sendEvent(&w.deviceList, &again);
         }
+    }
+
+    void trigger(const QString &action, const QString &row)
+    {
+        if (!row.isEmpty())
+            point(u"click"_s, row);
+        w.action(action)->trigger();
     }
 
     void shell(const QString &command)
     {
         QProcess process;
         process.setProcessChannelMode(QProcess::MergedChannels);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"HOST"_s, host.path());
-        environment.insert(u"STICK"_s, stick.path());
-        environment.insert(u"LONG"_s, longName);
-        environment.insert(u"OPENED"_s, opened.path);
-        process.setProcessEnvironment(environment);
         process.start(u"bash"_s, {u"-c"_s, command});
-        QVERIFY(process.waitForFinished());
-        for (const QString &line : QString::fromUtf8(process.readAll()).split(u'\n', Qt::SkipEmptyParts))
-            outcome += line;
+        QVERIFY(process.waitForFinished(10000));
+        outcome += QString::fromUtf8(process.readAll()).split(u'\n', Qt::SkipEmptyParts);
     }
 
-    /// The drives in the list, the chosen one in brackets and with its hint.
+    /// What the stories' words in capital letters stand for.
+    QMap<QString, QString> places() const
+    {
+        QMap<QString, QString> places{
+            {u"HOST"_s, host.path()}, {u"STICK"_s, stick.path()}, {u"LONG"_s, longName}};
+        if (opened.source().isLocalFile())
+            places[u"OPENED"_s] = opened.source().toLocalFile();
+        return places;
+    }
+
+    QString inPlace(QString text) const
+    {
+        for (const auto &[name, place] : places().asKeyValueRange())
+            text.replace(name, place);
+        return text;
+    }
+
+    void lookAt(const QString &what)
+    {
+        if (what == u"table"_s) {
+            for (int row = -1; row < w.table.rowCount(); ++row)
+                looks += u"> "_s + look(w.table, row);
+            return;
+        }
+        for (const QWidget *part : {w.window.centralWidget(), static_cast<QWidget *>(w.window.statusBar())})
+            looks += u"> "_s + look(*part);
+        for (const QAction *menu : w.window.menuBar()->actions())
+            looks += u"> "_s + look(*menu);
+        shown.clear();
+    }
+
+    /// The drives in the list with their hints, the chosen one in brackets.
     QString devices() const
     {
-        QStringList names;
+        QStringList rows;
         for (int row = 0; row < w.deviceList.count(); ++row) {
-            const QListWidgetItem *item = w.deviceList.item(row);
-            const QString text =
-                item->isSelected() ? u"[%1] %2"_s.arg(item->text(), item->toolTip()) : item->text();
-            names += text + (item->flags() & Qt::ItemIsSelectable ? QString() : u" (off)"_s);
+            const QListWidgetItem &item = *w.deviceList.item(row);
+            rows += (item.isSelected() ? u"[%1]"_s : u"%1"_s).arg(item.text());
+            rows.last() += item.flags() & Qt::ItemIsSelectable ? QString() : u" (off)"_s;
+            rows.last() += u' ' + item.data(Qt::AccessibleDescriptionRole).toString();
         }
-        return names.join(u" || "_s);
+        static const QRegularExpression room(u"[0-9,.]+ .B livres"_s);
+        return rows.join(u" || "_s).replace(room, u"N livres"_s);
+    }
+
+    QString row(int number) const
+    {
+        const QTableWidgetItem &icon = *w.table.item(number, 0);
+        const QString text = w.table.item(number, 1)->text() + u' ' + w.table.item(number, 2)->text();
+        const QString state = icon.data(Qt::AccessibleTextRole).toString().section(u',', 1);
+        if (state.isEmpty())
+            return text.trimmed();
+        // The mark over the icon: its middle, and a place near its rim.
+        const QImage image = w.table.viewport()->grab(w.table.visualItemRect(&icon)).toImage();
+        const QPoint middle = image.rect().bottomRight() - QPoint(7, 8);
+        return text + u"%1 %2 %3"_s.arg(state, image.pixelColor(middle).name(),
+                                        image.pixelColor(middle - QPoint(3, 0)).name());
     }
 
     void tellChanges()
@@ -180,31 +262,31 @@ private:
                 enabled += action->objectName().chopped(6);
         }
         enabled.sort();
-        QStringList cells;
-        for (int row = 0; row < w.table.rowCount(); ++row) {
-            for (int column = 1; column < 4; ++column)
-                cells += w.table.item(row, column)->text() + (column < 3 ? u","_s : QString());
-            cells.last() += w.table.item(row, 0)->data(Qt::AccessibleTextRole).toString().section(u',', 1);
-        }
-        const QString heard = w.table.accessibleDescription();
+        QStringList rows;
+        for (int number = 0; number < w.table.rowCount(); ++number)
+            rows += row(number);
+        const QHeaderView &header = *w.table.horizontalHeader();
         const QList<QTableWidgetItem *> chosen = w.table.selectedItems();
-        static const QRegularExpression room(u"[0-9,.]+ .B livres"_s);
         const QImage image = w.padlock.icon().pixmap(48, 48).toImage();
+        const auto *files = w.window.findChild<QLabel *>(u"protectedFilesLabel"_s);
         const auto *container = w.window.findChild<QLabel *>(u"containerLabel"_s);
         const auto *state = w.window.findChild<QLabel *>(u"vaultIndicatorLabel"_s);
         const QStringList now{
             w.window.statusBar()->currentMessage(),
-            u"rows: "_s + cells.join(u' '),
+            w.window.isVisible() ? u"open"_s : u"closed"_s,
+            opened.source().isLocalFile() ? QString() : opened.source().toString(),
+            u"rows: "_s + rows.join(u", "_s),
+            u"sorted: %1 %2"_s.arg(header.sortIndicatorSection()).arg(header.sortIndicatorOrder()),
             u"chosen: "_s + (chosen.isEmpty() ? QString() : chosen.value(1)->text()),
             u"can: "_s + enabled.join(u' '),
             u"padlock: %1 %2 %3 %4 %5"_s.arg(image.pixelColor(24, 32).name(),
                                              image.pixelColor(40, 15).alpha() > 0 ? u"open"_s : u"shut"_s,
                                              w.padlock.isChecked() ? u"down"_s : u"up"_s, w.padlock.toolTip(),
                                              state->styleSheet().section(u';', 0, 0).right(7)),
-            u"labels: %1 (%2) %3"_s.arg(container->text(), container->toolTip(),
-                                        w.label(u"protectedFiles"_s)),
-            u"hint: "_s + heard.mid(w.label(u"protectedFiles"_s).size()),
-            u"drives: "_s + devices().replace(room, u"N livres"_s)};
+            u"container: %1 (%2)"_s.arg(container->text(), container->toolTip()),
+            files->text(),
+            u"hint: "_s + w.table.accessibleDescription().mid(files->text().size()),
+            u"drives: "_s + devices()};
         for (const QString &text : now) {
             if (!text.isEmpty() && (&text == &now.first() || !shown.contains(text)))
                 outcome += text;
@@ -212,60 +294,18 @@ private:
         shown = now;
     }
 
-    /// What of the window's parts is not as every such part is made, as far as people or assistive programs
-    /// meet it.
-    void look()
-    {
-        static const QList<std::shared_ptr<QObject>> plainOnes{
-            std::make_shared<QWidget>(),     std::make_shared<QFrame>(),
-            std::make_shared<QLabel>(),      std::make_shared<QToolButton>(),
-            std::make_shared<QListWidget>(), std::make_shared<QTableWidget>(),
-            std::make_shared<QStatusBar>(),  std::make_shared<QMenuBar>()};
-        for (const QObject *part : w.window.findChildren<QObject *>()) {
-            if (const auto *menu = qobject_cast<const QMenu *>(part)) {
-                told += u"> %1 %2:"_s.arg(menu->objectName(), menu->accessibleName());
-                for (const QAction *action : menu->actions())
-                    told.last() += u" [%1] %2 %3"_s.arg(
-                        action->text(), action->shortcut().toString(),
-                        action->isSeparator() || action->menuRole() == QAction::NoRole ? QString()
-                                                                                       : u"role"_s);
-            }
-            const QObject *plain = nullptr;
-            for (const auto &candidate : plainOnes)
-                plain = part->inherits(candidate->metaObject()->className()) ? candidate.get() : plain;
-            if (!plain || part->objectName().isEmpty() || part->inherits("QMenu") ||
-                part->objectName().startsWith(u"qt_"_s))
-                continue;
-            QString line = u"> "_s + part->objectName();
-            for (const char *name :
-                 {"accessibleName", "accessibleDescription", "text", "toolTip", "textFormat", "alignment",
-                  "focusPolicy", "contextMenuPolicy", "selectionMode", "selectionBehavior", "editTriggers",
-                  "alternatingRowColors", "showGrid", "wordWrap", "acceptDrops", "checkable", "autoRaise",
-                  "sizeGripEnabled"}) {
-                const QMetaProperty property =
-                    part->metaObject()->property(part->metaObject()->indexOfProperty(name));
-                const QVariant value = part->property(name);
-                if (value != plain->property(name))
-                    line += u" %1=%2"_s.arg(
-                        QLatin1String(name),
-                        property.isEnumType()
-                            ? QString::fromLatin1(property.enumerator().valueToKeys(value.toInt()))
-                            : value.toString());
-            }
-            if (line.contains(u'='))
-                told += line;
-        }
-        shown.clear();
-    }
-
-    const QString longName = QString(251, u'w') + u".txt"_s;
+    const Names &names;
     QTemporaryDir host;
     QTemporaryDir stick;
+    const QString longName = QString(251, u'w') + u".txt"_s;
     VaultFixture vault{stick.path()};
-    OpenedFile opened;
+    QTextBrowser opened; ///< Stands in for the programs that show files and web pages.
     QStringList outcome; ///< What an action leads to, besides dialogs.
+    QStringList looks;
     QStringList shown;
-    WindowHarness w{{usbDrive(u"PENDRIVE"_s, stick.path(), u"/dev/x1"_s)}};
+    TerminationSignals signalsToEnd;
+    MadeUpDrives *drives = new MadeUpDrives({usbDrive(u"PENDRIVE"_s, stick.path(), u"/dev/x1"_s)});
+    WindowHarness w{std::unique_ptr<Tessarin::Platform::DeviceManager>(drives)};
 };
 
 /// Where Qt would keep settings; set before Qt asks.
@@ -287,7 +327,14 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("story");
         const QString all =
             QString::fromUtf8(readFile(QStringLiteral(TESSARIN_SOURCE_DIR "/tests/ui/stories.txt")));
-        for (const QString &story : all.split(u"\n\n"_s, Qt::SkipEmptyParts)) {
+        QStringList stories = all.split(u"\n\n"_s, Qt::SkipEmptyParts);
+        for (const QString &line : stories.takeFirst().split(u'\n').filter(u" = "_s)) {
+            const QString text = line.section(u" = "_s, 1);
+            const bool isPattern = text.startsWith(u'/');
+            names += {QRegularExpression(isPattern ? text.mid(1) : QRegularExpression::escape(text)),
+                      line.section(u" = "_s, 0, 0)};
+        }
+        for (const QString &story : stories) {
             const QStringList lines = story.split(u'\n', Qt::SkipEmptyParts);
             QTest::newRow(lines.first().mid(3).toUtf8()) << lines;
         }
@@ -295,7 +342,7 @@ private Q_SLOTS:
     void everyStoryIsAsWritten()
     {
         QFETCH(const QStringList, story);
-        Stage stage(story.first().startsWith(u"== "_s));
+        Stage stage(story.first().startsWith(u"== "_s), names);
         for (const QString &line : story.mid(1)) {
             if (!line.startsWith(u"> "_s))
                 stage.act(line);
@@ -308,6 +355,9 @@ private Q_SLOTS:
             QCOMPARE(stage.told.at(i), story.value(i + 1));
         QCOMPARE(stage.told.size(), story.size() - 1);
     }
+
+private:
+    Names names;
 };
 
 QTEST_MAIN(WindowStoriesTest)

@@ -137,6 +137,8 @@ Failure containerFailure(int errorNumber)
     case EACCES:
     case EPERM:
         return Failure::ReadOnly;
+    case EWOULDBLOCK: // Of a lock.
+        return Failure::InUse;
     case EIO:
     case ENODEV:
     case ENXIO:

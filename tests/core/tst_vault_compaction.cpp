@@ -137,7 +137,8 @@ private Q_SLOTS:
         row("full index", Failure::IndexFull, u"-mkdir "_s + QString(6300000, u'x'), nothing);
         row("full drive", Failure::NoSpace, u"-import %1>b"_s.arg(filler), [this] { fillUp(); });
         row("read-only drive", Failure::ReadOnly, changes, [this] { QVERIFY(remount(MS_RDONLY)); });
-        row("container in use", Failure::InUse, changes + u"; lock; "_s + password, [this] { lockByUser(); });
+        row("container in use", Failure::InUse, changes + u"; lock; -create; "_s + password,
+            [this] { lockByUser(); });
         row("another program", Failure::ChangedByOther, changes, [this] {
             VaultManager other;
             QVERIFY(other.unlockVault(container, fixture->password));

@@ -103,6 +103,7 @@ public:
                 {u"series"_s, [&] { return vault.beginImportSeries(), true; }},
                 {u"end"_s, [&] { return vault.endImportSeries(); }},
                 {u"compact"_s, [&] { return vault.compactVault({}, nullptr); }},
+                {u"create"_s, [&] { return vault.createVault(container, password); }},
                 {u"password"_s, [&] { return vault.changePassword(container, from.toUtf8(), to.toUtf8()); }},
                 {u"lock"_s, [&] { return vault.lockVault(); }},
                 {u"unlock"_s, [&] { return vault.unlockVault(container, what.toUtf8()); }},

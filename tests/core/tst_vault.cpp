@@ -10,7 +10,6 @@
 #include <future>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
@@ -176,34 +175,9 @@ private Q_SLOTS:
             f.play(
                 u"-rename X.txt>%1; -mvdir ab>%1; -mkdir %1; -rmdir %1; -put %1=x; -move %1>ab; -delete %1"_s
                     .arg(bad));
-        f.play(u"-move X.txt>falta; -move X.txt>.."_s);
-    }
-
-    void whatIsNoFileIsRefusedAndNothingIsWritten()
-    {
-        VaultFixture f;
-        f.play(u"put a=a"_s);
-        const QByteArray former = readFile(f.container);
-        const QString link = f.root + u"/link"_s;
-        const QString hard = f.root + u"/hard"_s;
-        QVERIFY(QFile::link(f.container, link));
-        QCOMPARE(::link(QFile::encodeName(f.container), QFile::encodeName(hard)), 0);
-        for (const QString &path : {f.container, link, hard, f.root, f.root + u"/falta/x"_s})
-            f.play(u"-import %1>x; -export a>%1"_s.arg(path));
-        f.play(u"-import /dev/zero>x; -export >%1; -get falta="_s.arg(f.root + u"/t"_s));
-        QVERIFY(!f.vault.writeVaultFileToDevice(u"a"_s, nullptr));
-        QVERIFY(!f.vault.prepareFileForEditing(u"a"_s, nullptr));
-        QVERIFY(readFile(f.container) == former);
-    }
-
-    void anEditSurvivesOpeningItsFileAgainInVain()
-    {
-        VaultFixture f;
-        f.play(u"put a=com vários bytes; open a; edit a=editado; damage a; -open a"_s);
-        QCOMPARE(readFile(f.copies.value(u"a"_s)), "editado");
-        const auto all = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
-        QCOMPARE(QDir(f.vault.workspacePath()).entryList(all).size(), 2);
-        f.play(u"reopen; get a=editado"_s);
+        f.play(u"-move X.txt>falta; -move X.txt>..; -get falta=; -export >/tmp/x"_s);
+        QVERIFY(!f.vault.writeVaultFileToDevice(u"X.txt"_s, nullptr));
+        QVERIFY(!f.vault.prepareFileForEditing(u"X.txt"_s, nullptr));
     }
 
     void whatTheVaultHoldsCanBeOpenedWhateverItsName()
@@ -239,6 +213,37 @@ private Q_SLOTS:
             QCOMPARE(f.get(name), name.toUtf8() + "!");
     }
 
+    void programsThatStartTogetherAllFindTheirWorkspace()
+    {
+        const auto restore = qScopeGuard([former = qgetenv("TMPDIR")] {
+            former.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", former);
+        });
+        const QTemporaryDir temporary;
+        for (int round = 0; round < 30; ++round) {
+            const QString common = temporary.filePath(QString::number(round));
+            QVERIFY(QDir().mkdir(common));
+            qputenv("TMPDIR", QFile::encodeName(common));
+            const QDeadlineTimer start(20);
+            std::vector<std::future<bool>> programs(10);
+            for (std::future<bool> &program : programs) {
+                program = std::async(std::launch::async, [&start] {
+                    while (!start.hasExpired()) {
+                    }
+                    return TempWorkspaceManager().prepare();
+                });
+            }
+            for (std::future<bool> &program : programs)
+                QVERIFY(program.get());
+            QCOMPARE(QDir(common).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), {u"Tessarin"_s});
+        }
+        qputenv("TMPDIR", "/falta");
+        QCOMPARE(QFileInfo(TempWorkspaceManager().workspacePath()).path(), u"/tmp/Tessarin"_s);
+        // What lies there may be a link to all that the user has.
+        qputenv("TMPDIR", QFile::encodeName(temporary.path()));
+        QVERIFY(QFile::link(temporary.filePath(u"0"_s), temporary.filePath(u"Tessarin"_s)));
+        QVERIFY(!TempWorkspaceManager().prepare());
+    }
+
     void noCopyIsPutWhereItDoesNotBelong()
     {
         TempWorkspaceManager workspace;
@@ -256,53 +261,7 @@ private Q_SLOTS:
         QVERIFY(workspace.cleanup());
     }
 
-    void programsThatStartTogetherAllFindTheirWorkspace()
-    {
-        const QByteArray former = qgetenv("TMPDIR");
-        const auto restore =
-            qScopeGuard([&] { former.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", former); });
-        const QTemporaryDir temporary;
-        for (int round = 0; round < 30; ++round) {
-            const QString common = temporary.filePath(QString::number(round));
-            QVERIFY(QDir().mkdir(common));
-            qputenv("TMPDIR", QFile::encodeName(common));
-            const QDeadlineTimer start(20);
-            std::vector<std::future<bool>> programs;
-            for (int i = 0; i < 10; ++i) {
-                programs.push_back(std::async(std::launch::async, [&start] {
-                    while (!start.hasExpired()) {
-                    }
-                    return TempWorkspaceManager().prepare();
-                }));
-            }
-            for (std::future<bool> &program : programs)
-                QVERIFY(program.get());
-            QCOMPARE(QDir(common).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), {u"Tessarin"_s});
-        }
-        qputenv("TMPDIR", "/falta");
-        QCOMPARE(QFileInfo(TempWorkspaceManager().workspacePath()).path(), u"/tmp/Tessarin"_s);
-        // What lies there may be a link to all that the user has.
-        qputenv("TMPDIR", QFile::encodeName(temporary.path()));
-        QVERIFY(QFile::link(temporary.filePath(u"0"_s), temporary.filePath(u"Tessarin"_s)));
-        QVERIFY(!TempWorkspaceManager().prepare());
-    }
-
-    void aCopyIsPrivateWhateverTheUmask()
-    {
-        const mode_t former = ::umask(0);
-        VaultFixture f;
-        f.play(u"put x/y/Z.txt=segredo; open X/y/z.txt"_s);
-        ::umask(former);
-        QStringList modes;
-        for (const QString &path : {u""_s, u"/x"_s, u"/x/y"_s, u"/x/y/Z.txt"_s}) {
-            struct stat status = {};
-            ::stat(QFile::encodeName(f.vault.workspacePath() + path).constData(), &status);
-            modes << QString::number(status.st_mode & 07777U, 8);
-        }
-        QCOMPARE(modes.join(u' '), u"700 700 700 600"_s);
-    }
-
-    void aForeignWorkspaceIsRefused()
+    void theWorkspaceIsPrivateAndAForeignOneIsRefused()
     {
         VaultFixture f;
         const QString victim = f.root + u"/victim"_s;
@@ -317,9 +276,19 @@ private Q_SLOTS:
         f.play(u"-open d/a; lock"_s);
         QVERIFY(QDir(victim).isEmpty());
 
+        const mode_t former = ::umask(0);
+        f.play(u"unlock uma senha bem longa; open d/a"_s);
+        ::umask(former);
+        QStringList modes;
+        for (const QString &path : {u""_s, u"/d"_s, u"/d/a"_s}) {
+            struct stat status = {};
+            ::stat(QFile::encodeName(workspace + path).constData(), &status);
+            modes << QString::number(status.st_mode & 07777U, 8);
+        }
+        QCOMPARE(modes.join(u' '), u"700 700 600"_s);
+
         // Who owns the common folder can put a link in the place of a copy, or of the workspace, while it is
         // in use.
-        f.play(u"unlock uma senha bem longa; open d/a"_s);
         const QString own = victim + u"/own"_s;
         const QString copy = f.copies.value(u"d/a"_s);
         QVERIFY(QFile::remove(copy));

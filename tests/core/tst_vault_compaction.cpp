@@ -125,13 +125,25 @@ private Q_SLOTS:
         row("wrong password", Failure::WrongPasswordOrDamaged,
             u"lock; -unlock uma senha errada; -password não é esta>outra senha longa"_s, nothing);
         row("damaged block", Failure::DamagedData,
-            u"put b=b; damage a; -get a=; -open a; compact; get b=b; -get a="_s, nothing);
+            u"put b=b; open a; edit a=editado; damage a; -get a=; -open a; compact; get b=b; -get a=; "
+            "reopen; get a=editado"_s,
+            nothing);
         row("block cut off", Failure::DamagedData, u"-compact; -get a="_s,
             [this] { QVERIFY(QFile::resize(container, QFileInfo(container).size() - 1)); });
-        row("no source", Failure::SourceUnreadable, u"-import /falta>b"_s, nothing);
+        const QString link = root + u"/link"_s;
+        const QString hard = root + u"/hard"_s;
+        row("the container itself", Failure::Refused,
+            u"-import %1>b; -import %2>b; -import %3>b; -export a>%1; -export a>%2; -export a>%3"_s.arg(
+                container, link, hard),
+            [this, link, hard] {
+                QVERIFY(QFile::link(container, link));
+                QCOMPARE(::link(QFile::encodeName(container), QFile::encodeName(hard)), 0);
+            });
+        row("no source", Failure::SourceUnreadable,
+            u"-import /falta>b; -import /dev/zero>b; -import /tmp>b"_s, nothing);
         // It says that it has 4096 bytes.
         row("short source", Failure::SourceChanged, u"-import /sys/kernel/uevent_seqnum>b"_s, nothing);
-        row("no folder", Failure::TargetUnwritable, u"-export a>/falta/b"_s, nothing);
+        row("no folder", Failure::TargetUnwritable, u"-export a>/falta/b; -export a>/tmp"_s, nothing);
         row("full target", Failure::TargetFull, u"-export a>/dev/full"_s, nothing);
         row("long name", Failure::NameTooLong, u"-export a>/"_s + QString(256, u'x'), nothing);
         row("full index", Failure::IndexFull, u"-mkdir "_s + QString(6300000, u'x'), nothing);
@@ -140,10 +152,9 @@ private Q_SLOTS:
         row("container in use", Failure::InUse, changes + u"; lock; -create; "_s + password,
             [this] { lockByUser(); });
         row("another program", Failure::ChangedByOther, changes, [this] {
-            VaultManager other;
-            QVERIFY(other.unlockVault(container, fixture->password));
-            QVERIFY(other.createDirectory(u"dela"_s));
-            QVERIFY(other.lockVault());
+            const QByteArray theirs = readFile(container);
+            play(u"mkdir dela"_s);
+            overwrite(container, 0, theirs);
         });
         row("another file at the end of a series", Failure::ChangedByOther, u"-end; get a=conteúdo"_s,
             [this] {

@@ -10,25 +10,12 @@ using namespace Tessarin::Tests;
 
 namespace {
 
-/// A key that the search itself does not find: every bit turned round.
+/// A key that the search itself does not find, in the same memory: every bit turned round.
 QByteArray masked(QByteArray bytes)
 {
     for (char &byte : bytes)
         byte = static_cast<char>(~byte);
     return bytes;
-}
-
-/// The vault's keys, masked: the password key and the master key.
-QList<QByteArray> maskedKeys(const VaultFixture &f)
-{
-    const ContainerCryptoMetadata metadata = f.document().crypto;
-    QByteArray passwordKey =
-        CryptoManager().deriveKey(f.password, {metadata.kdf, metadata.salt, metadata.kdfIterations, 64});
-    const SecretBytes masterKey = decryptMasterKey(f.document(), f.password);
-    const QList<QByteArray> keys{masked(passwordKey), masked(masterKey.view())};
-    wipe(passwordKey);
-    wipeUnusedStack();
-    return keys;
 }
 
 /// How many 16-byte runs of the keys lie in writable memory, at any offset of 8.
@@ -73,7 +60,12 @@ private Q_SLOTS:
     void keysAndPasswordsAreInMemoryOnlyWhileTheyAreNeeded()
     {
         VaultFixture f;
-        const QList<QByteArray> keys = maskedKeys(f);
+        const ContainerCryptoMetadata metadata = f.document().crypto;
+        const QList<QByteArray> keys{
+            masked(CryptoManager().deriveKey(f.password,
+                                             {metadata.kdf, metadata.salt, metadata.kdfIterations, 64})),
+            masked(decryptMasterKey(f.document(), f.password).view())};
+        wipeUnusedStack();
         QVERIFY(runsInMemory({keys.at(1)}) > 0);
         QCOMPARE(runsInMemory({keys.at(0)}), 0);
         f.play(u"put a=conteúdo; lock"_s);

@@ -4,7 +4,6 @@
 #include "core/ContainerManager.h"
 #include "core/VaultManager.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -61,7 +60,8 @@ class VaultFixture
 {
 public:
     /// With a path, on the drive that is mounted there.
-    explicit VaultFixture(const QString &path = {}) : root(path.isEmpty() ? folder.path() : path)
+    explicit VaultFixture(const QString &path = {}, const QString &name = u"tessarin.trvx"_s)
+        : root(path.isEmpty() ? folder.path() : path), container(root + u'/' + name)
     {
         if (!vault.createVault(container, password) || !unlock())
             qFatal("no vault can be made in %s", qPrintable(root));
@@ -70,7 +70,7 @@ public:
     const QByteArray password = "uma senha bem longa";
     QTemporaryDir folder;
     const QString root;
-    const QString container = root + u"/tessarin.trvx"_s;
+    const QString container;
     Core::VaultManager vault;
 
     bool unlock() { return vault.unlockVault(container, password); }

@@ -45,7 +45,8 @@ QString shownName(const QString &name)
         bool runsLeft = false;
         for (const QChar character : part) {
             if (isInvisible(character))
-                shown += u"[U+%1]"_s.arg(character.unicode(), 4, 16, QLatin1Char('0')).toUpper();
+                shown +=
+                    u"[U+%1]"_s.arg(static_cast<int>(character.unicode()), 4, 16, QLatin1Char('0')).toUpper();
             else
                 shown += character;
             runsLeft =

@@ -60,9 +60,9 @@ qint64 freeBytes(const QString &folderPath)
 
 } // namespace
 
-Compactor::Compactor(const LockedVault &lockedVault, const ContainerDocument &header,
+Compactor::Compactor(const VaultUnderLock &vaultUnderLock, const ContainerDocument &header,
                      const QByteArray &identityInForce, ProgressCallback progressCallback)
-    : vault(lockedVault),
+    : vault(vaultUnderLock),
       oldHeader(header),
       oldIdentity(identityInForce),
       progress(std::move(progressCallback)),

@@ -5,9 +5,9 @@
 
 #include "core/ContainerManager.h"
 #include "core/Failure.h"
-#include "core/LockedVault.h"
 #include "core/ProgressCallback.h"
 #include "core/SecureFileIndex.h"
+#include "core/VaultUnderLock.h"
 
 #include <QFile>
 #include <QString>
@@ -31,7 +31,7 @@ public:
 
     /// `header` is the header in force, perhaps without its index, and `identityInForce` tells that index
     /// (`indexIdentity`).
-    Compactor(const LockedVault &lockedVault, const ContainerDocument &header,
+    Compactor(const VaultUnderLock &vaultUnderLock, const ContainerDocument &header,
               const QByteArray &identityInForce, ProgressCallback progressCallback);
     ~Compactor();
     Q_DISABLE_COPY_MOVE(Compactor)
@@ -58,7 +58,7 @@ private:
     [[nodiscard]] bool isOldInForce(const QString &path) const;
     void removeTwin();
 
-    LockedVault vault;
+    VaultUnderLock vault;
     ContainerDocument oldHeader;
     QByteArray oldIdentity;
     ProgressCallback progress;

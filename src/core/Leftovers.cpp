@@ -53,8 +53,9 @@ bool isContainedIn(const SecureFileIndex &part, const SecureFileIndex &whole)
 class LeftoverJudge
 {
 public:
-    LeftoverJudge(const LockedVault &lockedVault, qint64 mostBytesRead, const ProgressCallback &callback)
-        : vault(lockedVault), bytesLeft(mostBytesRead), progress(callback)
+    LeftoverJudge(const VaultUnderLock &vaultUnderLock, qint64 mostBytesRead,
+                  const ProgressCallback &callback)
+        : vault(vaultUnderLock), bytesLeft(mostBytesRead), progress(callback)
     {
     }
 
@@ -148,7 +149,7 @@ private:
         return true;
     }
 
-    const LockedVault &vault;
+    const VaultUnderLock &vault;
     qint64 bytesLeft;
     const ProgressCallback &progress;
     ContainerManager containers;
@@ -194,7 +195,8 @@ FileLock lockWorkingFolder(const QString &path, QFile &folder)
     return isOwn ? takeLock(folder) : FileLock::Held;
 }
 
-QStringList clearLeftovers(const LockedVault &vault, qint64 mostBytesRead, const ProgressCallback &progress)
+QStringList clearLeftovers(const VaultUnderLock &vault, qint64 mostBytesRead,
+                           const ProgressCallback &progress)
 {
     LeftoverJudge judge(vault, mostBytesRead, progress);
     // A vault that was replaced by mistake can perhaps be rescued, as a deleted file: its key stays in it.

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "core/HostFile.h"
-#include "core/LockedVault.h"
 #include "core/ProgressCallback.h"
+#include "core/VaultUnderLock.h"
 
 #include <QFile>
 #include <QString>
@@ -22,7 +22,7 @@ inline constexpr qint64 mostBytesReadUnseen = 32 * 1024 * 1024;
 /// Looks at all leftovers that may be this vault's and deletes those of which nothing can be lost, because
 /// the vault provably holds all that is in them. Returns the containers that stay and may be this vault's.
 /// Leftovers also stay when more than `mostBytesRead` would have to be read to know.
-[[nodiscard]] QStringList clearLeftovers(const LockedVault &vault, qint64 mostBytesRead,
+[[nodiscard]] QStringList clearLeftovers(const VaultUnderLock &vault, qint64 mostBytesRead,
                                          const ProgressCallback &progress);
 
 } // namespace Tessarin::Core

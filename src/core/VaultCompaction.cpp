@@ -24,8 +24,8 @@ bool VaultManager::compactVault(const ProgressCallback &progress, QString *prese
     if (reason != Failure::None)
         return fail(reason);
 
-    const LockedVault present{isUsual ? usual.file() : withOtherLine, container.masterKey(),
-                              container.index()};
+    const VaultUnderLock present{isUsual ? usual.file() : withOtherLine, container.masterKey(),
+                                 container.index()};
     leftovers = clearLeftovers(present, std::numeric_limits<qint64>::max(), progress);
     Compactor compactor(present, container.document(), container.identityOfIndex(), progress);
     const Compactor::Result result = compactor.build() ? compactor.putInPlace() : Compactor::Result::Kept;

@@ -52,14 +52,14 @@ std::optional<QStringList> localFiles(const QList<QUrl> &urls)
 
 VaultBrowser::VaultBrowser(const Core::VaultManager &session, const OpenCopies &openFiles,
                            const OperationGuard &operations, QWidget *parent)
-    : FilesTable(VaultTable::ColumnCount, parent), vault(session), copies(openFiles), guard(operations)
+    : DropTable(VaultTable::ColumnCount, parent), vault(session), copies(openFiles), guard(operations)
 {
     build();
     buildHeader();
     connect(this, &QTableWidget::itemSelectionChanged, this, &VaultBrowser::followSelection);
     connect(this, &QTableWidget::itemDoubleClicked, this, &VaultBrowser::activate);
     connect(horizontalHeader(), &QHeaderView::sectionClicked, this, &VaultBrowser::sortByColumn);
-    connect(this, &FilesTable::dropped, this, &VaultBrowser::takeDrop);
+    connect(this, &DropTable::dropped, this, &VaultBrowser::takeDrop);
     connect(&copies, &OpenCopies::changed, this, &VaultBrowser::markOpenCopies);
 }
 
@@ -252,7 +252,7 @@ void VaultBrowser::activate(const QTableWidgetItem *cell)
 void VaultBrowser::mouseDoubleClickEvent(QMouseEvent *event)
 {
     if (event->button() == Qt::LeftButton)
-        FilesTable::mouseDoubleClickEvent(event);
+        DropTable::mouseDoubleClickEvent(event);
 }
 
 bool VaultBrowser::isFolderEmpty() const
@@ -270,7 +270,7 @@ void VaultBrowser::describe(const QString &description, const QString &nextStep)
 
 void VaultBrowser::paintEvent(QPaintEvent *event)
 {
-    FilesTable::paintEvent(event);
+    DropTable::paintEvent(event);
     if (hint.isEmpty())
         return;
     QRect room = viewport()->rect();

@@ -2,7 +2,7 @@
 // holds nothing of the vault; every refresh builds the rows anew from the index.
 #pragma once
 
-#include "ui/FilesTable.h"
+#include "ui/DropTable.h"
 #include "ui/VaultTable.h"
 
 #include <QStringList>
@@ -15,7 +15,7 @@ namespace Tessarin::UI {
 
 class OperationGuard;
 
-class VaultBrowser final : public FilesTable
+class VaultBrowser final : public DropTable
 {
     Q_OBJECT
 

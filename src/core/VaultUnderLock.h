@@ -10,7 +10,7 @@ class SecureFileIndex;
 
 /// Its container is open and locked, so that no other program is at work on it, and the index is the one in
 /// force. All must outlive this.
-struct LockedVault
+struct VaultUnderLock
 {
     QFile &container;
     const SecretBytes &masterKey;

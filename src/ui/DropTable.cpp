@@ -1,5 +1,5 @@
 // Only copying is ever agreed to: after a move, the file manager would delete what was dragged.
-#include "ui/FilesTable.h"
+#include "ui/DropTable.h"
 
 #include "ui/VaultTable.h"
 
@@ -19,13 +19,13 @@ constexpr int tintAlpha = 60;
 
 } // namespace
 
-FilesTable::FilesTable(int columns, QWidget *parent) : QTableWidget(0, columns, parent)
+DropTable::DropTable(int columns, QWidget *parent) : QTableWidget(0, columns, parent)
 {
     setAcceptDrops(true);
     setDropIndicatorShown(false);
 }
 
-void FilesTable::dragEnterEvent(QDragEnterEvent *event)
+void DropTable::dragEnterEvent(QDragEnterEvent *event)
 {
     const std::optional<DropRefusal> refusal = refusalOf(*event);
     isDropTarget = !refusal.has_value();
@@ -34,14 +34,14 @@ void FilesTable::dragEnterEvent(QDragEnterEvent *event)
         Q_EMIT dropRefused(*refusal);
 }
 
-std::optional<DropRefusal> FilesTable::refusalOf(const QDropEvent &event) const
+std::optional<DropRefusal> DropTable::refusalOf(const QDropEvent &event) const
 {
     if (!event.mimeData()->hasUrls() || !event.possibleActions().testFlag(Qt::CopyAction))
         return DropRefusal::NothingToCopy;
     return currentDropRefusal();
 }
 
-void FilesTable::dragMoveEvent(QDragMoveEvent *event)
+void DropTable::dragMoveEvent(QDragMoveEvent *event)
 {
     if (!isDropTarget) {
         event->ignore();
@@ -54,13 +54,13 @@ void FilesTable::dragMoveEvent(QDragMoveEvent *event)
     event->accept();
 }
 
-void FilesTable::dragLeaveEvent(QDragLeaveEvent *event)
+void DropTable::dragLeaveEvent(QDragLeaveEvent *event)
 {
     QTableWidget::dragLeaveEvent(event);
     isDropTarget = false;
 }
 
-void FilesTable::dropEvent(QDropEvent *event)
+void DropTable::dropEvent(QDropEvent *event)
 {
     if (!isDropTarget) {
         event->ignore();
@@ -75,7 +75,7 @@ void FilesTable::dropEvent(QDropEvent *event)
     Q_EMIT dropped(event->mimeData()->urls(), row);
 }
 
-void FilesTable::paintEvent(QPaintEvent *event)
+void DropTable::paintEvent(QPaintEvent *event)
 {
     QTableWidget::paintEvent(event);
     if (!isDropTarget)
@@ -96,7 +96,7 @@ void FilesTable::paintEvent(QPaintEvent *event)
     painter.drawRect(target.adjusted(edgeWidth / 2, edgeWidth / 2, -edgeWidth / 2, -edgeWidth / 2));
 }
 
-int FilesTable::folderRowAt(const QPoint &position) const
+int DropTable::folderRowAt(const QPoint &position) const
 {
     const QModelIndex place = indexAt(position);
     const QModelIndex name = place.siblingAtColumn(VaultTable::NameColumn);

@@ -1,5 +1,5 @@
 // The file dialog's own question names neither the drive nor what is lost.
-#include "ui/VaultCreation.h"
+#include "ui/ReplaceConfirmation.h"
 
 #include "core/ContainerFormat.h"
 #include "ui/Formatting.h"

@@ -18,12 +18,12 @@ enum class DropRefusal {
     NotOnlyLocalFiles, ///< Folders or network addresses are among it; known only after the drop.
 };
 
-class FilesTable : public QTableWidget
+class DropTable : public QTableWidget
 {
     Q_OBJECT
 
 public:
-    FilesTable(int columns, QWidget *parent = nullptr);
+    DropTable(int columns, QWidget *parent = nullptr);
 
 Q_SIGNALS:
     void dropRefused(Tessarin::UI::DropRefusal reason);

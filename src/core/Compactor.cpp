@@ -5,7 +5,6 @@
 #include "core/ContainerCopy.h"
 #include "core/HostFile.h"
 #include "core/LeftoverNames.h"
-#include "core/Leftovers.h"
 #include "core/VaultKeys.h"
 
 #include <QDir>
@@ -131,7 +130,7 @@ bool Compactor::prepareFolder()
     if (!folder->isValid())
         return false;
     builtPath = folder->filePath(QLatin1String(ContainerFormat::defaultFileName));
-    return lockWorkingFolder(folder->path(), folderLock) != FileLock::Held;
+    return lockOwnDirectory(folder->path(), folderLock) != FileLock::Held;
 }
 
 bool Compactor::copyLiveBlocks(QIODevice &output)

@@ -2,9 +2,10 @@
 #include "core/ContainerCopy.h"
 
 #include "core/ContainerFormat.h"
+#include "core/HeaderArea.h"
 #include "core/HostFile.h"
+#include "core/ProgressLabels.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
 
@@ -19,12 +20,6 @@ constexpr qint64 sectorSize = 512;
 constexpr qint64 pageSize = 4096;
 constexpr qint64 copyChunkSize = 8 * 1024 * 1024;
 constexpr qint64 comparedChunkSize = 256 * 1024; ///< Two of them fit the processor's cache.
-
-/// Of copying the new container to the drive and reading it again.
-QString replacingLabel()
-{
-    return QCoreApplication::translate("VaultManager", "Substituindo container no USB");
-}
 
 /// Fills the chunk's memory anew; empty at the end and on failure.
 void readChunk(QFile &source, qint64 size, QByteArray &chunk)
@@ -124,9 +119,9 @@ bool isUnfinishedCopy(QFile &file)
     const QByteArray sector = file.seek(0) ? file.read(sectorSize) : QByteArray();
     if (sector.isEmpty())
         return file.size() == 0;
-    const QByteArray withoutLength =
-        QByteArray(ContainerFormat::fileMagic) + QByteArray(ContainerFormat::lengthDigits, '0') + '\n';
-    return sector == QByteArray(sector.size(), '\0') || sector.startsWith(withoutLength);
+    const QByteArray withoutHeader =
+        HeaderArea(QByteArrayView()).bytesOf({0, ContainerFormat::headerAreaOffset});
+    return sector == QByteArray(sector.size(), '\0') || sector.startsWith(withoutHeader);
 }
 
 bool removeWithKey(const QString &path)

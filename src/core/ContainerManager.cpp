@@ -1,4 +1,4 @@
-// The container file: prologue, header area, blocks.
+// The header as JSON, and whole containers.
 #include "core/ContainerManager.h"
 
 #include "core/AtomicFile.h"

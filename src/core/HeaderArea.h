@@ -1,5 +1,5 @@
-// The bytes before the blocks, as a value: magic, length line, header, zeros. No other code knows how they
-// are laid out; docs/container-format.md shows them.
+// The bytes before the blocks, as a value: magic, length line, header, zeros. No other code reads
+// or composes them; docs/container-format.md shows them.
 #pragma once
 
 #include "core/ContainerFormat.h"

@@ -114,6 +114,21 @@ bool syncDirectory(const QString &directoryPath)
     return isSynced;
 }
 
+FileLock lockOwnDirectory(const QString &path, QFile &directory)
+{
+    const int descriptor =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat status = {};
+    if (descriptor < 0)
+        return FileLock::Held;
+    if (!directory.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle)) {
+        ::close(descriptor);
+        return FileLock::Held;
+    }
+    const bool isOwn = ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
+    return isOwn ? takeLock(directory) : FileLock::Held;
+}
+
 bool isLackOfRoom(int errorNumber)
 {
     return errorNumber == ENOSPC || errorNumber == EDQUOT || errorNumber == EFBIG;

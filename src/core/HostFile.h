@@ -1,5 +1,5 @@
-// Questions about files on the host that Qt's file classes leave open: are two names one file, and have the
-// bytes reached the drive.
+// What Qt's file classes leave open about files of the host: are two names one file, have the bytes reached
+// the drive, is another program using it, what does errno mean, where do temporary files go.
 #pragma once
 
 #include "core/Failure.h"
@@ -7,6 +7,7 @@
 #include <QByteArrayView>
 #include <QString>
 
+class QFile;
 class QFileDevice;
 
 namespace Tessarin::Core {
@@ -59,6 +60,10 @@ void dropCachedPages(QFileDevice &file);
 
 /// Makes the names in a directory durable. True also where the file system cannot do that.
 [[nodiscard]] bool syncDirectory(const QString &directoryPath);
+
+/// Opens a directory and takes its lock, which tells other programs that it is in use. Held also when it is
+/// another user's or no directory.
+[[nodiscard]] FileLock lockOwnDirectory(const QString &path, QFile &directory);
 
 /// True when an error number tells that there is no room for more bytes, and of no other fault.
 [[nodiscard]] bool isLackOfRoom(int errorNumber);

@@ -1,4 +1,4 @@
-// JSON, RFC 8259, written left to right.
+// Writes JSON (RFC 8259) as text, member by member.
 #include "core/JsonText.h"
 
 #include <QChar>

@@ -3,9 +3,9 @@
 
 #include "core/ContainerFormat.h"
 #include "core/HostFile.h"
+#include "core/ProgressLabels.h"
 #include "core/SecureFileIndex.h"
 
-#include <QCoreApplication>
 #include <QFileDevice>
 
 #include <algorithm>
@@ -126,8 +126,7 @@ bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const 
     const auto count = [&](qint64 bytes) {
         doneBytes += bytes;
         if (progress)
-            progress(doneBytes, totalBytes,
-                     QCoreApplication::translate("VaultManager", "Conferindo o container no USB"));
+            progress(doneBytes, totalBytes, checkingLabel());
     };
     if (!std::all_of(gaps.cbegin(), gaps.cend(),
                      [&](Range gap) { return wipeGap(container, gap, index != nullptr, count); })) {

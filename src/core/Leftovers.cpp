@@ -4,19 +4,17 @@
 #include "core/BlockStore.h"
 #include "core/ContainerCopy.h"
 #include "core/ContainerManager.h"
+#include "core/HostFile.h"
 #include "core/LeftoverNames.h"
+#include "core/ProgressLabels.h"
 #include "core/VaultKeys.h"
 
-#include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
 #include <optional>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace Tessarin::Core {
 
@@ -142,8 +140,7 @@ private:
                     return false;
                 doneBytes += block.encryptedSize;
                 if (progress)
-                    progress(qMin(doneBytes, totalBytes), totalBytes,
-                             QCoreApplication::translate("VaultManager", "Conferindo o container no USB"));
+                    progress(qMin(doneBytes, totalBytes), totalBytes, checkingLabel());
             }
         }
         return true;
@@ -160,7 +157,7 @@ private:
 void clearWorkingFolder(const QString &path, LeftoverJudge &judge, QStringList &staying)
 {
     QFile folder;
-    if (lockWorkingFolder(path, folder) != FileLock::Taken)
+    if (lockOwnDirectory(path, folder) != FileLock::Taken)
         return;
     const QDir directory(path);
     const QFileInfo built(directory, QLatin1String(ContainerFormat::defaultFileName));
@@ -179,21 +176,6 @@ void clearWorkingFolder(const QString &path, LeftoverJudge &judge, QStringList &
 }
 
 } // namespace
-
-FileLock lockWorkingFolder(const QString &path, QFile &folder)
-{
-    const int descriptor =
-        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    struct stat status = {};
-    if (descriptor < 0)
-        return FileLock::Held;
-    if (!folder.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle)) {
-        ::close(descriptor);
-        return FileLock::Held;
-    }
-    const bool isOwn = ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
-    return isOwn ? takeLock(folder) : FileLock::Held;
-}
 
 QStringList clearLeftovers(const VaultUnderLock &vault, qint64 mostBytesRead,
                            const ProgressCallback &progress)

@@ -2,19 +2,13 @@
 // time for as long as it stays.
 #pragma once
 
-#include "core/HostFile.h"
 #include "core/ProgressCallback.h"
 #include "core/VaultUnderLock.h"
 
-#include <QFile>
 #include <QString>
 #include <QStringList>
 
 namespace Tessarin::Core {
-
-/// Opens a working folder and takes its lock, which tells other programs that it is in use. Held also when it
-/// is another user's or no folder.
-[[nodiscard]] FileLock lockWorkingFolder(const QString &path, QFile &folder);
 
 /// Bytes that may be read while nobody is shown any progress: a slow drive takes some two seconds.
 inline constexpr qint64 mostBytesReadUnseen = 32 * 1024 * 1024;

@@ -1,4 +1,4 @@
-// A rule of the vault's namespace that importing, moving and creating folders share.
+// Adds index entries for the missing folders above a path: importing, moving and creating folders need it.
 #pragma once
 
 #include "core/SecureFileIndex.h"

@@ -1,4 +1,5 @@
-// An open vault as compaction and its clean-up see it.
+// An open vault whose container file is locked against other programs, as compaction and the judging of
+// leftovers see it.
 #pragma once
 
 class QFile;

@@ -1,4 +1,4 @@
-// A ring and a disc, for those who see no difference of colour.
+// Paints the mark of an open or edited file: a ring and a disc, for those who see no difference of colour.
 #include "ui/CopyMark.h"
 
 #include "ui/OpenCopies.h"

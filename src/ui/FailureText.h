@@ -1,5 +1,5 @@
-// Puts the engine's reasons into words: the one place where people are told why something failed, and what
-// they can do.
+// Puts the engine's reasons into words: why something failed, and what people can do. Where locking
+// fails, VaultLocking.cpp words two of them for edited copies.
 #pragma once
 
 #include "core/Failure.h"

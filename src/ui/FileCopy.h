@@ -1,4 +1,4 @@
-// Copies a file of the host onto its drive.
+// Copies an open file and syncs the copy: for backups, and for exports of edited copies.
 #pragma once
 
 #include <QtGlobal>

@@ -1,4 +1,4 @@
-// One flag, and when it falls.
+// Sets the flag while an operation runs, and tells when it is over.
 #include "ui/OperationGuard.h"
 
 #include <QScopedValueRollback>

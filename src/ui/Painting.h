@@ -1,4 +1,4 @@
-// What the painted icons start from.
+// The empty image that painted icons (padlock, pages) start from.
 #pragma once
 
 #include <QGuiApplication>

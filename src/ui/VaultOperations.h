@@ -1,5 +1,5 @@
 // What people do with the vault as a whole, but for locking it (VaultLocking.h): each operation works under a
-// progress display or the wait cursor, calls the engine once and says how it ended.
+// progress display or the wait cursor, calls the engine and says how it ended.
 #pragma once
 
 #include "ui/Outcome.h"

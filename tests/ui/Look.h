@@ -57,13 +57,13 @@ inline QString look(const QWidget &part)
         QByteArray(R"(accessibleName accessibleDescription text toolTip textFormat alignment focusPolicy
             contextMenuPolicy selectionMode selectionBehavior editTriggers alternatingRowColors showGrid wordWrap
             acceptDrops showDropIndicator checkable autoRaise sizeGripEnabled modal placeholderText readOnly
-            inputMethodHints openExternalLinks textInteractionFlags maximum count currentRow styleSheet)")
+            inputMethodHints openExternalLinks textInteractionFlags maximum count currentRow styleSheet echoMode documentTitle)")
             .simplified()
             .split(' ');
     for (const QByteArray &name : names) {
         const QMetaProperty property = part.metaObject()->property(part.metaObject()->indexOfProperty(name));
         const QVariant value = part.property(name);
-        if (value == alike->property(name) || (!isNamed && value.toString() == part.objectName()))
+        if (value == alike->property(name))
             continue;
         const QString words = property.isEnumType()
                                   ? QString::fromLatin1(property.enumerator().valueToKeys(value.toInt()))

@@ -3,6 +3,7 @@
 #include "ui/Formatting.h"
 #include "ui/ImportSpace.h"
 #include "ui/MoveFileDialog.h"
+#include "ui/QtTexts.h"
 #include "ui/VaultItemIcon.h"
 #include "ui/VaultTable.h"
 #include "ui/WindowGeometry.h"
@@ -45,6 +46,8 @@ private Q_SLOTS:
                  {normalizeDirectoryPath(u" /media/usb/// "_s), u"/media/usb/"_s},
                  {normalizeDirectoryPath(u"/x"_s), u"/x/"_s},
                  {shortList(QStringList(11, u"x"_s)).join(u""_s), QString(10, u'x') + u"e mais 1"_s},
+                 {QtTexts().translate("QShortcut", "Return", nullptr, -1), u"Enter"_s},
+                 {QtTexts().translate("QShortcut", "Computer", nullptr, -1), QString()},
                  {plainToolTip(u"<img src=x>"_s), u"<span>&lt;img src=x&gt;</span>"_s}})
             QCOMPARE(made, expected);
     }

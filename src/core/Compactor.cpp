@@ -179,7 +179,8 @@ Compactor::Result Compactor::putInPlace()
         reason = Failure::ChangedByOther;
         return Result::Kept;
     }
-    if (!QFile::remove(path)) {
+    // A file system on a network may tell of a failure when the file is gone: then the new container stays.
+    if (!QFile::remove(path) && isOpenAt(vault.container, path)) {
         reason = Failure::ReadOnly;
         return Result::Kept;
     }

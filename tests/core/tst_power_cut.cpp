@@ -467,6 +467,21 @@ private Q_SLOTS:
         }
     }
 
+    /// As on a network where the answer is lost.
+    void aDeletionThatIsDoneAndFailsCostsNoVault()
+    {
+        choose("compact", "small");
+        for (int call = 1, calls = 1; call <= calls; ++call) {
+            Session session;
+            QVERIFY(begin(session));
+            DriveTape tape(drive.path(), {call, EIO, 1, false, true});
+            static_cast<void>(run(session));
+            tape.stop();
+            calls = tape.calls + 1;
+            QVERIFY(!stateOfDrive().isEmpty());
+        }
+    }
+
     /// What is kept of a torn header's page may be nothing at all. What the change left alone is not written.
     void anUnreadableTornHeaderIsRestored()
     {

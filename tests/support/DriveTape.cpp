@@ -291,14 +291,15 @@ int taped(DriveTape::Event event, Where where, const Call &call)
         return call();
     const bool isSync =
         event.kind == Tape::Sync || event.kind == Tape::FailedSync || event.kind == Tape::SyncNames;
-    const int result = fails(isSync) ? -1 : call();
+    const bool isFailing = fails(isSync);
+    const int result = isFailing && !running->failure.isDone ? -1 : call();
     if (result < 0 && event.kind == Tape::Sync)
         event.kind = Tape::FailedSync;
     if (result >= 0 && event.kind == Tape::Create) // Its file is there only now.
         static_cast<void>(isTaped(result, event));
     if ((result < 0) == (event.kind == Tape::FailedSync))
         running->events.append(event);
-    return result;
+    return isFailing ? -1 : result;
 }
 
 } // namespace

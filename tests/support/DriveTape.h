@@ -43,6 +43,7 @@ struct CallFailure
     int error = 0;
     int times = 1;
     bool isOfSyncs = false; ///< Only waits for the drive are counted, and fail.
+    bool isDone = false;    ///< What changes names or sizes is done all the same.
 };
 
 class DriveTape

@@ -49,11 +49,9 @@ std::optional<HeaderArea> HeaderArea::read(QIODevice &container)
     if (!container.seek(0))
         return {};
     QByteArray text = container.read(pageSize);
-    if (!text.isEmpty() && !text.startsWith(fileMagic))
-        return {};
     const QByteArray line =
         text.mid(fileMagicSize, text.mid(fileMagicSize, longestLengthLine).indexOf('\n') + 1);
-    const qint64 length = headerLengthIn(line);
+    const qint64 length = text.startsWith(fileMagic) ? headerLengthIn(line) : 0;
     if (length > 0)
         area.prologueSize = fileMagicSize + line.size();
     if (container.size() < area.blockAreaOffset())

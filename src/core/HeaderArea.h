@@ -30,9 +30,9 @@ public:
     /// The area with this header, laid out as this program writes it.
     explicit HeaderArea(QByteArrayView header);
 
-    /// Reads as much as the length line says. Empty when the file does not begin as a container does, or ends
-    /// before its header area; an area without a header when that cannot be read in part, or its length makes
-    /// no sense: it may be a torn one.
+    /// Reads as much as the length line says. Empty when the file ends before its header area; an area
+    /// without a header when that cannot be read in part, the file does not begin as a container does, or the
+    /// length makes no sense: it may be a torn one.
     [[nodiscard]] static std::optional<HeaderArea> read(QIODevice &container);
 
     /// The JSON; empty when it could not be read.

@@ -504,6 +504,9 @@ private Q_SLOTS:
             QCOMPARE(damaged.events.first().position, header.position);
             QCOMPARE(damaged.events.first().bytes.size(), header.bytes.size());
             QCOMPARE(stateOfDrive(), states.first());
+            DriveFiles erased = tornHeader(); // As flash is.
+            erased.first().put(0, QByteArray(FileImage::sectorSize, '\xff'));
+            QCOMPARE(stateOfCopy(erased), states.first());
         }
     }
 

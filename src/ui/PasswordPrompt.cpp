@@ -30,6 +30,9 @@ QByteArray requestPassword(QWidget *parent, const QString &title, PasswordField:
     static_cast<QBoxLayout *>(dialog.layout())
         ->insertWidget(dialog.layout()->indexOf(field) + 1, capsLockLabel);
     new PasswordField(field, purpose, capsLockLabel);
+    // This dialog's field has the hints of the dialog instead of its own.
+    dialog.setInputMethodHints(Qt::ImhHiddenText | Qt::ImhSensitiveData | Qt::ImhNoPredictiveText |
+                               Qt::ImhNoAutoUppercase);
     dialog.resize(360, height);
     const bool accepted = dialog.exec() == QDialog::Accepted;
     QByteArray password = accepted ? dialog.textValue().toUtf8() : QByteArray();

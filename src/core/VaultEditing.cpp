@@ -47,7 +47,26 @@ bool VaultManager::syncModifiedTempFiles()
 
 bool VaultManager::syncModifiedTempFiles(const ProgressCallback &progress)
 {
-    const QList<TrackedTempFile> modified = openCopies.modifiedFiles();
+    // What is saved again while copies go back has to follow. A copy that never rests keeps the vault open.
+    constexpr int mostRounds = 3;
+    QHash<QString, QDateTime> savedAt;
+    for (int round = 0; round <= mostRounds; ++round) {
+        QList<TrackedTempFile> modified = openCopies.modifiedFiles();
+        modified.removeIf([&savedAt](const TrackedTempFile &copy) {
+            return savedAt.value(copy.tempPath) == QFileInfo(copy.tempPath).lastModified();
+        });
+        if (modified.isEmpty())
+            return succeed();
+        if (round < mostRounds && !importCopies(modified, savedAt, progress))
+            return false;
+    }
+    return fail(Failure::SourceChanged);
+}
+
+/// Notes of each copy when what is imported of it was saved.
+bool VaultManager::importCopies(const QList<TrackedTempFile> &modified, QHash<QString, QDateTime> &savedAt,
+                                const ProgressCallback &progress)
+{
     qint64 totalBytes = 0;
     for (const TrackedTempFile &copy : modified)
         totalBytes += QFileInfo(copy.tempPath).size();
@@ -61,11 +80,12 @@ bool VaultManager::syncModifiedTempFiles(const ProgressCallback &progress)
         };
         if (!workspace.holdsCopy(copy.vaultPath))
             return fail(Failure::SourceUnreadable);
+        savedAt[copy.tempPath] = QFileInfo(copy.tempPath).lastModified();
         if (!importFile(copy.tempPath, copy.vaultPath, report))
             return false;
         formerBytes += copyBytes;
     }
-    return succeed();
+    return true;
 }
 
 QList<TrackedTempFile> VaultManager::openFiles() const

@@ -29,6 +29,8 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QDateTime>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -160,7 +162,8 @@ public:
     [[nodiscard]] bool prepareFileForEditing(const QString &vaultPath, QString *tempPath,
                                              const ProgressCallback &progress);
 
-    /// Imports every changed copy; stops at the first failure. Progress counts the bytes of all together.
+    /// Imports every changed copy, and once more what is saved meanwhile; stops at the first failure.
+    /// Progress counts the bytes of all together.
     [[nodiscard]] bool syncModifiedTempFiles();
     [[nodiscard]] bool syncModifiedTempFiles(const ProgressCallback &progress);
 
@@ -189,6 +192,10 @@ private:
     [[nodiscard]] bool relocateFile(const QString &filePath, const QString &newFilePath);
     [[nodiscard]] bool hasOpenCopy(const QString &vaultPath) const;
     [[nodiscard]] bool hasOpenCopyInside(const QString &directoryPath) const;
+
+    // Editing
+    [[nodiscard]] bool importCopies(const QList<TrackedTempFile> &modified,
+                                    QHash<QString, QDateTime> &savedAt, const ProgressCallback &progress);
 
     // Compaction
     [[nodiscard]] bool hasOtherLengthLine() const;

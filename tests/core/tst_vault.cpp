@@ -213,6 +213,23 @@ private Q_SLOTS:
             QCOMPARE(f.get(name), name.toUtf8() + "!");
     }
 
+    void aCopyThatIsSavedWhileItGoesBackGoesBackAgain()
+    {
+        VaultFixture f;
+        f.play(u"put a=1; open a; edit a=2"_s);
+        int saves = 100;
+        const auto save = [&](qint64, qint64, const QString &) {
+            if (--saves >= 0)
+                edit(f.copies.value(u"a"_s), "salvo");
+        };
+        QVERIFY(!f.vault.lockVault(save));
+        QCOMPARE(f.vault.lastFailure(), Failure::SourceChanged);
+        saves = 1;
+        f.play(u"edit a=3"_s);
+        QVERIFY(f.vault.lockVault(save));
+        f.play(u"unlock uma senha bem longa; get a=salvo"_s);
+    }
+
     void programsThatStartTogetherAllFindTheirWorkspace()
     {
         const auto restore = qScopeGuard([former = qgetenv("TMPDIR")] {

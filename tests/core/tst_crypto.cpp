@@ -62,7 +62,6 @@ private Q_SLOTS:
         QCOMPARE(crypto.decrypt(ciphertext.left(15), key, nonce, associatedData), QByteArray());
         QCOMPARE(crypto.generateSalt(0), QByteArray());
         QCOMPARE(crypto.generateSalt(1).size(), 1);
-        QCOMPARE(crypto.generateNonce(24).size(), 24);
         QVERIFY(crypto.generateNonce(24) != crypto.generateNonce(24));
         const QString argon = u"Argon2id"_s;
         const QByteArray salt(16, 's');
@@ -110,7 +109,6 @@ private Q_SLOTS:
         QVERIFY(output.open(reference, QIODevice::ReadOnly));
         const QByteArray expected = QByteArray::fromHex(output.readAll().trimmed());
         QCOMPARE(::pclose(reference), 0);
-        QCOMPARE(expected.size(), 64);
         // The library reads so much of a salt and no more.
         for (const QByteArray &usedSalt : {salt, salt + "more"})
             QCOMPARE(crypto.deriveKey("correct horse", {u"Argon2id"_s, usedSalt, 0, 64}), expected);
@@ -120,13 +118,11 @@ private Q_SLOTS:
     {
         const KeyDerivationParams params{{}, "0123456789abcdef", 1, 64};
         const AuthManager auth(crypto);
-        const auto hashOf = [](const QByteArray &bytes) {
-            return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256);
-        };
-        const QByteArray hash = hashOf(crypto.deriveKey("correct horse", params));
+        const auto sha256 = QCryptographicHash::Sha256;
+        const QByteArray hash = QCryptographicHash::hash(crypto.deriveKey("correct horse", params), sha256);
         QVERIFY(auth.authenticate("correct horse", hash, params));
         QVERIFY(!auth.authenticate("wrong horse", hash, params));
-        QVERIFY(!auth.authenticate({}, hashOf({}), params));
+        QVERIFY(!auth.authenticate({}, QCryptographicHash::hash({}, sha256), params));
         QVERIFY(!auth.authenticate("correct horse", hash, {{}, "another salt", 1, 64}));
         for (const QByteArray &other :
              {QByteArray(), QByteArray(32, 'x'), hash.left(31), hash + 'x', hash.toHex()})

@@ -100,7 +100,6 @@ private:
     {
         const QString verb = line.section(u' ', 1, 1);
         const QString what = inPlace(line.section(u' ', 2));
-        const QStringList words = what.split(u' ');
         if (line.startsWith(u'$'))
             shell(inPlace(line.mid(2)));
         else if (QStringList{u"click"_s, u"ctrl-click"_s, u"enter"_s, u"middle"_s}.contains(verb))
@@ -112,7 +111,7 @@ private:
                            ? u"taken"_s
                            : u"refused"_s;
         else if (verb == u"key"_s)
-            press(words);
+            press(what.split(u' '));
         else if (verb == u"close"_s)
             w.window.close();
         else if (verb == u"close-frame"_s) { // As Qt sends it when the window's frame is clicked.
@@ -124,7 +123,8 @@ private:
         } else if (verb == u"raise"_s)
             std::raise(what.toInt());
         else if (verb == u"plug"_s)
-            drives->drives.prepend(usbDrive(words[0], words.value(1), u"/dev/x2"_s)), drives->tell();
+            drives->drives.prepend(usbDrive(what.section(u' ', 0, 0), what.section(u' ', 1), u"/dev/x2"_s)),
+                drives->tell();
         else if (verb == u"pull"_s)
             drives->drives.removeAt(what.toInt()), drives->tell();
         else if (verb == u"look"_s)
@@ -133,10 +133,9 @@ private:
             QVERIFY(vault.vault.changePassword(vault.container, vault.password, vault.password + '\n'));
         else if (!w.action(verb))
             outcome += u"there is no such thing to do"_s;
-        else if (what.isEmpty())
-            w.action(verb)->trigger();
         else {
-            point(u"click"_s, what);
+            if (!what.isEmpty())
+                point(u"click"_s, what);
             w.action(verb)->trigger();
         }
     }

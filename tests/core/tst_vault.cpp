@@ -152,6 +152,25 @@ private Q_SLOTS:
         }
     }
 
+    void hostileBlocksFailToExport()
+    {
+        VaultFixture f;
+        QVERIFY(f.put(u"a"_s, noise(1000, 2)));
+        VaultFileEntry entry = f.entry(u"a"_s);
+        const VaultFileBlock good = entry.blocks.first();
+        for (const auto field :
+             {&VaultFileBlock::offset, &VaultFileBlock::plainSize, &VaultFileBlock::encryptedSize}) {
+            for (const int wrong : {-1, 0, 15, 999, 1001, std::numeric_limits<int>::max()}) {
+                entry.blocks = {good};
+                entry.blocks.first().*field = wrong;
+                SecureFileIndex index;
+                QVERIFY(index.addOrReplace(entry));
+                QVERIFY(f.vault.saveIndex(index));
+                f.play(u"-get a"_s);
+            }
+        }
+    }
+
     void whatMovesKeepsItsIdAndItsPlace()
     {
         VaultFixture f;
@@ -175,7 +194,7 @@ private Q_SLOTS:
             f.play(
                 u"-rename X.txt>%1; -mvdir ab>%1; -mkdir %1; -rmdir %1; -put %1=x; -move %1>ab; -delete %1"_s
                     .arg(bad));
-        f.play(u"-move X.txt>falta; -move X.txt>..; -get falta=; -export >/tmp/x"_s);
+        f.play(u"-move X.txt>falta; -move X.txt>..; -get falta; -export >/tmp/x"_s);
         QVERIFY(!f.vault.writeVaultFileToDevice(u"X.txt"_s, nullptr));
         QVERIFY(!f.vault.prepareFileForEditing(u"X.txt"_s, nullptr));
     }

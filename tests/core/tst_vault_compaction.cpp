@@ -113,17 +113,17 @@ private Q_SLOTS:
         const QString password = u"-password uma senha bem longa>outra senha longa"_s;
         row("locked", Failure::Refused,
             u"mkdir d; "_s + password +
-                u"; lock; -get a=; -save; -move a>d; -mvdir d>e; -rmdir d; -open a; "
+                u"; lock; -get a; -save; -move a>d; -mvdir d>e; -rmdir d; -open a; "
                 "-unlock; -password >outra senha longa; -password uma senha bem longa>ééééééééééé; lock; "_s +
                 changes,
             nothing);
         row("wrong password", Failure::WrongPasswordOrDamaged,
             u"lock; -unlock uma senha errada; -password não é esta>outra senha longa"_s, nothing);
         row("damaged block", Failure::DamagedData,
-            u"put b=b; open a; edit a=editado; damage a; -get a=; -open a; compact; get b=b; -get a=; "
+            u"put b=b; open a; edit a=editado; damage a; -get a; -open a; compact; get b=b; -get a; "
             "reopen; get a=editado"_s,
             nothing);
-        row("block cut off", Failure::DamagedData, u"-compact; -get a="_s,
+        row("block cut off", Failure::DamagedData, u"-compact; -get a"_s,
             [this] { QVERIFY(QFile::resize(container, QFileInfo(container).size() - 1)); });
         const QString link = root + u"/link"_s;
         const QString hard = root + u"/hard"_s;
@@ -158,9 +158,9 @@ private Q_SLOTS:
                 QVERIFY(QFile::rename(container, root + u"/away"_s));
                 writeFile(container, present);
             });
-        row("no container", Failure::DriveGone, changes + u"; -open a; -get a="_s,
+        row("no container", Failure::DriveGone, changes + u"; -open a; -get a"_s,
             [this] { QVERIFY(QFile::rename(container, root + u"/away"_s)); });
-        row("unreadable block", Failure::DriveGone, u"-get a=; -open a; -compact"_s, [this] {
+        row("unreadable block", Failure::DriveGone, u"-get a; -open a; -compact"_s, [this] {
             tape.emplace(root);
             tape->unreadableFrom = fixture->placeOf(u"a"_s);
             tape->unreadableTo = tape->unreadableFrom + 1;

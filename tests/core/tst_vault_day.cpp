@@ -24,13 +24,16 @@ private:
 
     int below(int limit) { return static_cast<int>(random.bounded(limit)); }
 
-    /// A path out of few, so that operations meet; letter case at random.
+    /// A path out of few, and often one that is there, so that operations meet; letter case at random.
     QString anyPath()
     {
         static const QStringList names{u"a"_s, u"b"_s, u"ção"_s, u"d.txt"_s};
         QString made = names.at(below(4));
         for (int depth = below(3); depth > 0; --depth)
             made += u'/' + names.at(below(4));
+        const QMap<QString, QByteArray> &present = below(2) == 0 ? items : open;
+        if (below(3) > 0 && !present.isEmpty())
+            made = normalizedVaultPath(present.keys().at(below(int(present.size()))));
         return below(3) == 0 ? made.toUpper() : made;
     }
 

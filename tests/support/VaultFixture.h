@@ -87,7 +87,7 @@ public:
             const QString to = what.mid(from.size() + 1);
             const QHash<QString, std::function<bool()>> verbs{
                 {u"put"_s, [&] { return put(from, to.toUtf8()); }},
-                {u"get"_s, [&] { return !get(from).isNull() && get(from) == to.toUtf8(); }},
+                {u"get"_s, [&] { return !get(from).isNull() && (isRefused || get(from) == to.toUtf8()); }},
                 {u"import"_s, [&] { return vault.importFile(from, to); }},
                 {u"export"_s, [&] { return vault.exportFile(from, to); }},
                 {u"open"_s, [&] { return vault.prepareFileForEditing(from, &copies[from.toLower()]); }},

@@ -59,8 +59,8 @@ bool putInPlaceOf(QFile &former, QFile &file)
     const QString path = former.fileName();
     const QString otherPath = file.fileName();
     // FAT's rename over a file frees it before the new entry is on the drive. Where two files cannot change
-    // places (exFAT, FAT before Linux 6.0), a rename has to do.
-    if (!renameWith(otherPath, path, RENAME_EXCHANGE)) {
+    // places (exFAT, FAT before Linux 6.0), a rename has to do. One that tells of a failure may have done it.
+    if (!renameWith(otherPath, path, RENAME_EXCHANGE) && !isOpenAt(file, path)) {
         if (isUnsupported(errno) && renameOver(otherPath, path))
             return syncRenamed(file, path);
         file.remove();

@@ -1,9 +1,9 @@
 // The model of a drive whose power goes, and the replaced calls of the C library.
 #include "support/DriveTape.h"
+#include "support/VaultFixture.h"
 
 #include <QDir>
 #include <QRandomGenerator>
-#include <QTest>
 
 #include <algorithm>
 #include <array>
@@ -86,16 +86,7 @@ struct DriveFile
 FileImage FileImage::read(const QString &path)
 {
     FileImage image;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return image;
-    image.resize(file.size());
-    std::array<char, 65536> bytes{};
-    for (qint64 at = 0; (at = ::lseek64(file.handle(), at, SEEK_DATA)) >= 0;) {
-        const ssize_t size = ::pread(file.handle(), bytes.data(), bytes.size(), at);
-        image.put(at, {bytes.data(), size});
-        at += size;
-    }
+    image.put(0, readFile(path));
     return image;
 }
 

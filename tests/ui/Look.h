@@ -57,7 +57,7 @@ inline QString look(const QWidget &part)
         QByteArray(R"(accessibleName accessibleDescription text toolTip textFormat alignment focusPolicy
             contextMenuPolicy selectionMode selectionBehavior editTriggers alternatingRowColors showGrid wordWrap
             acceptDrops showDropIndicator checkable autoRaise sizeGripEnabled modal placeholderText readOnly
-            inputMethodHints openExternalLinks textInteractionFlags maximum count currentRow styleSheet echoMode documentTitle)")
+            inputMethodHints openExternalLinks textInteractionFlags maximum count currentRow styleSheet echoMode documentTitle plainText)")
             .simplified()
             .split(' ');
     for (const QByteArray &name : names) {
@@ -68,7 +68,7 @@ inline QString look(const QWidget &part)
         const QString words = property.isEnumType()
                                   ? QString::fromLatin1(property.enumerator().valueToKeys(value.toInt()))
                                   : value.toString().replace(u'\n', u'¶');
-        text += u" %1=%2"_s.arg(QLatin1StringView(name), words.section(u" {"_s, 0, 0));
+        text += u" %1=%2"_s.arg(QLatin1StringView(name), words.section(u" {"_s, 0, 0).section(u'¶', 0, 0));
     }
     if (part.minimumWidth() > 0 && !part.isWindow())
         text += part.minimumWidth() == part.minimumHeight() ? u" square"_s

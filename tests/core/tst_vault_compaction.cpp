@@ -41,6 +41,7 @@ private:
     const QString container = root + u"/tessarin.trvx"_s;
     const QString twin = root + u"/tessarin-compactado-1.trvx"_s;
     const QString filler = root + u"/filler"_s;
+    const QString temporaryTemplate = QDir::tempPath() + u"/tessarin-XXXXXX"_s;
     std::optional<QTemporaryDir> temporary;
     std::unique_ptr<VaultFixture> fixture;
     QString preserved;
@@ -80,7 +81,8 @@ private Q_SLOTS:
     void init()
     {
         // Its own, so that the folders counted here are no other test's.
-        temporary.emplace();
+        temporary.emplace(temporaryTemplate);
+        QVERIFY(temporary->isValid());
         QVERIFY(qputenv("TMPDIR", QFile::encodeName(temporary->path())));
         preserved.clear();
         fixture = std::make_unique<VaultFixture>(root);

@@ -84,6 +84,8 @@ private Q_SLOTS:
                                                  device.mounted ? device.fileSystemType : u"unmounted"_s) +
                          (device.removable ? u"|removable"_s : QString());
         }
+        found.replaceInStrings(u"/dev/sds"_s,
+                               u"/dev/sdt"_s); // Newer Qt tells the upper one of two at a place.
         found.sort();
         const QString practice = QFileInfo(root).path() + u"/PRATICA"_s;
         QStringList expected{

@@ -106,12 +106,9 @@ bool ImportGroup::append(QFile &source, VaultFileEntry &entry, const ProgressCal
     qint64 doneBytes = 0;
     Sha256 hash;
     BlockStore blocks(transaction->file(), container.masterKey());
-    while (!source.atEnd()) {
-        const QByteArrayView chunk = blocks.readPlain(source);
-        if (chunk.isEmpty()) {
-            return fail(source.error() == QFile::NoError ? Failure::SourceChanged
-                                                         : Failure::SourceUnreadable);
-        }
+    // To the end, whatever size the system tells: of some files it tells 0.
+    for (QByteArrayView chunk = blocks.readPlain(source); !chunk.isEmpty();
+         chunk = blocks.readPlain(source)) {
         hash.add(chunk);
         errno = 0;
         const std::optional<VaultFileBlock> block = blocks.append();
@@ -125,6 +122,8 @@ bool ImportGroup::append(QFile &source, VaultFileEntry &entry, const ProgressCal
         if (progress)
             progress(doneBytes, entry.sizeBytes, entry.vaultPath);
     }
+    if (source.error() != QFile::NoError)
+        return fail(Failure::SourceUnreadable);
     entry.sha256 = hash.result();
     // A source that was cut short meanwhile is not what the user chose.
     if (doneBytes < entry.sizeBytes)

@@ -87,7 +87,11 @@ public:
         // On FAT, two names that were about to be exchanged may lead to one file.
         if (!takeFromBudget(beginningSize) || beginningOf(file) == beginningOf(vault.container))
             return false;
-        return file.size() <= ContainerFormat::blockAreaOffset || isVaultWhole();
+        if (file.size() <= ContainerFormat::blockAreaOffset)
+            return true;
+        // Of a creation that failed and could not put the former container back: as long as nothing is in the
+        // new one, its user may want that.
+        return !vault.index.entries().isEmpty() && isVaultWhole();
     }
 
 private:

@@ -40,11 +40,15 @@ bool newBlocksOpen(QIODevice &container, const SecureFileIndex &index, const Sec
     SecureFileIndex formerIndex;
     if (ContainerManager().parseHeader(record.formerHeader, &formerDocument))
         static_cast<void>(decryptIndex(formerDocument, key, &formerIndex));
-    const QSet<BlockKey> formerBlocks = blockKeys(formerIndex);
+    QSet<BlockKey> knownBlocks = blockKeys(formerIndex);
 
     BlockStore blocks(container, key);
     const auto opens = [&](const VaultFileBlock &block) {
-        return formerBlocks.contains({block.offset, block.nonce}) || !blocks.read(block).isEmpty();
+        const BlockKey blockKey(block.offset, block.nonce);
+        if (!knownBlocks.contains(blockKey) && blocks.read(block).isEmpty())
+            return false;
+        knownBlocks.insert(blockKey); // A hostile index may list one block any number of times.
+        return true;
     };
     const QList<VaultFileEntry> &files = index.entries();
     return std::all_of(files.cbegin(), files.cend(), [&](const VaultFileEntry &file) {

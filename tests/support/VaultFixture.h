@@ -41,10 +41,12 @@ inline void overwrite(const QString &path, qint64 offset, const QByteArray &byte
 /// Makes a copy look edited, whatever the resolution of the file system's clock.
 inline void edit(const QString &copyPath, const QByteArray &bytes)
 {
+    static int edits = 0; // Each is later than the one before, however fast they come.
     writeFile(copyPath, bytes);
     QFile copy(copyPath);
     QVERIFY(copy.open(QIODevice::ReadWrite));
-    QVERIFY(copy.setFileTime(QDateTime::currentDateTimeUtc().addSecs(5), QFileDevice::FileModificationTime));
+    QVERIFY(copy.setFileTime(QDateTime::currentDateTimeUtc().addSecs(5 + ++edits),
+                             QFileDevice::FileModificationTime));
 }
 
 /// Bytes that no compressor or coincidence makes equal to others.

@@ -179,7 +179,7 @@ private:
         QProcess process;
         process.setProcessChannelMode(QProcess::MergedChannels);
         process.start(u"bash"_s, {u"-c"_s, command});
-        QVERIFY(process.waitForFinished(10000));
+        QVERIFY(process.waitForFinished(60000));
         outcome += QString::fromUtf8(process.readAll()).split(u'\n', Qt::SkipEmptyParts);
     }
 

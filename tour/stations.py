@@ -386,6 +386,7 @@ class Tour:
         self.status("Cofre compactado com sucesso.")
         live = HEADER_BYTES + sum(block["encryptedSize"] for entry in self.stored().files.values()
                                   for block in entry["blocks"])
+        live = -(-live // 4096) * 4096  # The last page is full.
         size = self.container.stat().st_size
         require(size == live < before, f"{live} bytes, fewer than {before}", size)
         left = list(self.desktop.temporary.glob("Tessarin-compact-*"))

@@ -3,6 +3,7 @@
 
 #include "core/BlockStore.h"
 #include "core/ContainerCopy.h"
+#include "core/HeaderArea.h"
 #include "core/HostFile.h"
 #include "core/LeftoverNames.h"
 #include "core/VaultKeys.h"
@@ -11,6 +12,7 @@
 #include <QFileInfo>
 #include <QStorageInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -115,7 +117,7 @@ bool Compactor::build()
     document.crypto.payloadNonce = CryptoManager().generateNonce(CryptoManager::nonceSizeBytes);
     // The index is sealed last, with the new offsets in it.
     const auto writeBlocks = [this](QIODevice &output) {
-        if (!copyLiveBlocks(output))
+        if (!copyLiveBlocks(output) || !padBlocks(output))
             return false;
         document.encryptedIndex = encryptIndex(document, index, vault.masterKey);
         return !document.encryptedIndex.isEmpty();
@@ -156,6 +158,15 @@ bool Compactor::copyLiveBlocks(QIODevice &output)
         index.addOrReplace(file);
     }
     return true;
+}
+
+/// Has the container end with a page, as after every import, unless it would become longer by that.
+bool Compactor::padBlocks(QIODevice &output) const
+{
+    const qint64 end = output.pos();
+    const qint64 size = std::min(pageBorderFrom(end), vault.container.size()) - end;
+    return end == ContainerFormat::blockAreaOffset || size <= 0 ||
+           output.write(QByteArray(size, '\0')) == size;
 }
 
 bool Compactor::verify() const

@@ -53,6 +53,7 @@ public:
 private:
     [[nodiscard]] bool prepareFolder();
     [[nodiscard]] bool copyLiveBlocks(QIODevice &output);
+    [[nodiscard]] bool padBlocks(QIODevice &output) const;
     [[nodiscard]] bool verify() const;
     [[nodiscard]] bool putTwinBeside(const QString &path);
     [[nodiscard]] bool isOldInForce(const QString &path) const;

@@ -120,8 +120,10 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
     const bool forgetsKey = policy == Policy::ForgetsFormerKey;
     if (forgetsKey) // The cache may show zeros over a former record that the drive has not taken.
         dropCachedPages(container);
-    if (nextHash.isEmpty() || (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset})))
+    if (nextHash.isEmpty() || !padAppended() ||
+        (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset}))) {
         return Outcome::RolledBack;
+    }
     const QByteArray record = undoRecordFor({former.header(), hashInForce}, {newHeader, nextHash});
     std::optional place = placeForRecord(record.size(), former.header(), newHeader, container.size());
 
@@ -215,6 +217,14 @@ bool ContainerTransaction::settleAll(const std::function<bool(const UndoRecord &
             return false;
     }
     return false;
+}
+
+/// Fills the last page of what was appended. What goes behind it later shares no page with blocks in force: a
+/// page that is being written when the power goes may lose all that it held.
+bool ContainerTransaction::padAppended()
+{
+    const qint64 end = container.size();
+    return end <= committedSize || writeAt(end, QByteArray(pageBorderFrom(end) - end, '\0'));
 }
 
 bool ContainerTransaction::writeRecord(const QByteArray &record, const RecordPlace &place)

@@ -84,6 +84,7 @@ public:
 
 private:
     // The steps of a commit.
+    [[nodiscard]] bool padAppended();
     [[nodiscard]] bool writeRecord(const QByteArray &record, const RecordPlace &place);
     [[nodiscard]] bool sync();
     [[nodiscard]] bool writeHeader(const HeaderArea &former, const HeaderArea &next);

@@ -2,6 +2,7 @@
 #include "core/KeyRemains.h"
 
 #include "core/ContainerFormat.h"
+#include "core/HeaderArea.h"
 #include "core/HostFile.h"
 #include "core/ProgressLabels.h"
 #include "core/SecureFileIndex.h"
@@ -135,8 +136,9 @@ bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const 
     // What is cut off stays on the drive until it is used again: it holds no key any more. Without a lock,
     // another program may be appending there.
     const bool endsInGap = index != nullptr && !gaps.isEmpty() && gaps.last().second == end;
-    return !endsInGap || takeLock(container) != FileLock::Taken ||
-           (syncFile(container) && container.resize(gaps.last().first));
+    const qint64 newEnd = endsInGap ? pageBorderFrom(gaps.last().first) : end;
+    return newEnd >= end || takeLock(container) != FileLock::Taken ||
+           (syncFile(container) && container.resize(newEnd));
 }
 
 } // namespace Tessarin::Core

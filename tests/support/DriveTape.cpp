@@ -22,6 +22,8 @@ namespace Tessarin::Tests {
 
 namespace {
 
+constexpr qint64 pageSectors = 8;
+
 DriveTape *&running = DriveTape::running;
 
 ino_t inodeOf(const QByteArray &path)
@@ -78,6 +80,13 @@ struct DriveFile
                 (fate == AllButFew && random.bounded(end - first) > 1))
                 send(sector);
         }
+        // Of the page in which a write behind the header stopped, the drive may keep nothing.
+        const qint64 page = border - border % pageSectors;
+        if (fate != Beginning || from < Core::ContainerFormat::blockAreaOffset)
+            return;
+        unsynced.append({page, page + pageSectors});
+        for (qint64 sector = page; sector < std::min(page + pageSectors, drive.sectors.size()); ++sector)
+            drive.sectors[sector].fill('x', FileImage::sectorSize);
     }
 };
 

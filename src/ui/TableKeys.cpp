@@ -21,8 +21,22 @@ void TableKeys::listenTo(QWidget *widget)
 
 bool TableKeys::eventFilter(QObject *, QEvent *event)
 {
+    if (event->type() == QEvent::KeyRelease) {
+        const auto &release = *static_cast<QKeyEvent *>(event);
+        releasedKey = release.key();
+        releasedAtMs = release.timestamp();
+    }
     return event->type() == QEvent::KeyPress && !guard.isRunning() && browser->isUnlocked() &&
            take(*static_cast<QKeyEvent *>(event));
+}
+
+/// An X server repeats a key as releases and presses in pairs, of one instant each; Qt takes the press for a
+/// new one where it has not arrived with the release.
+bool TableKeys::isRepeated(const QKeyEvent &key) const
+{
+    constexpr quint64 mostMsInPair = 10;
+    return key.isAutoRepeat() || (key.key() == releasedKey && key.timestamp() > 0 &&
+                                  key.timestamp() - releasedAtMs <= mostMsInPair);
 }
 
 bool TableKeys::take(const QKeyEvent &key)
@@ -55,7 +69,7 @@ bool TableKeys::take(const QKeyEvent &key)
 
 bool TableKeys::takeOnce(const QKeyEvent &key)
 {
-    const bool isFirst = !key.isAutoRepeat();
+    const bool isFirst = !isRepeated(key);
     switch (key.key()) {
     case Qt::Key_Return:
     case Qt::Key_Enter:

@@ -30,9 +30,12 @@ protected:
 private:
     bool take(const QKeyEvent &key);
     bool takeOnce(const QKeyEvent &key);
+    [[nodiscard]] bool isRepeated(const QKeyEvent &key) const;
 
     VaultBrowser *browser;
     const OperationGuard &guard;
+    int releasedKey = 0; ///< The last one, and when.
+    quint64 releasedAtMs = 0;
 };
 
 } // namespace Tessarin::UI

@@ -168,9 +168,16 @@ private:
         for (const QString &key : keys) {
             const QKeyCombination pressed = QKeySequence(key)[0];
             QTest::keyClick(&w.deviceList, pressed.key(), pressed.keyboardModifiers());
+            // As Qt tells of it, and as an X server does.
             QKeyEvent again(QEvent::KeyPress, pressed.key(), {}, {}, true);
-            if (key == u"Return"_s)
-                QApplication::sendEvent(&w.deviceList, &again);
+            QKeyEvent release(QEvent::KeyRelease, pressed.key(), {});
+            QKeyEvent press(QEvent::KeyPress, pressed.key(), {});
+            release.setTimestamp(1000);
+            press.setTimestamp(1001);
+            for (QKeyEvent *event : {&again, &release, &press}) {
+                if (key == u"Return"_s)
+                    QApplication::sendEvent(&w.deviceList, event);
+            }
         }
     }
 

@@ -187,7 +187,7 @@ Compactor::Result Compactor::putInPlace()
         return Result::Kept;
     const QFileDevice::Permissions permissions = QFile::permissions(path);
     if (!isOldInForce(path)) {
-        reason = Failure::ChangedByOther;
+        reason = QFileInfo::exists(path) ? Failure::ChangedByOther : Failure::DriveGone;
         return Result::Kept;
     }
     // A file system on a network may tell of a failure when the file is gone: then the new container stays.

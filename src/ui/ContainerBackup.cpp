@@ -39,20 +39,21 @@ bool isContainerItself(const QString &destinationPath, const QString &containerP
            Core::isSameFile(destinationPath, containerPath);
 }
 
-bool copyContainer(QWidget *parent, QFile &source, QFile &destination)
+Core::Failure copyContainer(QWidget *parent, QFile &source, QFile &destination)
 {
     ProgressDialog progress(
         parent, translated("Fazer backup"),
         translated("Copiando backup criptografado...\n\nO backup permanece protegido pela senha do "
                    "cofre."),
         Qt::WindowModal);
-    const bool complete = copyFile(source, destination, [&](qint64 copiedBytes, qint64 totalBytes) {
+    const Core::Failure failure = copyFile(source, destination, [&](qint64 copiedBytes, qint64 totalBytes) {
         progress.report(copiedBytes, totalBytes,
                         translated("Copiando backup criptografado...\n%1 de %2")
                             .arg(formatFileSize(copiedBytes), formatFileSize(totalBytes)));
     });
     progress.finish();
-    return complete;
+    // Here the source is the container.
+    return failure == Core::Failure::SourceUnreadable ? Core::Failure::DriveGone : failure;
 }
 
 /// Where a backup is written, and what is there now.
@@ -80,22 +81,13 @@ struct Destination
     qint64 freeBytes;
 };
 
-/// What an incomplete copy is due to.
-Core::Failure failureOf(const QFile &source, const QFile &destination)
-{
-    if (source.error() != QFile::NoError)
-        return Core::Failure::DriveGone;
-    return destination.error() == QFile::ResourceError ? Core::Failure::TargetFull
-                                                       : Core::Failure::TargetUnwritable;
-}
-
 /// The file is open; an incomplete one is deleted.
 Core::Failure writeNew(QWidget *parent, QFile &source, QFile &file)
 {
     // Behind a link the partial file is the one that the link leads to.
     const QString writtenPath = QFileInfo(file).canonicalFilePath();
-    const bool copied = copyContainer(parent, source, file);
-    const Core::Failure failure = copied ? Core::Failure::None : failureOf(source, file);
+    const Core::Failure failure = copyContainer(parent, source, file);
+    const bool copied = failure == Core::Failure::None;
     file.close();
     // What is no file, a device for example, is not ours to delete.
     if (!copied && QFileInfo(writtenPath).isFile())
@@ -106,14 +98,12 @@ Core::Failure writeNew(QWidget *parent, QFile &source, QFile &file)
 
 Core::Failure replaceFormer(QWidget *parent, QFile &source, const Destination &destination)
 {
-    Core::Failure failure = Core::Failure::TargetUnwritable;
+    Core::Failure failure = Core::Failure::None;
     const bool replaced = Core::writeAtomically(destination.existing.filePath(), [&](QFile &file) {
-        const bool copied = copyContainer(parent, source, file);
-        if (!copied)
-            failure = failureOf(source, file);
-        return copied;
+        failure = copyContainer(parent, source, file);
+        return failure == Core::Failure::None;
     });
-    return replaced ? Core::Failure::None : failure;
+    return replaced || failure != Core::Failure::None ? failure : Core::Failure::TargetUnwritable;
 }
 
 } // namespace

@@ -40,7 +40,7 @@ QString failureText(Core::Failure reason, const QString &damagedFile)
             "novo e repita a operação. Se o erro continuar, recupere o cofre de um backup.");
     case Failure::InUse:
         return translated(
-            "Outro programa está usando este cofre neste momento. Feche-o, ou espere que ele termine, "
+            "Outro programa está usando este cofre neste momento. Feche esse programa ou espere que termine "
             "e tente de novo.");
     case Failure::ChangedByOther:
         return translated(

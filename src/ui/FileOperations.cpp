@@ -27,7 +27,7 @@ Outcome FileOperations::exportFile(const QString &path, const QString &container
     if (!copyPath.isEmpty() &&
         questionOther(parent, title,
                       tr("%1 foi editado, e as alterações ainda não estão no cofre.").arg(shownName(path)),
-                      tr("Qual versão deve ser exportada?"), tr("A do cofre"), tr("A editada")))
+                      tr("Qual versão deve ser exportada?"), tr("Versão do cofre"), tr("Versão editada")))
         copyPath.clear();
     const QString target = askForTarget(parent, title, Core::vaultBaseName(path), {});
     if (target.isEmpty())
@@ -62,10 +62,9 @@ Core::Failure FileOperations::exportCopy(const QString &copyPath, const QString 
     if (!copy.open(QIODevice::ReadOnly))
         return Core::Failure::SourceUnreadable;
     QFile exported(target);
-    if (!exported.open(QIODevice::WriteOnly | QIODevice::Truncate) || !copyFile(copy, exported, report))
-        return exported.error() == QFile::ResourceError ? Core::Failure::TargetFull
-                                                        : Core::Failure::TargetUnwritable;
-    return Core::Failure::None;
+    if (!exported.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return Core::Failure::TargetUnwritable;
+    return copyFile(copy, exported, report);
 }
 
 QString FileOperations::whyNotRelocated(const QString &path) const
@@ -73,7 +72,8 @@ QString FileOperations::whyNotRelocated(const QString &path) const
     if (vault.lastFailure() == Core::Failure::Refused && copies.hasAnyAt(path))
         return tr(
             "Um arquivo que foi aberto só pode ser movido ou renomeado depois que o cofre é bloqueado e "
-            "desbloqueado, e o mesmo vale para a pasta dele. Antes, salve-o e feche-o no outro programa.");
+            "desbloqueado, e o mesmo vale para a pasta em que ele está. Antes, salve o arquivo no outro "
+            "programa e feche-o.");
     return failureText(vault.lastFailure());
 }
 

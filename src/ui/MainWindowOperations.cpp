@@ -376,7 +376,7 @@ bool MainWindow::confirmExportOutsideVault(const QString &path) const
         tr("Exportar %1 criará uma cópia descriptografada fora do cofre. Alterações "
            "feitas nessa cópia não voltam automaticamente para o Tessarin.")
             .arg(shownName(path)),
-        fileOperations.editNote(path, tr("Em seguida você escolhe qual versão exportar.")));
+        fileOperations.editNote(path, tr("Em seguida, você escolhe qual versão exportar.")));
 }
 
 // The program -----------------------------------------------------------------------------------------------

@@ -49,7 +49,7 @@ QString tableHint(const TableSituation &now)
         return hintWithoutContainer(now);
     if (!QFileInfo(now.containerPath).isFile())
         return translated(
-            "O container escolhido não está mais lá.\nConecte de novo a unidade em que ele fica ou dê "
+            "O container escolhido não foi encontrado.\nConecte de novo a unidade em que ele fica ou dê "
             "dois cliques em outra, na lista acima.");
     return translated("O cofre está bloqueado.\nClique no cadeado ou pressione Ctrl+L para desbloqueá-lo.");
 }

@@ -136,9 +136,11 @@ bool isLackOfRoom(int errorNumber)
 
 QString temporaryDirectory()
 {
-    // Qt answers with nothing then, which would be the current directory: the drive itself, perhaps.
+    // Qt answers with nothing then, which would be the current directory, or, in newer versions, with a path
+    // that does not exist.
     const QString directory = QDir::tempPath();
-    return directory.isEmpty() ? QStringLiteral("/tmp") : directory;
+    return QDir::isAbsolutePath(directory) && QFileInfo(directory).isDir() ? directory
+                                                                           : QStringLiteral("/tmp");
 }
 
 Failure containerFailure(int errorNumber)

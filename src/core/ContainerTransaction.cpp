@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <utility>
 
 namespace Tessarin::Core {
@@ -94,7 +95,8 @@ QFile &ContainerTransaction::file()
 bool ContainerTransaction::seekToEnd()
 {
     reason = Failure::None;
-    return note(container.seek(container.size()));
+    const std::optional<qint64> size = sizeOf(container);
+    return note(size && container.seek(*size));
 }
 
 bool ContainerTransaction::hasAppended()
@@ -120,12 +122,11 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
     const bool forgetsKey = policy == Policy::ForgetsFormerKey;
     if (forgetsKey) // The cache may show zeros over a former record that the drive has not taken.
         dropCachedPages(container);
-    if (nextHash.isEmpty() || !padAppended() ||
-        (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset}))) {
+    const std::optional<qint64> size = padAppended();
+    if (nextHash.isEmpty() || !size || (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset})))
         return Outcome::RolledBack;
-    }
     const QByteArray record = undoRecordFor({former.header(), hashInForce}, {newHeader, nextHash});
-    std::optional place = placeForRecord(record.size(), former.header(), newHeader, container.size());
+    std::optional place = placeForRecord(record.size(), former.header(), newHeader, *size);
 
     if (!writeRecord(record, *place) || !sync()) {
         const bool isRoomLacking = reason == Failure::NoSpace && !place->isInTail();
@@ -172,7 +173,7 @@ void ContainerTransaction::truncate(qint64 sizeBytes)
 {
     // What another program has appended is not cut off with it.
     const Failure firstReason = reason;
-    if (inForce && !hasAnotherSaved() && container.size() > sizeBytes)
+    if (inForce && !hasAnotherSaved() && sizeOf(container).value_or(0) > sizeBytes)
         static_cast<void>(container.resize(sizeBytes));
     reason = firstReason;
 }
@@ -220,11 +221,14 @@ bool ContainerTransaction::settleAll(const std::function<bool(const UndoRecord &
 }
 
 /// Fills the last page of what was appended. What goes behind it later shares no page with blocks in force: a
-/// page that is being written when the power goes may lose all that it held.
-bool ContainerTransaction::padAppended()
+/// page that is being written when the power goes may lose all that it held. Returns the size of the file.
+std::optional<qint64> ContainerTransaction::padAppended()
 {
-    const qint64 end = container.size();
-    return end <= committedSize || writeAt(end, QByteArray(pageBorderFrom(end) - end, '\0'));
+    const std::optional<qint64> end = sizeOf(container);
+    if (!note(end.has_value()) || *end <= committedSize)
+        return end;
+    const qint64 size = pageBorderFrom(*end);
+    return writeAt(*end, QByteArray(size - *end, '\0')) ? std::optional(size) : std::nullopt;
 }
 
 bool ContainerTransaction::writeRecord(const QByteArray &record, const RecordPlace &place)
@@ -253,7 +257,7 @@ bool ContainerTransaction::clearRecord(const RecordPlace &place)
     const qint64 begin = firstPageOf(place);
     if (place.isInTail())
         return writeAt(begin, QByteArray(place.end - begin, '\0'));
-    const qint64 keyEnd = std::min(place.keyEnd, container.size());
+    const qint64 keyEnd = std::min(place.keyEnd, sizeOf(container).value_or(place.keyEnd));
     return (keyEnd <= begin || (writeAt(begin, QByteArray(keyEnd - begin, '\0')) && sync())) &&
            note(container.resize(begin));
 }
@@ -329,7 +333,7 @@ void ContainerTransaction::putInForce(HeaderArea area, const QByteArray &hash)
 
 void ContainerTransaction::markCommitted()
 {
-    committedSize = container.size();
+    committedSize = sizeOf(container).value_or(std::numeric_limits<qint64>::max());
     writeback = Writeback(committedSize);
 }
 

@@ -84,7 +84,7 @@ public:
 
 private:
     // The steps of a commit.
-    [[nodiscard]] bool padAppended();
+    [[nodiscard]] std::optional<qint64> padAppended();
     [[nodiscard]] bool writeRecord(const QByteArray &record, const RecordPlace &place);
     [[nodiscard]] bool sync();
     [[nodiscard]] bool writeHeader(const HeaderArea &former, const HeaderArea &next);
@@ -111,7 +111,9 @@ private:
     bool hasLostWrites = false;        ///< The drive has told, once, that it did not take what was appended.
     std::optional<HeaderArea> inForce; ///< Empty before begin() and while it is undecided.
     QByteArray hashInForce;
-    qint64 committedSize = 0; ///< Of the file; what lies behind is not listed yet.
+    /// Of the file; what lies behind is not listed yet. The greatest number where it is not known: then
+    /// nothing is truncated.
+    qint64 committedSize = 0;
     Writeback writeback{0};
 };
 

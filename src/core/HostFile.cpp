@@ -46,6 +46,12 @@ bool isOpenAt(const QFileDevice &file, const QString &path)
     return ::fstat(file.handle(), &opened) == 0 && statusOf(path, named) && isOneFile(opened, named);
 }
 
+std::optional<qint64> sizeOf(const QFileDevice &file)
+{
+    FileStatus status = {};
+    return ::fstat(file.handle(), &status) == 0 ? std::optional<qint64>(status.st_size) : std::nullopt;
+}
+
 bool syncFile(QFileDevice &file)
 {
     return file.flush() && ::fsync(file.handle()) == 0;

@@ -7,6 +7,8 @@
 #include <QByteArrayView>
 #include <QString>
 
+#include <optional>
+
 class QFile;
 class QFileDevice;
 
@@ -17,6 +19,10 @@ namespace Tessarin::Core {
 
 /// True when the open file is still the one that the name leads to.
 [[nodiscard]] bool isOpenAt(const QFileDevice &file, const QString &path);
+
+/// The size of an open file; empty when the file system does not tell it. QFile::size() may answer with an
+/// older one then.
+[[nodiscard]] std::optional<qint64> sizeOf(const QFileDevice &file);
 
 /// Flushes an open file and waits until the drive has it (fsync). False means the data may be lost.
 [[nodiscard]] bool syncFile(QFileDevice &file);

@@ -85,7 +85,9 @@ bool ImportGroup::add(QFile &source, const QString &vaultPath, const ProgressCal
     if ((!hasRoom || isDue() || entry.sizeBytes > largeFileSize) && !commit())
         return false;
 
-    const qint64 formerSize = transaction->file().size();
+    if (!transaction->seekToEnd())
+        return fail(transaction->failure());
+    const qint64 formerSize = transaction->file().pos();
     if (!append(source, entry, progress)) {
         if (!transaction->rollBackTo(formerSize))
             forgetUncommitted();
@@ -98,11 +100,9 @@ bool ImportGroup::add(QFile &source, const QString &vaultPath, const ProgressCal
     return newestIndex.addOrReplace(entry) || fail(Failure::Other);
 }
 
-/// Encrypts the source block by block, and completes the entry.
+/// Encrypts the source block by block, where the container stands, and completes the entry.
 bool ImportGroup::append(QFile &source, VaultFileEntry &entry, const ProgressCallback &progress)
 {
-    if (!transaction->seekToEnd())
-        return fail(transaction->failure());
     qint64 doneBytes = 0;
     Sha256 hash;
     BlockStore blocks(transaction->file(), container.masterKey());

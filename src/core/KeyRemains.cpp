@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <optional>
 #include <utility>
 
 namespace Tessarin::Core {
@@ -117,7 +118,10 @@ QList<Range> gapsBetween(const QList<Range> &blocks)
 
 bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const ProgressCallback &progress)
 {
-    const qint64 end = container.size();
+    const std::optional<qint64> size = sizeOf(container);
+    if (!size)
+        return false;
+    const qint64 end = *size;
     const QList<Range> gaps = gapsBetween(blockRanges(index, end));
     dropCachedPages(container); // The cache may show zeros that the drive has not taken.
     qint64 totalBytes = 0;

@@ -296,8 +296,8 @@ private:
         const bool isDone = run(session);
         tape.stop();
         failed = QString::asprintf("%s %d fails with %d, %d times, result %d; ",
-                                   failure.isOfSyncs ? "sync" : "call", failure.call, failure.error,
-                                   failure.times, isDone);
+                                   std::array{"call", "sync", "size"}[failure.counted], failure.call,
+                                   failure.error, failure.times, isDone);
         if (tape.calls >= failure.call)
             judge(failure, session, tape, isDone);
         failed.clear();
@@ -340,7 +340,7 @@ private:
         QVERIFY2(session.knows(next), qPrintable(failed));
         const qsizetype end = tape.events.size();
         cut(tape, end, DriveTape::Everything, 0, {next});
-        const bool isWhole = failure.isOfSyncs && (isThorough || operation == "rename");
+        const bool isWhole = failure.counted == CallFailure::Syncs && (isThorough || operation == "rename");
         for (qsizetype i = failure.error != EIO ? 0 : isWhole ? 4 * (end + 1 - last) : 1; i > 0; --i)
             cut(tape, last + random.bounded(end + 1 - last), DriveTape::AnySectors, random.generate(),
                 allowed + QByteArrayList{state, next});
@@ -416,7 +416,10 @@ private Q_SLOTS:
                 isReached = fail({call, error, variant < 3 ? 1 : variant < 6 ? CallFailure::forEver : 2});
             }
         }
-        for (int sync = 1; isWhole && fail({sync, EIO, 2, true}); ++sync) {
+        const bool asksSizes = isWhole && name == "series";
+        for (int asked = 1; asksSizes && fail({asked, EIO, 2, CallFailure::Sizes}); ++asked) {
+        }
+        for (int sync = 1; isWhole && fail({sync, EIO, 2, CallFailure::Syncs}); ++sync) {
         }
     }
 
@@ -429,7 +432,7 @@ private Q_SLOTS:
             for (int call = 1, calls = 1; call <= calls; ++call) {
                 Session session;
                 QVERIFY(begin(session));
-                DriveTape tape(drive.path(), {call, EIO, 1, false, true});
+                DriveTape tape(drive.path(), {call, EIO, 1, CallFailure::Changes, true});
                 const bool isDone = run(session);
                 tape.stop();
                 calls = tape.calls + 1;

@@ -168,7 +168,7 @@ private Q_SLOTS:
             tape->unreadableTo = tape->unreadableFrom + 1;
         });
         row("former key", Failure::FormerKeyRemains, u"lock; "_s + password, [this] {
-            tape.emplace(root, CallFailure{3, EIO, 2, true});
+            tape.emplace(root, CallFailure{3, EIO, 2, CallFailure::Syncs});
         });
         row("taken place of a copy", Failure::WorkspaceUnavailable, u"-open a"_s,
             [this] { QVERIFY(QDir(vault().workspacePath()).mkdir(u"a"_s)); });

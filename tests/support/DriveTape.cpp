@@ -243,11 +243,11 @@ namespace {
 bool isTaped(int descriptor, DriveTape::Event &event)
 {
     std::array<char, PATH_MAX> path{};
-    struct stat status = {};
+    struct stat64 status = {};
     const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
     if (running == nullptr || ::readlink(link.constData(), path.data(), path.size()) < 0 ||
         ::strncmp(path.data(), running->folder.constData(), size_t(running->folder.size())) != 0 ||
-        ::fstat(descriptor, &status) != 0)
+        ::fstat64(descriptor, &status) != 0)
         return false;
     event.file = status.st_ino;
     if (S_ISDIR(status.st_mode))
@@ -263,10 +263,10 @@ bool isTaped(const char *path, DriveTape::Event &event)
 }
 
 /// Counts a call, and says whether it fails.
-bool fails(bool isSync, size_t *writeSize = nullptr)
+bool fails(CallFailure::Calls kind, size_t *writeSize = nullptr)
 {
     CallFailure &failure = running->failure;
-    if (failure.isOfSyncs && !isSync)
+    if (failure.counted != kind && (failure.counted != CallFailure::Changes || kind == CallFailure::Sizes))
         return false;
     const int call = ++running->calls;
     if (failure.call == 0 || call < failure.call || call >= failure.call + failure.times)
@@ -291,7 +291,7 @@ int taped(DriveTape::Event event, Where where, const Call &call)
         return call();
     const bool isSync =
         event.kind == Tape::Sync || event.kind == Tape::FailedSync || event.kind == Tape::SyncNames;
-    const bool isFailing = fails(isSync);
+    const bool isFailing = fails(isSync ? CallFailure::Syncs : CallFailure::Changes);
     const int result = isFailing && !running->failure.isDone ? -1 : call();
     if (result < 0 && event.kind == Tape::Sync)
         event.kind = Tape::FailedSync;
@@ -300,6 +300,12 @@ int taped(DriveTape::Event event, Where where, const Call &call)
     if ((result < 0) == (event.kind == Tape::FailedSync))
         running->events.append(event);
     return isFailing ? -1 : result;
+}
+
+bool hidesSize(int descriptor)
+{
+    DriveTape::Event event = {};
+    return isTaped(descriptor, event) && fails(CallFailure::Sizes);
 }
 
 } // namespace
@@ -339,7 +345,7 @@ ssize_t write(int descriptor, const void *bytes, size_t size)
     if (!isTaped(descriptor, event))
         return forward(descriptor, bytes, size);
     event.position = ::lseek64(descriptor, 0, SEEK_CUR);
-    const ssize_t written = fails(false, &size) ? -1 : forward(descriptor, bytes, size);
+    const ssize_t written = fails(CallFailure::Changes, &size) ? -1 : forward(descriptor, bytes, size);
     if (written > 0) {
         event.bytes = QByteArray(static_cast<const char *>(bytes), written);
         if (event.position <= running->unreadableFrom && event.position + written >= running->unreadableTo)
@@ -353,6 +359,18 @@ int ftruncate64(int descriptor, off64_t size) noexcept
 {
     static const auto forward = FORWARD(ftruncate64);
     return taped({DriveTape::Resize, 0, size}, descriptor, [&] { return forward(descriptor, size); });
+}
+
+int fstat(int descriptor, struct stat *status) noexcept
+{
+    static const auto forward = FORWARD(fstat);
+    return hidesSize(descriptor) ? -1 : forward(descriptor, status);
+}
+
+int statx(int descriptor, const char *path, int flags, unsigned int mask, struct statx *status) noexcept
+{
+    static const auto forward = FORWARD(statx);
+    return hidesSize(descriptor) ? -1 : forward(descriptor, path, flags, mask, status);
 }
 
 int unlink(const char *path) noexcept

@@ -39,11 +39,12 @@ void putFiles(const QString &folder, const DriveFiles &files);
 struct CallFailure
 {
     static constexpr int forEver = 1000000;
+    enum Calls { Changes, Syncs, Sizes }; ///< Of open files, sizes are asked for.
     int call = 0;
     int error = 0;
     int times = 1;
-    bool isOfSyncs = false; ///< Only waits for the drive are counted, and fail.
-    bool isDone = false;    ///< What changes names or sizes is done all the same.
+    Calls counted = Changes; ///< And failing: all that change something, or only these.
+    bool isDone = false;     ///< What changes names or sizes is done all the same.
 };
 
 class DriveTape

@@ -225,6 +225,12 @@ class Desktop:
     def key(self, *keys):
         self._xdotool("key", "--clearmodifiers", *(FUNCTION_KEYS.get(key, key) for key in keys))
 
+    def hold(self, key, seconds):
+        """Long enough for the X server to repeat it."""
+        self._xdotool("keydown", key)
+        time.sleep(seconds)
+        self._xdotool("keyup", key)
+
     def press_caps_lock(self):
         """With its modifiers cleared, the key would clear itself."""
         self._xdotool("key", "Caps_Lock")

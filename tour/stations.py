@@ -245,9 +245,11 @@ class Tour:
         require(content == self.files[REPORT], repr(self.files[REPORT]), repr(content))
 
     def open_and_edit(self):
-        self.desktop.click(self.cell("relatório.odt"), times=2)
+        self.desktop.click(self.cell("relatório.odt"))
+        self.desktop.hold("Return", 1.5)
         self.status("Arquivo aberto para edição.")
         address = until("an opened file", lambda: self.desktop.opened.exists() and self.desktop.opened.read_text())
+        require(address.count("\n") == 1, "one opening", address)
         copy = self.copy = Path(unquote(urlparse(address.strip()).path))
         require(self.desktop.temporary in copy.parents and copy.read_bytes() == self.files[REPORT],
                 "a decrypted copy below the temporary directory", copy)

@@ -21,13 +21,20 @@ void TableKeys::listenTo(QWidget *widget)
 
 bool TableKeys::eventFilter(QObject *, QEvent *event)
 {
-    if (event->type() == QEvent::KeyRelease) {
-        const auto &release = *static_cast<QKeyEvent *>(event);
-        releasedKey = release.key();
-        releasedAtMs = release.timestamp();
+    switch (event->type()) {
+    case QEvent::KeyRelease:
+        releasedKey = static_cast<QKeyEvent *>(event)->key();
+        releasedAtMs = static_cast<QKeyEvent *>(event)->timestamp();
+        return false;
+    case QEvent::ShortcutOverride:
+        // What is accepted here starts no action.
+        event->setAccepted(isRepeated(*static_cast<QKeyEvent *>(event)));
+        return event->isAccepted();
+    case QEvent::KeyPress:
+        return !guard.isRunning() && browser->isUnlocked() && take(*static_cast<QKeyEvent *>(event));
+    default:
+        return false;
     }
-    return event->type() == QEvent::KeyPress && !guard.isRunning() && browser->isUnlocked() &&
-           take(*static_cast<QKeyEvent *>(event));
 }
 
 /// An X server repeats a key as releases and presses in pairs, of one instant each; Qt takes the press for a

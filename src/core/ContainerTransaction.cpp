@@ -234,7 +234,16 @@ std::optional<qint64> ContainerTransaction::padAppended()
 bool ContainerTransaction::writeRecord(const QByteArray &record, const RecordPlace &place)
 {
     const qint64 begin = firstPageOf(place);
-    return writeAt(begin, QByteArray(place.offset - begin, '\0') + record);
+    return writeAt(begin, QByteArray(place.offset - begin, '\0') + record) &&
+           (place.isInTail() || clearTrailerInTail());
+}
+
+/// A record in the tail would be found before the one behind the blocks. The drive may hold a former one
+/// where the kernel's cache shows zeros.
+bool ContainerTransaction::clearTrailerInTail()
+{
+    constexpr qint64 lastPage = headerAreaSize - HeaderArea::pageSize;
+    return inForce->pages().end > lastPage || writeAt(lastPage, QByteArray(HeaderArea::pageSize, '\0'));
 }
 
 bool ContainerTransaction::sync()

@@ -86,6 +86,7 @@ private:
     // The steps of a commit.
     [[nodiscard]] std::optional<qint64> padAppended();
     [[nodiscard]] bool writeRecord(const QByteArray &record, const RecordPlace &place);
+    [[nodiscard]] bool clearTrailerInTail();
     [[nodiscard]] bool sync();
     [[nodiscard]] bool writeHeader(const HeaderArea &former, const HeaderArea &next);
     [[nodiscard]] bool clearRecord(const RecordPlace &place);

@@ -210,7 +210,7 @@ private:
             choose("rename", size);
             record();
             operation = name;
-            before = tornHeader();
+            before = tornHeader(*whole);
         } else if (name != "create") {
             before = driveWithHeader(headerSize - (name == "rename" ? 0 : mostGrowth));
         }
@@ -250,11 +250,20 @@ private:
         whole->stop();
     }
 
-    /// With the first sector of the recorded header.
-    DriveFiles tornHeader() const
+    static qsizetype headerWriteOf(const DriveTape &tape)
     {
-        DriveFiles torn = whole->cutAfter(2, DriveTape::Nothing);
-        torn.first().sectors.first() = whole->cutAfter(3, DriveTape::Nothing).first().sectors.first();
+        qsizetype at = tape.events.size() - 1;
+        while (tape.events.at(at).kind != DriveTape::Write || tape.events.at(at).position > 0)
+            --at;
+        return at;
+    }
+
+    /// With the first sector of the last header, before which this is lost.
+    static DriveFiles tornHeader(const DriveTape &tape, DriveTape::Loss loss = DriveTape::Nothing)
+    {
+        const qsizetype at = headerWriteOf(tape);
+        DriveFiles torn = tape.cutAfter(at, loss);
+        torn.first().sectors.first() = tape.cutAfter(at + 1, DriveTape::Nothing).first().sectors.first();
         return torn;
     }
 
@@ -451,8 +460,8 @@ private Q_SLOTS:
                                          {"password", "more"}}) {
             choose(name, size);
             record();
-            const DriveTape::Event header = whole->events.at(2);
-            putFiles(drive.path(), tornHeader());
+            const DriveTape::Event header = whole->events.at(headerWriteOf(*whole));
+            putFiles(drive.path(), tornHeader(*whole));
             Session second;
             DriveTape damaged(drive.path());
             damaged.unreadableFrom = header.position;
@@ -463,7 +472,7 @@ private Q_SLOTS:
             QCOMPARE(damaged.events.first().position, header.position);
             QCOMPARE(damaged.events.first().bytes.size(), header.bytes.size());
             QCOMPARE(stateOfDrive(), states.first());
-            DriveFiles erased = tornHeader(); // As flash is.
+            DriveFiles erased = tornHeader(*whole); // As flash is.
             erased.first().put(0, QByteArray(FileImage::sectorSize, '\xff'));
             QCOMPARE(stateOfCopy(erased), states.first());
         }
@@ -507,6 +516,23 @@ private Q_SLOTS:
                 QCOMPARE(stateOfDrive(), stateOfCopy(before) + "\nnew password");
             }
         }
+    }
+
+    /// The drive never took the zeros over it, and told so to a change that failed. The next record lay
+    /// behind.
+    void aRecordThatWasClearedInMemoryAloneUndoesNothing()
+    {
+        choose("rename", "half");
+        Session session;
+        QVERIFY(begin(session));
+        const QString folder = session.vault.fileIndex().directories().first().path;
+        DriveTape tape(drive.path(), {3, EIO, 1, CallFailure::Syncs});
+        QVERIFY(session.vault.renameDirectory(folder, folder + QString(400'000, u'x')));
+        const QByteArray grown = contentsOf(session.vault);
+        QVERIFY(!session.vault.deleteFile(u"old.bin"_s));
+        QVERIFY(session.vault.deleteFile(u"old.bin"_s));
+        tape.stop();
+        QCOMPARE(stateOfCopy(tornHeader(tape, DriveTape::Everything)), grown);
     }
 
     /// The ends of such a header, nonce and tag of its index, are those that the session knows.

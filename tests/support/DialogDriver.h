@@ -149,7 +149,8 @@ private:
     }
 
     QTimer timer;
-    const QDeadlineTimer deadline{20000};
+    /// Who gives a test more time, for an emulated processor, gives its dialogs more.
+    const QDeadlineTimer deadline{std::max(20000, qEnvironmentVariableIntValue("QTEST_FUNCTION_TIMEOUT"))};
     bool answering = false;      ///< An answer is on its way.
     QWidget *answered = nullptr; ///< Whose answer runs just now, maybe with dialogs above it.
 };

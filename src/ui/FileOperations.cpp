@@ -16,6 +16,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QInputDialog>
+#include <QLabel>
 #include <QLineEdit>
 
 namespace Tessarin::UI {
@@ -210,7 +211,11 @@ FileOperations::NewName FileOperations::askForName(const QString &title, const Q
 {
     QInputDialog dialog(parent);
     dialog.setWindowTitle(title);
-    dialog.setLabelText(prompt);
+    // In the field, marks that change the direction of reading do their work; here they are seen.
+    const bool isMisleading = shownName(formerName).contains(QLatin1StringView("[U+"));
+    dialog.setLabelText(isMisleading ? tr("Nome atual: %1").arg(shownName(formerName)) + u'\n' + prompt
+                                     : prompt);
+    dialog.findChild<QLabel *>()->setTextFormat(Qt::PlainText);
     dialog.setTextValue(formerName);
     dialog.resize(360, dialog.sizeHint().height()); // by itself it is too narrow for its title
     // The dialog selects all of it when it shows. What ends in a suffix is nearly always to keep it.

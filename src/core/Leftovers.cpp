@@ -87,8 +87,9 @@ public:
         // On FAT, two names that were about to be exchanged may lead to one file.
         if (!takeFromBudget(beginningSize) || beginningOf(file) == beginningOf(vault.container))
             return false;
+        // Until the drive has the container under its name, that name may lead to the leftover there.
         if (file.size() <= ContainerFormat::blockAreaOffset)
-            return true;
+            return isOnDrive();
         // Of a creation that failed and could not put the former container back: as long as nothing is in the
         // new one, its user may want that.
         return !vault.index.entries().isEmpty() && isVaultWhole();

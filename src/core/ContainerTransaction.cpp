@@ -17,6 +17,8 @@ using namespace ContainerFormat;
 namespace {
 
 constexpr qint64 chunkSize = 64 * 1024;
+/// Of a file whose size the system does not tell: nothing lies beyond it, so nothing is cut off.
+constexpr qint64 unknownSize = std::numeric_limits<qint64>::max();
 
 bool isZero(QByteArrayView bytes)
 {
@@ -225,7 +227,7 @@ bool ContainerTransaction::settleAll(const std::function<bool(const UndoRecord &
 std::optional<qint64> ContainerTransaction::padAppended()
 {
     const std::optional<qint64> end = sizeOf(container);
-    if (!note(end.has_value()) || *end <= committedSize)
+    if (!note(end.has_value()) || (*end <= committedSize && committedSize != unknownSize))
         return end;
     const qint64 size = pageBorderFrom(*end);
     return writeAt(*end, QByteArray(size - *end, '\0')) ? std::optional(size) : std::nullopt;
@@ -342,7 +344,7 @@ void ContainerTransaction::putInForce(HeaderArea area, const QByteArray &hash)
 
 void ContainerTransaction::markCommitted()
 {
-    committedSize = sizeOf(container).value_or(std::numeric_limits<qint64>::max());
+    committedSize = sizeOf(container).value_or(unknownSize);
     writeback = Writeback(committedSize);
 }
 

@@ -1,9 +1,8 @@
-// The primitives against published vectors and against another implementation of Argon2.
+// The primitives against vectors: published ones, and one of another implementation of Argon2.
 #include "core/AuthManager.h"
 #include "core/CryptoManager.h"
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QTest>
 
 using namespace Tessarin::Core;
@@ -29,24 +28,18 @@ private:
         "97637da9768812f615c68b13b52ec0875924c1c7987947deafd8780acf49");
 
 private Q_SLOTS:
-    void sealingFollowsTheDraftAndOpensAgain()
+    void sealingFollowsTheDraftAndOnlyThatOpens()
     {
         QCOMPARE(crypto.encrypt(plaintext, key, nonce, associatedData), ciphertext);
         QCOMPARE(crypto.decrypt(ciphertext, key, nonce, associatedData), plaintext);
+        QCOMPARE(crypto.decrypt(ciphertext, key, nonce, {}), QByteArray());
         const QByteArray tag = crypto.encrypt({}, key, nonce, {});
         QCOMPARE(tag.size(), 16);
         QVERIFY(crypto.decryptInto(nullptr, tag, key, nonce, {}));
-    }
-
-    void everyFlippedBitIsNoticed()
-    {
-        QByteArrayList parts{ciphertext, key, nonce, associatedData};
-        for (QByteArray &part : parts) {
-            for (qsizetype bit = 0; bit < part.size() * 8; ++bit) {
-                const char former = std::exchange(part[bit / 8], char(part[bit / 8] ^ (1 << bit % 8)));
-                QCOMPARE(crypto.decrypt(parts[0], parts[1], parts[2], parts[3]), QByteArray());
-                part[bit / 8] = former;
-            }
+        for (qsizetype bit = 0; bit < ciphertext.size() * 8; ++bit) {
+            QByteArray flipped = ciphertext;
+            flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
+            QCOMPARE(crypto.decrypt(flipped, key, nonce, associatedData), QByteArray());
         }
     }
 
@@ -60,6 +53,7 @@ private Q_SLOTS:
             QCOMPARE(crypto.decrypt(ciphertext, badKey, badNonce, associatedData), QByteArray());
         }
         QCOMPARE(crypto.decrypt(ciphertext.left(15), key, nonce, associatedData), QByteArray());
+        QVERIFY(crypto.hmacSha256("Hi There", key.left(31)).isEmpty());
         QCOMPARE(crypto.generateSalt(0), QByteArray());
         QCOMPARE(crypto.generateSalt(1).size(), 1);
         QVERIFY(crypto.generateNonce(24) != crypto.generateNonce(24));
@@ -67,7 +61,6 @@ private Q_SLOTS:
         const QByteArray salt(16, 's');
         constexpr qint32 most = 1024 * 1024;
         const QList<KeyDerivationParams> bad{{argon, salt.left(15), 0, 64},
-                                             {argon, salt, 0, 0},
                                              {argon, salt, 0, 15},
                                              {{}, salt, 0, 64},
                                              {{}, {}, 1, 64},
@@ -80,38 +73,23 @@ private Q_SLOTS:
             QCOMPARE(crypto.deriveKey("password", {{}, salt, 1, length}).size(), length);
     }
 
-    void keyedHashFollowsTheRfcWithinItsFixedKeySize()
+    void hashesFollowTheirVectors()
     {
         // RFC 4231, case 1: HMAC pads a short key with zeros, so the padded one hashes alike.
-        const QByteArray first = QByteArray(20, '\x0b') + QByteArray(12, '\0');
-        QCOMPARE(crypto.hmacSha256("Hi There", first + "ignored").toHex(),
+        const QByteArray padded = QByteArray(20, '\x0b') + QByteArray(12, '\0');
+        QCOMPARE(crypto.hmacSha256("Hi There", padded + "ignored").toHex(),
                  "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
-        QVERIFY(crypto.hmacSha256("Hi There", first.left(31)).isEmpty());
-    }
-
-    void fallbackDerivationFollowsTheRfc()
-    {
         // RFC 7914, section 11
         QCOMPARE(crypto.deriveKey("passwd", {u"argon2id"_s, "salt", 1, 20}).toHex(),
                  "55ac046e56e3089fec1691c22544b605f9418521");
         QCOMPARE(crypto.deriveKey("Password", {u"PBKDF2"_s, "NaCl", 80000, 64}).toHex(),
                  "4ddcd8f60b98be21830cee5ef22701f9641a4418d04c0414aeff08876b34ab56"
                  "a1d425a1225833549adb841b51c9b3176a272bdebba1d078478f62b397f33c8d");
-    }
-
-    void argon2AgreesWithTheReferenceCommand()
-    {
-        const QByteArray salt = "0123456789abcdef";
-        // Not by QProcess, whose way of starting programs an emulated processor may lack.
-        FILE *reference =
-            ::popen("printf 'correct horse' | argon2 " + salt + " -id -t 3 -k 262144 -p 1 -l 64 -r", "r");
-        QFile output;
-        QVERIFY(output.open(reference, QIODevice::ReadOnly));
-        const QByteArray expected = QByteArray::fromHex(output.readAll().trimmed());
-        QCOMPARE(::pclose(reference), 0);
-        // The library reads so much of a salt and no more.
-        for (const QByteArray &usedSalt : {salt, salt + "more"})
-            QCOMPARE(crypto.deriveKey("correct horse", {u"Argon2id"_s, usedSalt, 0, 64}), expected);
+        // The answer of: argon2 0123456789abcdef -id -t 3 -k 262144 -p 1 -l 64 -r
+        for (const QByteArray &salt : {"0123456789abcdef"_ba, "0123456789abcdefmore"_ba})
+            QCOMPARE(crypto.deriveKey("correct horse", {u"Argon2id"_s, salt, 0, 64}).toHex(),
+                     "942dd1337896acec15e7223a2432ce1254ed095545b731e24dfa823db8506201"
+                     "9c7b1b2eae82c94c5c08f94884de12c651c1d14f6caecf9f41caae5b36564b7c");
     }
 
     void onlyThePasswordOfTheHashIsLetIn()
@@ -124,9 +102,6 @@ private Q_SLOTS:
         QVERIFY(!auth.authenticate("wrong horse", hash, params));
         QVERIFY(!auth.authenticate({}, QCryptographicHash::hash({}, sha256), params));
         QVERIFY(!auth.authenticate("correct horse", hash, {{}, "another salt", 1, 64}));
-        for (const QByteArray &other :
-             {QByteArray(), QByteArray(32, 'x'), hash.left(31), hash + 'x', hash.toHex()})
-            QVERIFY(!auth.authenticate("correct horse", other, params));
     }
 
     void comparisonLooksAtLengthAndEveryByte()

@@ -2,7 +2,6 @@
 #include "core/ContainerManager.h"
 #include "support/VaultFixture.h"
 
-#include <QJsonObject>
 #include <QTest>
 
 using namespace Tessarin::Core;
@@ -17,7 +16,12 @@ private:
     const ContainerManager containers{};
     QTemporaryDir folder;
     const QString path = folder.filePath(u"tessarin.trvx"_s);
-    ContainerDocument sample;
+    const QByteArray header =
+        R"({"magic":"TRAVEX","formatVersion":3,"crypto":{"kdf":"Argon2id","cipher":"XChaCha20-Poly1305",)"
+        R"("kdfIterations":0,"salt":"MDEyMzQ1Njc4OWFiY2RlZg==","nonce":"bm5ubm5ubm5ubm5ubm5ubm5ubm5ubm5u",)"
+        R"("payloadNonce":"cHBwcHBwcHBwcHBwcHBwcHBwcHBwcHBw","authTag":"","encryptedMasterKey":"a2V5"},)"
+        R"("encryptedIndex":"aW5kZXg="})";
+    ContainerDocument sample; ///< What it says.
     ContainerDocument read;
 
     static QByteArray beginning(const QByteArray &header)
@@ -33,18 +37,7 @@ private:
     }
 
 private Q_SLOTS:
-    void init()
-    {
-        sample = {};
-        sample.crypto.kdf = u"Argon2id"_s;
-        sample.crypto.cipher = u"XChaCha20-Poly1305"_s;
-        sample.crypto.kdfIterations = 0;
-        sample.crypto.salt = "0123456789abcdef";
-        sample.crypto.nonce = QByteArray(24, 'n');
-        sample.crypto.payloadNonce = QByteArray(24, 'p');
-        sample.crypto.encryptedMasterKey = "key";
-        sample.encryptedIndex = "index";
-    }
+    void init() { QVERIFY(containers.parseHeader(header, &sample)); }
 
     void aDocumentIsWrittenByteByByteAndReadBack()
     {
@@ -54,11 +47,6 @@ private Q_SLOTS:
             return output.write("blocks") == 6;
         }));
         QCOMPARE(position, 8388636);
-        const QByteArray header =
-            R"({"magic":"TRAVEX","formatVersion":3,"crypto":{"kdf":"Argon2id","cipher":"XChaCha20-Poly1305",)"
-            R"("kdfIterations":0,"salt":"MDEyMzQ1Njc4OWFiY2RlZg==","nonce":"bm5ubm5ubm5ubm5ubm5ubm5ubm5ubm5u",)"
-            R"("payloadNonce":"cHBwcHBwcHBwcHBwcHBwcHBwcHBwcHBw","authTag":"","encryptedMasterKey":"a2V5"},)"
-            R"("encryptedIndex":"aW5kZXg="})";
         const QByteArray whole = beginning(header) + QByteArray(8388608 - header.size(), '\0') + "blocks";
         QVERIFY(readFile(path) == whole);
         QVERIFY(containers.readContainer(path) == whole);
@@ -66,9 +54,6 @@ private Q_SLOTS:
         QCOMPARE(containers.buildHeader(read), header);
 
         QVERIFY(!containers.writeDocument(path, sample, [](QIODevice &) { return false; }));
-        read.encryptedIndex = QByteArray(5000, 'i');
-        QVERIFY(containers.updateDocumentHeader(path, read));
-        QVERIFY(readFile(path) != whole);
         QVERIFY(containers.updateDocumentHeader(path, sample));
         QVERIFY(readFile(path) == whole);
         QVERIFY(containers.writeContainer(path, "former"));
@@ -94,13 +79,9 @@ private Q_SLOTS:
 
     void theHeaderFillsItsAreaExactlyOrIsRefused()
     {
-        sample.crypto.kdf.clear();
-        sample.encryptedIndex.clear();
-        const qsizetype room = 8388608 - containers.buildHeader(sample).size();
-        sample.crypto.kdf = QString(room, u'k');
+        sample.crypto.kdf += QString(8388608 - header.size(), u'k');
         QVERIFY(containers.writeDocument(path, sample));
         QVERIFY(containers.readDocument(path, &read));
-        QCOMPARE(QFileInfo(path).size(), 8388636);
         const QByteArray full = readFile(path);
         QVERIFY(containers.updateDocumentHeader(path, sample));
 
@@ -112,7 +93,6 @@ private Q_SLOTS:
 
     void damagedAndHostileContainersAreRefused()
     {
-        const QByteArray header = containers.buildHeader(sample);
         const QByteArray good = beginning(header);
         QVERIFY(reads(good));
         QByteArrayList bad{QByteArray(good).replace("TRAVEX3", "TRAVEX2"),
@@ -163,10 +143,10 @@ private Q_SLOTS:
               R"("fileIndex":{"files":[)" + QByteArray("{},").repeated(2600000) + "{}]}}",
               R"("fileIndex":{"x":[)" + nested.repeated(4600) + "1]}}",
               R"("encryptedIndex":"é)" + QByteArray("AAA\\/").repeated(1600000) + R"("})"}) {
-            const QByteArray header = R"({"magic":"TRAVEX","formatVersion":3,)" + rest;
+            const QByteArray costly = R"({"magic":"TRAVEX","formatVersion":3,)" + rest;
             writeFile(u"/proc/self/clear_refs"_s, "5"); // The peak begins anew.
             const qint64 idle = peak();
-            QVERIFY(containers.parseHeader(header, &read));
+            QVERIFY(containers.parseHeader(costly, &read));
             QVERIFY2(peak() - idle <= mostKiB, qPrintable(QString::number(peak() - idle)));
             QCOMPARE(read.fileIndex.directories().size(), rest.contains("path") ? 40000 : 0);
         }
@@ -176,10 +156,6 @@ private Q_SLOTS:
     {
         QVERIFY(containers.parseHeader(R"({"formatVersion":3,"magic":"TRAVEX"})", &read));
         QCOMPARE(read.crypto.kdfIterations, 250000);
-        QVERIFY(read.crypto.kdf.isEmpty());
-        QVERIFY(read.encryptedIndex.isEmpty());
-        QVERIFY(read.crypto.salt.isEmpty());
-
         const QByteArray legacy =
             R"({"magic":"TRAVEX","formatVersion":3,"encryptedPayload":"b2xk","filePayloads":{"a":"QQ==","b":"Qg=="},)"
             R"("fileIndex":{"files":[{"vaultPath":"x"}]}})";

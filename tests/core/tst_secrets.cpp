@@ -36,8 +36,7 @@ int runsInMemory(const QList<QByteArray> &keys)
             continue;
         QByteArray bytes(size, '\0');
         memory.seek(start);
-        if (memory.read(bytes.data(), size) < 1)
-            continue;
+        memory.read(bytes.data(), size);
         for (const QByteArray &key : keys) {
             for (qsizetype at = 0; at + 16 <= key.size(); at += 8) {
                 QByteArray run = masked(key.mid(at, 16));

@@ -8,7 +8,7 @@
 
 #include <QCoreApplication>
 
-#include <openssl/evp.h>
+#include <nettle/sha2.h>
 #include <sodium.h>
 
 #include <array>
@@ -75,16 +75,14 @@ void encryptBarely(const QString &sourcePath, const QString &targetPath)
     const Buffer stored = makeBuffer(blockSize + tagSize);
     const BareFile source(sourcePath, O_RDONLY);
     const BareFile target(targetPath, forNewFile);
-    const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> hash(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-    EVP_DigestInit_ex(hash.get(), EVP_sha256(), nullptr);
+    sha256_ctx hash;
+    sha256_init(&hash);
     while (const size_t count = source.read(plain.get(), blockSize)) {
-        EVP_DigestUpdate(hash.get(), plain.get(), count);
+        sha256_update(&hash, count, plain.get());
         crypto_aead_xchacha20poly1305_ietf_encrypt(stored.get(), nullptr, plain.get(), count, nullptr, 0,
                                                    nullptr, bareNonce, bareKey);
         target.write(stored.get(), count + tagSize);
     }
-    unsigned char digest[32];
-    EVP_DigestFinal_ex(hash.get(), digest, nullptr);
     target.sync();
 }
 

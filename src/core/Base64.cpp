@@ -1,26 +1,52 @@
-// OpenSSL's decoder takes a tenth of the time of Qt's, but bears nothing that is not plain Base64.
+// A table of all letters: Qt's decoder takes ten times as long, and each change of a large vault decodes its
+// index.
 #include "core/Base64.h"
 
-#include <openssl/evp.h>
+#include <array>
+#include <string_view>
 
 namespace Tessarin::Core {
 
+namespace {
+
+constexpr quint32 noDigit = 1 << 6;
+
+/// The six bits that a letter stands for, or noDigit.
+constexpr std::array<quint32, 256> digits = [] {
+    std::array<quint32, 256> table{};
+    table.fill(noDigit);
+    quint32 digit = 0;
+    for (const char letter :
+         std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"))
+        table[static_cast<uchar>(letter)] = digit++;
+    return table;
+}();
+
+} // namespace
+
 std::optional<QByteArray> decodeCanonicalBase64(QByteArrayView text)
 {
-    const qsizetype padding = text.count('=');
-    if (text.isEmpty() || text.size() % 4 != 0 || padding > 2)
+    if (text.isEmpty() || text.size() % 4 != 0)
         return {};
-    QByteArray bytes(text.size() / 4 * 3, Qt::Uninitialized);
-    const int size =
-        EVP_DecodeBlock(reinterpret_cast<unsigned char *>(bytes.data()),
-                        reinterpret_cast<const unsigned char *>(text.data()), static_cast<int>(text.size()));
-    // It is shorter where white space was skipped.
-    if (size != bytes.size())
+    // Only the last group can have padding, or bits that no byte holds.
+    const QByteArray end = QByteArray::fromBase64(text.last(4).toByteArray());
+    if (end.toBase64() != text.last(4))
         return {};
-    bytes.chop(padding);
-    // Padding belongs to the end, and only the last letters can stand for bits that no byte holds.
-    const bool isCanonical = bytes.last(3 - padding).toBase64() == text.last(4);
-    return isCanonical ? std::optional(bytes) : std::nullopt;
+
+    QByteArray bytes(text.size() / 4 * 3 - 3, Qt::Uninitialized);
+    quint32 seen = 0;
+    const auto *letters = reinterpret_cast<const uchar *>(text.data());
+    for (char *byte = bytes.data(); byte != bytes.constEnd(); byte += 3, letters += 4) {
+        const quint32 first = digits[letters[0]];
+        const quint32 second = digits[letters[1]];
+        const quint32 third = digits[letters[2]];
+        const quint32 fourth = digits[letters[3]];
+        seen |= first | second | third | fourth;
+        byte[0] = static_cast<char>(first << 2 | second >> 4);
+        byte[1] = static_cast<char>(second << 4 | third >> 2);
+        byte[2] = static_cast<char>(third << 6 | fourth);
+    }
+    return seen < noDigit ? std::optional(bytes + end) : std::nullopt;
 }
 
 QByteArray decodeBase64(QByteArrayView text)

@@ -66,7 +66,7 @@ bool ContainerTransaction::begin()
     const QByteArray hash = Sha256::of(area->header());
     putInForce(*std::move(area), hash);
     reason = Failure::None;
-    return !hash.isEmpty();
+    return true;
 }
 
 Failure ContainerTransaction::failure() const
@@ -125,7 +125,7 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
     if (forgetsKey) // The cache may show zeros over a former record that the drive has not taken.
         dropCachedPages(container);
     const std::optional<qint64> size = padAppended();
-    if (nextHash.isEmpty() || !size || (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset})))
+    if (!size || (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset})))
         return Outcome::RolledBack;
     const QByteArray record = undoRecordFor({former.header(), hashInForce}, {newHeader, nextHash});
     std::optional place = placeForRecord(record.size(), former.header(), newHeader, *size);

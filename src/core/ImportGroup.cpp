@@ -126,9 +126,7 @@ bool ImportGroup::append(QFile &source, VaultFileEntry &entry, const ProgressCal
         return fail(Failure::SourceUnreadable);
     entry.sha256 = hash.result();
     // A source that was cut short meanwhile is not what the user chose.
-    if (doneBytes < entry.sizeBytes)
-        return fail(Failure::SourceChanged);
-    return !entry.sha256.isEmpty() || fail(Failure::Other);
+    return doneBytes >= entry.sizeBytes || fail(Failure::SourceChanged);
 }
 
 bool ImportGroup::isDue() const

@@ -1,30 +1,37 @@
-// The digest behind OpenSSL's EVP interface.
+// The digest of Nettle, whose version 4 no longer asks for a size.
 #include "core/Sha256.h"
 
-#include <openssl/evp.h>
+#include <nettle/version.h>
+#include <sodium.h>
 
 namespace Tessarin::Core {
 
-Sha256::Sha256() : context(EVP_MD_CTX_new())
+Sha256::Sha256()
 {
-    // Fails when memory is out, and where the library's configuration offers no SHA-256.
-    isSound = context && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
+    sha256_init(&context);
 }
 
-Sha256::~Sha256() = default;
+Sha256::~Sha256()
+{
+    sodium_memzero(&context, sizeof(context));
+}
 
 void Sha256::add(QByteArrayView bytes)
 {
-    isSound =
-        isSound && EVP_DigestUpdate(context.get(), bytes.data(), static_cast<size_t>(bytes.size())) == 1;
+    sha256_update(&context, static_cast<size_t>(bytes.size()),
+                  reinterpret_cast<const uint8_t *>(bytes.data()));
 }
 
 QByteArray Sha256::result()
 {
     QByteArray digest(sizeBytes, '\0');
-    auto *bytes = reinterpret_cast<unsigned char *>(digest.data());
-    isSound = isSound && EVP_DigestFinal_ex(context.get(), bytes, nullptr) == 1;
-    return isSound ? digest : QByteArray();
+    auto *bytes = reinterpret_cast<uint8_t *>(digest.data());
+#if NETTLE_VERSION_MAJOR < 4
+    sha256_digest(&context, sizeBytes, bytes);
+#else
+    sha256_digest(&context, bytes);
+#endif
+    return digest;
 }
 
 QByteArray Sha256::of(QByteArrayView bytes)
@@ -32,11 +39,6 @@ QByteArray Sha256::of(QByteArrayView bytes)
     Sha256 hash;
     hash.add(bytes);
     return hash.result();
-}
-
-void Sha256::ContextDeleter::operator()(evp_md_ctx_st *released) const
-{
-    EVP_MD_CTX_free(released);
 }
 
 } // namespace Tessarin::Core

@@ -5,11 +5,10 @@
 #include <QDir>
 #include <QRandomGenerator>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdarg>
+#include <filesystem>
+#include <optional>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -148,18 +147,17 @@ void putFiles(const QString &folder, const DriveFiles &files)
 {
     for (const QString &name : QDir(folder).entryList(QDir::Files))
         QFile::remove(folder + u'/' + name);
-    for (auto file = files.cbegin(); file != files.cend(); ++file)
-        file->write(folder + u'/' + file.key());
+    for (const auto &[name, image] : files.asKeyValueRange())
+        image.write(folder + u'/' + name);
 }
 
 DriveTape::DriveTape(const QString &folderPath, const CallFailure &planned)
     : failure(planned), folder(QFile::encodeName(QDir(folderPath).canonicalPath()))
 {
-    const DriveFiles files = filesIn(folderPath);
-    for (auto file = files.cbegin(); file != files.cend(); ++file) {
-        const QByteArray name = QFile::encodeName(file.key());
+    for (const auto &[file, image] : filesIn(folderPath).asKeyValueRange()) {
+        const QByteArray name = QFile::encodeName(file);
         startNames[name] = inodeOf(folder + '/' + name);
-        startContents[startNames[name]] = *file;
+        startContents[startNames[name]] = image;
     }
     running = this;
 }
@@ -171,8 +169,8 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
         return loss == AnySectors ? random.bounded(2) == 0 : loss != Everything;
     };
     QMap<ino_t, DriveFile> files;
-    for (auto start = startContents.cbegin(); start != startContents.cend(); ++start)
-        files[start.key()] = {*start, *start, {}};
+    for (const auto &[file, image] : startContents.asKeyValueRange())
+        files[file] = {image, image, {}};
     QMap<QByteArray, ino_t> namesInMemory = startNames;
     QMap<QByteArray, ino_t> names = startNames;
     QMap<ino_t, Kind> moved;   // What no sync of the file itself has completed.
@@ -239,27 +237,26 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
 
 namespace {
 
-/// Fills in the file of an event, and says whether it is to do with the folder of a tape that runs.
-bool isTaped(int descriptor, DriveTape::Event &event)
+/// The event with its file; none unless a tape runs and the file is to do with its folder.
+std::optional<DriveTape::Event> tapedAt(int descriptor, DriveTape::Event event = {})
 {
-    std::array<char, PATH_MAX> path{};
     struct stat64 status = {};
-    const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
-    if (running == nullptr || ::readlink(link.constData(), path.data(), path.size()) < 0 ||
-        ::strncmp(path.data(), running->folder.constData(), size_t(running->folder.size())) != 0 ||
-        ::fstat64(descriptor, &status) != 0)
-        return false;
+    std::error_code error;
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    if (running == nullptr || ::fstat64(descriptor, &status) != 0 ||
+        !std::filesystem::read_symlink(link, error).string().starts_with(running->folder.toStdString()))
+        return std::nullopt;
     event.file = status.st_ino;
-    if (S_ISDIR(status.st_mode))
-        event.kind = DriveTape::SyncNames;
-    return true;
+    event.kind = S_ISDIR(status.st_mode) ? DriveTape::SyncNames : event.kind;
+    return event;
 }
 
-bool isTaped(const char *path, DriveTape::Event &event)
+std::optional<DriveTape::Event> tapedAt(const char *path, DriveTape::Event event)
 {
     event.bytes = nameOf(path);
     event.file = inodeOf(path);
-    return running != nullptr && QByteArrayView(path).startsWith(running->folder + '/');
+    const bool isTaped = running != nullptr && QByteArrayView(path).startsWith(running->folder + '/');
+    return isTaped ? std::optional(event) : std::nullopt;
 }
 
 /// Counts a call, and says whether it fails.
@@ -284,28 +281,27 @@ bool fails(CallFailure::Calls kind, size_t *writeSize = nullptr)
 
 /// Makes a call on a path or a descriptor, unless it is to fail, and records what it did.
 template <typename Where, typename Call>
-int taped(DriveTape::Event event, Where where, const Call &call)
+int taped(const DriveTape::Event &planned, Where where, const Call &call)
 {
     using Tape = DriveTape;
-    if (!isTaped(where, event))
+    std::optional event = tapedAt(where, planned);
+    if (!event)
         return call();
-    const bool isSync =
-        event.kind == Tape::Sync || event.kind == Tape::FailedSync || event.kind == Tape::SyncNames;
+    const bool isSync = QList{Tape::Sync, Tape::FailedSync, Tape::SyncNames}.contains(event->kind);
     const bool isFailing = fails(isSync ? CallFailure::Syncs : CallFailure::Changes);
     const int result = isFailing && !running->failure.isDone ? -1 : call();
-    if (result < 0 && event.kind == Tape::Sync)
-        event.kind = Tape::FailedSync;
-    if (result >= 0 && event.kind == Tape::Create) // Its file is there only now.
-        static_cast<void>(isTaped(result, event));
-    if ((result < 0) == (event.kind == Tape::FailedSync))
-        running->events.append(event);
+    if (result < 0 && event->kind == Tape::Sync)
+        event->kind = Tape::FailedSync;
+    if (result >= 0 && event->kind == Tape::Create) // Its file is there only now.
+        event = tapedAt(result, *event);
+    if ((result < 0) == (event->kind == Tape::FailedSync))
+        running->events.append(*event);
     return isFailing ? -1 : result;
 }
 
 bool hidesSize(int descriptor)
 {
-    DriveTape::Event event = {};
-    return isTaped(descriptor, event) && fails(CallFailure::Sizes);
+    return tapedAt(descriptor) && fails(CallFailure::Sizes);
 }
 
 } // namespace
@@ -322,7 +318,6 @@ using namespace Tessarin::Tests;
 
 int open64(const char *path, int flags, ...)
 {
-    static const auto forward = FORWARD(open64);
     va_list rest;
     va_start(rest, flags);
     const bool isUnnamed = (flags & O_TMPFILE) == O_TMPFILE;
@@ -333,89 +328,79 @@ int open64(const char *path, int flags, ...)
         errno = EOPNOTSUPP;
         return -1;
     }
-    const auto call = [&] { return forward(path, flags, mode); };
+    const auto call = [&] { return FORWARD(open64)(path, flags, mode); };
     const bool isNew = (flags & O_CREAT) != 0 && inodeOf(path) == 0;
     return isNew ? taped({DriveTape::Create}, path, call) : call();
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t size)
 {
-    static const auto forward = FORWARD(write);
-    DriveTape::Event event = {};
-    if (!isTaped(descriptor, event))
-        return forward(descriptor, bytes, size);
-    event.position = ::lseek64(descriptor, 0, SEEK_CUR);
-    const ssize_t written = fails(CallFailure::Changes, &size) ? -1 : forward(descriptor, bytes, size);
-    if (written > 0) {
-        event.bytes = QByteArray(static_cast<const char *>(bytes), written);
-        if (event.position <= running->unreadableFrom && event.position + written >= running->unreadableTo)
+    std::optional event = tapedAt(descriptor);
+    if (event && fails(CallFailure::Changes, &size))
+        return -1;
+    const qint64 position = event ? ::lseek64(descriptor, 0, SEEK_CUR) : 0;
+    const ssize_t written = FORWARD(write)(descriptor, bytes, size);
+    if (event && written > 0) {
+        event->position = position;
+        event->bytes = QByteArray(static_cast<const char *>(bytes), written);
+        if (position <= running->unreadableFrom && position + written >= running->unreadableTo)
             running->unreadableFrom = running->unreadableTo = 0;
-        running->events.append(event);
+        running->events.append(*event);
     }
     return written;
 }
 
 int ftruncate64(int descriptor, off64_t size) noexcept
 {
-    static const auto forward = FORWARD(ftruncate64);
-    return taped({DriveTape::Resize, 0, size}, descriptor, [&] { return forward(descriptor, size); });
+    return taped({DriveTape::Resize, 0, size}, descriptor,
+                 [&] { return FORWARD(ftruncate64)(descriptor, size); });
 }
 
 int fstat(int descriptor, struct stat *status) noexcept
 {
-    static const auto forward = FORWARD(fstat);
-    return hidesSize(descriptor) ? -1 : forward(descriptor, status);
+    return hidesSize(descriptor) ? -1 : FORWARD(fstat)(descriptor, status);
 }
 
 int statx(int descriptor, const char *path, int flags, unsigned int mask, struct statx *status) noexcept
 {
-    static const auto forward = FORWARD(statx);
-    return hidesSize(descriptor) ? -1 : forward(descriptor, path, flags, mask, status);
+    return hidesSize(descriptor) ? -1 : FORWARD(statx)(descriptor, path, flags, mask, status);
 }
 
 int unlink(const char *path) noexcept
 {
-    static const auto forward = FORWARD(unlink);
-    return taped({DriveTape::Remove}, path, [&] { return forward(path); });
+    return taped({DriveTape::Remove}, path, [&] { return FORWARD(unlink)(path); });
 }
 
 int rename(const char *path, const char *newPath) noexcept
 {
-    static const auto forward = FORWARD(rename);
     return taped({DriveTape::Rename, 0, 0, {}, nameOf(newPath)}, path,
-                 [&] { return forward(path, newPath); });
+                 [&] { return FORWARD(rename)(path, newPath); });
 }
 
 int renameat2(int folder, const char *path, int newFolder, const char *newPath, unsigned int flags) noexcept
 {
-    static const auto forward = FORWARD(renameat2);
     const auto kind = flags == RENAME_EXCHANGE ? DriveTape::Exchange : DriveTape::Rename;
     return taped({kind, 0, 0, {}, nameOf(newPath)}, path,
-                 [&] { return forward(folder, path, newFolder, newPath, flags); });
+                 [&] { return FORWARD(renameat2)(folder, path, newFolder, newPath, flags); });
 }
 
 int flock(int descriptor, int operation) noexcept
 {
-    static const auto forward = FORWARD(flock);
-    DriveTape::Event event = {};
-    if (!isTaped(descriptor, event) || running->hasLocks)
-        return forward(descriptor, operation);
+    if (!tapedAt(descriptor) || running->hasLocks)
+        return FORWARD(flock)(descriptor, operation);
     errno = ENOLCK;
     return -1;
 }
 
 ssize_t read(int descriptor, void *bytes, size_t size)
 {
-    static const auto forward = FORWARD(read);
-    DriveTape::Event event = {};
-    if (!isTaped(descriptor, event))
-        return forward(descriptor, bytes, size);
     const qint64 from = ::lseek64(descriptor, 0, SEEK_CUR);
-    const qint64 readable = running->unreadableFrom - from;
-    if (from >= running->unreadableTo || readable >= qint64(size))
-        return forward(descriptor, bytes, size);
+    const bool isWhole = !tapedAt(descriptor) || from >= running->unreadableTo ||
+                         from + qint64(size) <= running->unreadableFrom;
+    if (isWhole || from < running->unreadableFrom)
+        return FORWARD(read)(descriptor, bytes, isWhole ? size : size_t(running->unreadableFrom - from));
     errno = EIO;
-    return readable <= 0 ? -1 : forward(descriptor, bytes, size_t(readable));
+    return -1;
 }
 
 /// Waits for no real drive: the tape decides what has reached it.

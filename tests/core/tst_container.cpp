@@ -41,12 +41,8 @@ private Q_SLOTS:
 
     void aDocumentIsWrittenByteByByteAndReadBack()
     {
-        qint64 position = 0;
-        QVERIFY(containers.writeDocument(path, sample, [&](QIODevice &output) {
-            position = output.pos();
-            return output.write("blocks") == 6;
-        }));
-        QCOMPARE(position, 8388636);
+        QVERIFY(containers.writeDocument(path, sample,
+                                         [](QIODevice &output) { return output.write("blocks") == 6; }));
         const QByteArray whole = beginning(header) + QByteArray(8388608 - header.size(), '\0') + "blocks";
         QVERIFY(readFile(path) == whole);
         QVERIFY(containers.readContainer(path) == whole);

@@ -142,28 +142,22 @@ private Q_SLOTS:
     /// Those that were ignored, as nohup does, stay so; afterwards all is as it was before.
     void signalsThatAskToEndAreHeard()
     {
-        const auto handler = [](int number) {
-            struct sigaction action = {};
-            ::sigaction(number, nullptr, &action);
-            return action.sa_handler;
-        };
         const QDir openFiles(u"/proc/self/fd"_s);
-        ::signal(SIGHUP, SIG_IGN);
+        std::signal(SIGHUP, SIG_IGN);
         const auto formerFiles = openFiles.count();
         {
             const Tessarin::Platform::TerminationSignals termination;
             QSignalSpy heard(&termination, &Tessarin::Platform::TerminationSignals::requested);
-            QVERIFY(handler(SIGHUP) == SIG_IGN);
+            QVERIFY(std::signal(SIGHUP, SIG_IGN) == SIG_IGN);
             for (const int number : {SIGTERM, SIGINT}) {
                 std::raise(number);
                 QVERIFY(heard.wait());
-                QCOMPARE(heard.takeFirst().size(), 0);
                 QVERIFY(!heard.wait(10));
             }
         }
         for (const int number : {SIGTERM, SIGINT})
-            QVERIFY(handler(number) == SIG_DFL);
-        QVERIFY(handler(SIGHUP) == SIG_IGN);
+            QVERIFY(std::signal(number, SIG_DFL) == SIG_DFL);
+        QVERIFY(std::signal(SIGHUP, SIG_DFL) == SIG_IGN);
         QCOMPARE(QDir(openFiles).count(), formerFiles);
     }
 };

@@ -13,11 +13,11 @@
 #include <QMessageBox>
 #include <QProgressDialog>
 #include <QPushButton>
-#include <QScopedValueRollback>
 #include <QTest>
 #include <QTimer>
 
 #include <functional>
+#include <utility>
 
 namespace Tessarin::Tests {
 
@@ -91,7 +91,7 @@ private:
             for (QWidget *window : QApplication::topLevelWidgets())
                 window->activateWindow();
         }
-        if (!shown || shown == answered || answering)
+        if (!shown || shown == answered)
             return;
         const QString description = describe(*shown);
         const bool isExpected = !steps.isEmpty() && description.startsWith(steps.first().beginning);
@@ -106,16 +106,14 @@ private:
             shown->close();
             return;
         }
-        // Out of the timer's own slot: the answer may open the next dialog, and the timer must go on.
-        answering = true;
         seen += description + (steps.first().answer.isEmpty() ? QString() : u" <- "_s + steps.first().answer);
-        const auto reply = [this, shown, step = steps.takeFirst()] {
-            answering = false;
-            const QScopedValueRollback<QWidget *> guard(answered, shown);
+        // Out of the timer's own slot: the answer may open the next dialog, and the timer must go on.
+        const auto reply = [this, shown, step = steps.takeFirst(), below = std::exchange(answered, shown)] {
             if (step.before)
                 step.before(*shown);
             if (!step.answer.isEmpty())
                 answer(*shown, step.answer);
+            answered = below;
         };
         QMetaObject::invokeMethod(this, reply, Qt::QueuedConnection);
     }
@@ -151,17 +149,7 @@ private:
     QTimer timer;
     /// Who gives a test more time, for an emulated processor, gives its dialogs more.
     const QDeadlineTimer deadline{std::max(20000, qEnvironmentVariableIntValue("QTEST_FUNCTION_TIMEOUT"))};
-    bool answering = false;      ///< An answer is on its way.
-    QWidget *answered = nullptr; ///< Whose answer runs just now, maybe with dialogs above it.
+    QWidget *answered = nullptr; ///< Whose answer is on its way or runs, maybe with dialogs above it.
 };
-
-/// Runs the operation while the dialogs are answered.
-inline void drive(const std::function<void()> &operation, const QList<DialogStep> &steps)
-{
-    DialogDriver driver(steps);
-    operation();
-    QCOMPARE(driver.seen.filter(u"nobody expected this"_s), QStringList());
-    QCOMPARE(driver.steps.value(0).beginning, QString());
-}
 
 } // namespace Tessarin::Tests

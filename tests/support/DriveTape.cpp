@@ -299,11 +299,6 @@ int taped(const DriveTape::Event &planned, Where where, const Call &call)
     return isFailing ? -1 : result;
 }
 
-bool hidesSize(int descriptor)
-{
-    return tapedAt(descriptor) && fails(CallFailure::Sizes);
-}
-
 } // namespace
 
 } // namespace Tessarin::Tests
@@ -358,12 +353,14 @@ int ftruncate64(int descriptor, off64_t size) noexcept
 
 int fstat(int descriptor, struct stat *status) noexcept
 {
-    return hidesSize(descriptor) ? -1 : FORWARD(fstat)(descriptor, status);
+    const bool isFailing = tapedAt(descriptor) && fails(CallFailure::Sizes);
+    return isFailing ? -1 : FORWARD(fstat)(descriptor, status);
 }
 
 int statx(int descriptor, const char *path, int flags, unsigned int mask, struct statx *status) noexcept
 {
-    return hidesSize(descriptor) ? -1 : FORWARD(statx)(descriptor, path, flags, mask, status);
+    const bool isFailing = tapedAt(descriptor) && fails(CallFailure::Sizes);
+    return isFailing ? -1 : FORWARD(statx)(descriptor, path, flags, mask, status);
 }
 
 int unlink(const char *path) noexcept

@@ -32,10 +32,7 @@ inline QByteArray readFile(const QString &path)
 /// Changes the bytes of a file from an offset on, keeping its length.
 inline void overwrite(const QString &path, qint64 offset, const QByteArray &bytes)
 {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly));
-    QVERIFY(file.seek(offset));
-    QCOMPARE(file.write(bytes), bytes.size());
+    writeFile(path, readFile(path).replace(offset, bytes.size(), bytes));
 }
 
 /// Makes a copy look edited, whatever the resolution of the file system's clock.
@@ -133,9 +130,7 @@ public:
     Core::ContainerDocument document() const
     {
         Core::ContainerDocument read;
-        if (!Core::ContainerManager().readDocument(container, &read))
-            read.formatVersion = -1;
-        return read;
+        return Core::ContainerManager().readDocument(container, &read) ? read : Core::ContainerDocument();
     }
 
     /// The folders, with "/" at their ends, and the files, as the index lists them.

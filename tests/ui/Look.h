@@ -18,12 +18,6 @@
 
 namespace Tessarin::Tests {
 
-template <typename... Parts>
-QList<std::shared_ptr<QWidget>> plain()
-{
-    return {std::make_shared<Parts>()...};
-}
-
 inline QString look(const QWidget &part);
 
 inline QString look(const QLayout &layout)
@@ -45,12 +39,13 @@ inline QString look(const QLayout &layout)
 
 inline QString look(const QWidget &part)
 {
-    static const auto plainOnes =
-        plain<QWidget, QFrame, QLabel, QToolButton, QListWidget, QTableWidget, QStatusBar, QLineEdit,
-              QComboBox, QTextEdit, QTextBrowser, QDialog, QProgressBar>();
+    static const QWidgetList plainOnes{new QWidget,     new QFrame,       new QLabel,       new QToolButton,
+                                       new QListWidget, new QTableWidget, new QStatusBar,   new QLineEdit,
+                                       new QComboBox,   new QTextEdit,    new QTextBrowser, new QDialog,
+                                       new QProgressBar};
     const QWidget *alike = nullptr;
-    for (const auto &candidate : plainOnes)
-        alike = part.inherits(candidate->metaObject()->className()) ? candidate.get() : alike;
+    for (const QWidget *candidate : plainOnes)
+        alike = part.inherits(candidate->metaObject()->className()) ? candidate : alike;
     const bool isNamed = !part.objectName().isEmpty() && !part.objectName().startsWith(u"qt_"_s);
     QString text = isNamed ? part.objectName() : QString::fromLatin1(part.metaObject()->className());
     static const QByteArrayList names =

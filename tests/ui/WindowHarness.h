@@ -9,7 +9,6 @@
 #include <QDropEvent>
 #include <QListWidget>
 #include <QMimeData>
-#include <QStatusBar>
 #include <QTableWidget>
 #include <QToolButton>
 
@@ -43,7 +42,10 @@ public:
 
     void act(const QString &name, const QList<DialogStep> &steps)
     {
-        drive([&] { action(name)->trigger(); }, steps);
+        DialogDriver driver(steps);
+        action(name)->trigger();
+        QCOMPARE(driver.seen.filter(u"nobody expected this"_s), QStringList());
+        QCOMPARE(driver.steps.value(0).beginning, QString());
     }
 
     QPoint placeOf(const QString &name) const
@@ -55,8 +57,8 @@ public:
         return table.viewport()->rect().bottomRight(); // below all rows
     }
 
-    /// What a file manager does, at a row or, without one, below all rows. False: not welcome.
-    bool drop(const QStringList &paths, const QString &row = {})
+    /// What a file manager does, at a row or, without one, below all rows. Tells how it is received.
+    QString drop(const QStringList &paths, const QString &row = {})
     {
         QMimeData data;
         QList<QUrl> urls;
@@ -68,10 +70,10 @@ public:
         QApplication::sendEvent(table.viewport(), &enter);
         QDropEvent drop(place, enter.possibleActions(), &data, Qt::LeftButton, {});
         if (!enter.isAccepted())
-            return false;
+            return u"refused"_s;
         QApplication::sendEvent(table.viewport(), &drop);
         QApplication::processEvents();
-        return drop.isAccepted() && drop.dropAction() == Qt::CopyAction;
+        return drop.isAccepted() && drop.dropAction() == Qt::CopyAction ? u"taken"_s : u"refused"_s;
     }
 
     UI::MainWindow window;

@@ -69,13 +69,13 @@ private Q_SLOTS:
             add sds usb9 1 0 ''
             add sdr usb9 1 0 NENHURES
             mkdir -p "/media/$USER/MEUS ARQ"
-            plug sdw /run/tessarin-test/ESCONDIDO
+            plug sdw /run/x/ESCONDIDO
             plug sdu /media/FIXO
             plug sr9 /media/DVD
             plug mmcblk9 '/media/Meu cartão'
             plug mmcblk9 '/media/outra vez'
-            plug sdt '/run/tessarin-test/com espaço'
-            plug sds '/run/tessarin-test/com espaço')");
+            plug sdt '/run/x/com espaço'
+            plug sds '/run/x/com espaço')");
         QStringList found;
         for (const auto &device : Tessarin::Platform::Linux::LinuxDeviceManager().detectUsbDevices()) {
             if (QRegularExpression(u"sd[r-z]|sr9|mmcblk9"_s).match(device.devicePath).hasMatch())
@@ -84,19 +84,18 @@ private Q_SLOTS:
                                                  device.mounted ? device.fileSystemType : u"unmounted"_s) +
                          (device.removable ? u"|removable"_s : QString());
         }
-        found.replaceInStrings(u"/dev/sds"_s,
-                               u"/dev/sdt"_s); // Newer Qt tells the upper one of two at a place.
+        // Newer Qt tells the upper one of two at a place.
+        found.replaceInStrings(u"/dev/sds"_s, u"/dev/sdt"_s);
         found.sort();
         const QString practice = QFileInfo(root).path() + u"/PRATICA"_s;
         QStringList expected{
             practice + u":/dev/sdz1|/dev/sdz1|PRATICA|"_s + practice + u"|tmpfs|removable"_s,
             u"sdv1|/dev/sdv1|MEUS ARQ|/media/%1/MEUS ARQ|unmounted"_s.arg(qEnvironmentVariable("USER")),
-            u"sdr|/dev/sdr|NENHURES||unmounted|removable"_s, u"sdx|/dev/sdx|../..||unmounted|removable"_s};
-        for (const auto &[place, device, name] :
-             {std::tuple{u"/media/Meu cartão"_s, u"mmcblk9"_s, u"CARTAO"_s},
-              {u"/run/tessarin-test/ESCONDIDO"_s, u"sdw"_s, u"ESCONDIDO"_s},
-              {u"/run/tessarin-test/com espaço"_s, u"sdt"_s, u"/run/tessarin-test/com espaço"_s}})
-            expected += u"%1:/dev/%2|/dev/%2|%3|%1|tmpfs|removable"_s.arg(place, device, name);
+            u"sdr|/dev/sdr|NENHURES||unmounted|removable"_s,
+            u"sdx|/dev/sdx|../..||unmounted|removable"_s,
+            u"/media/Meu cartão:/dev/mmcblk9|/dev/mmcblk9|CARTAO|/media/Meu cartão|tmpfs|removable"_s,
+            u"/run/x/ESCONDIDO:/dev/sdw|/dev/sdw|ESCONDIDO|/run/x/ESCONDIDO|tmpfs|removable"_s,
+            u"/run/x/com espaço:/dev/sdt|/dev/sdt|/run/x/com espaço|/run/x/com espaço|tmpfs|removable"_s};
         expected.sort();
         QCOMPARE(found, expected);
     }

@@ -108,13 +108,9 @@ private:
         else if (verb == u"menu"_s)
             Q_EMIT w.table.customContextMenuRequested(w.placeOf(what));
         else if (verb == u"drop"_s)
-            outcome += w.drop(what.section(u" > "_s, 0, 0).split(u"; "_s), what.section(u" > "_s, 1))
-                           ? u"taken"_s
-                           : u"refused"_s;
+            outcome += w.drop(what.section(u" > "_s, 0, 0).split(u"; "_s), what.section(u" > "_s, 1));
         else if (verb == u"key"_s)
             press(what.split(u' '));
-        else if (verb == u"close"_s)
-            w.window.close();
         else if (verb == u"close-frame"_s) { // As Qt sends it when the window's frame is clicked.
             QCloseEvent event;
             QCoreApplication::sendEvent(w.window.windowHandle(), &event);

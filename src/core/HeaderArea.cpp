@@ -14,11 +14,6 @@ namespace {
 /// This program writes 21 bytes. Readers bear white space around the number, but not a line without end.
 constexpr qint64 longestLengthLine = 255;
 
-bool isZero(QByteArrayView bytes)
-{
-    return bytes.isEmpty() || (bytes.front() == 0 && bytes.chopped(1) == bytes.sliced(1));
-}
-
 /// The number in a length line; 0 when it makes no sense.
 qint64 headerLengthIn(const QByteArray &line)
 {
@@ -102,22 +97,13 @@ PageRange HeaderArea::pages() const
     return {0, std::min(pageBorderFrom(text.size()), blockAreaOffset())};
 }
 
-bool HeaderArea::holdsSame(const HeaderArea &other, PageRange range) const
-{
-    const QByteArrayView mine = textIn(range);
-    const QByteArrayView others = other.textIn(range);
-    const qsizetype common = std::min(mine.size(), others.size());
-    return mine.first(common) == others.first(common) && isZero(mine.sliced(common)) &&
-           isZero(others.sliced(common));
-}
-
 QList<PageRange> HeaderArea::pagesChangedFrom(const HeaderArea &former) const
 {
     QList<PageRange> changed;
     const qint64 end = std::max(pages().end, former.pages().end);
     for (qint64 page = 0; page < end; page += pageSize) {
         const PageRange range{page, std::min(page + pageSize, end)};
-        if (holdsSame(former, range))
+        if (textIn(range) == former.textIn(range))
             continue;
         if (!changed.isEmpty() && changed.last().end == page)
             changed.last().end = range.end;

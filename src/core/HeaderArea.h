@@ -52,7 +52,6 @@ public:
 
 private:
     HeaderArea() = default;
-    [[nodiscard]] bool holdsSame(const HeaderArea &other, PageRange range) const;
     [[nodiscard]] QByteArrayView textIn(PageRange range) const;
 
     QByteArray text; ///< Up to the end of the header.

@@ -23,8 +23,7 @@ add() {
     [ -z "$4" ] || echo "$4" > "$path/device/type"
     ln -s "$path" /sys/class/block/
     printf '%s\n' "$node" "/sys/class/block/${1##*/}" >> /run/made
-    [ -z "$5" ] || ln -s "$node" "/dev/disk/by-label/$5"
-    [ -z "$5" ] || echo "/dev/disk/by-label/$5" >> /run/made
+    [ -z "$5" ] || { ln -s "$node" "/dev/disk/by-label/$5" && echo "/dev/disk/by-label/$5" >> /run/made; }
 }
 plug() {
     mkdir -p "$2"

@@ -293,7 +293,9 @@ private Q_SLOTS:
         QVERIFY(QDir(victim).isEmpty());
 
         const mode_t former = ::umask(0);
-        f.play(u"unlock uma senha bem longa; open d/a"_s);
+        f.play(u"unlock uma senha bem longa"_s);
+        QVERIFY(QDir(workspace).mkdir(u"d"_s)); // Everyone may write there.
+        f.play(u"-open d/a; reopen; open d/a"_s);
         ::umask(former);
         // Of the owner, the group and the others.
         for (const auto &[path, mode] : {std::pair(u""_s, 0x7000), {u"/d"_s, 0x7000}, {u"/d/a"_s, 0x6000}})

@@ -333,7 +333,7 @@ private Q_SLOTS:
     void aLeftoverThatMayHoldMoreStaysAndIsTold()
     {
         const QByteArray former = readFile(container);
-        play(u"put a=bytes enough; put b=b"_s);
+        play(u"put a=bytes enough; put b=b; mkdir d"_s);
         QVERIFY(QFile::copy(container, twin));
         // Not even when the index in memory holds it all, but the drive another.
         overwrite(container, 0, former);
@@ -342,9 +342,10 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(clearLeftovers({file, key, vault().fileIndex()}, 1LL << 40, {}), QStringList{twin});
         overwrite(container, 0, readFile(twin));
-        // A block that only the twin has whole; then a file that only it has.
+        // A folder that only the twin has; a block that only it has whole; then a file, replaced or deleted.
         for (const QString &step :
-             {u"damage a; reopen"_s, u"delete a; lock; password uma senha bem longa>outra senha longa"_s}) {
+             {u"rmdir d; reopen"_s, u"mkdir d; damage a; reopen"_s, u"put a=others enough; reopen"_s,
+              u"delete a; lock; password uma senha bem longa>outra senha longa"_s}) {
             play(step);
             QCOMPARE(vault().compactionLeftovers(), QStringList{twin});
         }

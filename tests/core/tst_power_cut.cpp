@@ -429,7 +429,8 @@ private Q_SLOTS:
         for (CallFailure each : {CallFailure{1, EIO, 2, CallFailure::Sizes},
                                  {1, EIO, 2, CallFailure::Syncs},
                                  {1, EIO, 1, CallFailure::Changes, true}}) {
-            while (fail(each))
+            const bool isQuickEnough = size == "small" || name == "series";
+            while ((isQuickEnough || each.counted == CallFailure::Syncs) && fail(each))
                 ++each.call;
         }
     }

@@ -111,9 +111,6 @@ QByteArray encryptIndex(const ContainerDocument &document, const SecureFileIndex
 
 bool decryptIndex(const ContainerDocument &document, const SecretBytes &masterKey, SecureFileIndex *index)
 {
-    if (index == nullptr || document.encryptedIndex.isEmpty())
-        return false;
-
     const QByteArray json =
         CryptoManager().decrypt(document.encryptedIndex, dataKey(masterKey), document.crypto.payloadNonce,
                                 associatedData(document, Purpose::Index));

@@ -533,6 +533,18 @@ private Q_SLOTS:
             cut(next, at, DriveTape::EndOfLastWrite, seed, {stateOfCopy(before), stateOfDrive()});
     }
 
+    /// It was killed, or the power went, before its record was cleared.
+    void whatAnotherProgramHasSavedIsNotRolledBack()
+    {
+        choose("rename");
+        Begun session(*this);
+        record();
+        const DriveFiles saved = whole->cutAfter(headerWriteOf(*whole) + 1, DriveTape::Nothing);
+        putFiles(drive.path(), saved);
+        QVERIFY(!change(session.vault));
+        QVERIFY(filesIn(drive.path()) == saved);
+    }
+
     void aChangedPasswordIsNeverUndone()
     {
         choose("rename");

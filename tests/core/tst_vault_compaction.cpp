@@ -162,6 +162,28 @@ private Q_SLOTS:
         row("former key", Failure::FormerKeyRemains, u"lock; "_s + password, [this] {
             tape.emplace(root, CallFailure{3, EIO, 2, CallFailure::Syncs});
         });
+        row("unreadable block, damaged index", Failure::DriveGone, u"lock; "_s + password, [this] {
+            const QByteArray index = fixture->document().encryptedIndex.toBase64();
+            overwrite(container, readFile(container).indexOf(index), index.last(8));
+            tape.emplace(root);
+            tape->unreadableFrom = ContainerFormat::blockAreaOffset;
+            tape->unreadableTo = tape->unreadableFrom + 1;
+        });
+        row("another length line, another program's password", Failure::None,
+            u"compact; lock; unlock outra senha longa"_s, [this] {
+                QVERIFY(VaultManager().changePassword(container, fixture->password, "outra senha longa"));
+                lengthenLine();
+            });
+        row("failed wait for the drive", Failure::DriveGone, u"-put b=b"_s, [this] {
+            tape.emplace(root, CallFailure{1, EIO, 1, CallFailure::Syncs});
+        });
+        for (const int error : {EINVAL, ESPIPE, ENOSYS}) {
+            const auto name = "no early writeback: " + QByteArray::number(error);
+            row(name.constData(), Failure::None, u"import %1>b"_s.arg(filler), [this, error] {
+                writeFile(filler, QByteArray(5 * mebibyte, 'f'));
+                tape.emplace(root, CallFailure{1, error, 1, CallFailure::Syncs});
+            });
+        }
         row("taken place of a copy", Failure::WorkspaceUnavailable, u"-open a"_s,
             [this] { QVERIFY(QDir(vault().workspacePath()).mkdir(u"a"_s)); });
         row("workspace in use", Failure::WorkspaceUnavailable, u"-unlock uma senha bem longa; put b=b"_s,

@@ -10,6 +10,7 @@
 #include <QListWidget>
 #include <QMimeData>
 #include <QTableWidget>
+#include <QTest>
 #include <QToolButton>
 
 namespace Tessarin::Tests {

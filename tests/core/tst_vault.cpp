@@ -43,6 +43,7 @@ private Q_SLOTS:
     void everyHeaderFieldIsBound()
     {
         VaultFixture f;
+        QVERIFY(f.put(u"maior"_s, noise(5000, 4))); // Than a page.
         f.play(u"put a=conteúdo; lock"_s);
         ContainerDocument good = f.document();
         using Crypto = ContainerCryptoMetadata;
@@ -52,8 +53,10 @@ private Q_SLOTS:
             return ContainerManager().updateDocumentHeader(f.container, changed) && f.unlock();
         };
         for (const auto field :
-             {&Crypto::salt, &Crypto::nonce, &Crypto::payloadNonce, &Crypto::encryptedMasterKey})
+             {&Crypto::salt, &Crypto::nonce, &Crypto::encryptedMasterKey, &Crypto::payloadNonce})
             QVERIFY(!opensWith([&](Crypto &crypto) { (crypto.*field)[0] = char(~(crypto.*field)[0]); }));
+        // An index that does not open stands in the way of no new password, and leaves the blocks alone.
+        f.play(u"password uma senha bem longa>outra senha longa"_s);
         QVERIFY(!opensWith([](Crypto &crypto) { crypto.cipher += u'x'; }));
         QVERIFY(!opensWith([](Crypto &crypto) { crypto.kdfIterations = 1; }));
         // A forged count does not keep anybody waiting.

@@ -195,7 +195,7 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
             file.sync();
             moved.remove(event.file);
             for (const QByteArray &name : namesInMemory.keys(event.file))
-                names[name] = event.file;
+                names[name] = names.value(name, none) == none ? none : event.file;
         } else if (event.kind == FailedSync) { // The kernel does not try these pages again.
             file.unsynced.clear();
         } else if (event.kind == SyncNames) {

@@ -2,6 +2,7 @@
 #include "core/ContainerManager.h"
 #include "support/VaultFixture.h"
 
+#include <QJsonDocument>
 #include <QTest>
 
 using namespace Tessarin::Core;
@@ -48,6 +49,7 @@ private Q_SLOTS:
         QVERIFY(containers.readContainer(path) == whole);
         QVERIFY(containers.readDocument(path, &read));
         QCOMPARE(containers.buildHeader(read), header);
+        QCOMPARE(containers.cryptoMetadataToJson(read.crypto), QJsonDocument::fromJson(header)["crypto"_L1]);
 
         QVERIFY(!containers.writeDocument(path, sample, [](QIODevice &) { return false; }));
         QVERIFY(containers.updateDocumentHeader(path, sample));

@@ -129,7 +129,8 @@ private Q_SLOTS:
         row("no source", Failure::SourceUnreadable,
             u"-import /falta>b; -import /dev/zero>b; -import /tmp>b"_s);
         // It says that it has 4096 bytes.
-        row("short source", Failure::SourceChanged, u"-import /sys/kernel/uevent_seqnum>b"_s);
+        row("short source", Failure::SourceChanged,
+            u"series; put c=c; -import /sys/kernel/uevent_seqnum>b; end; get c=c"_s);
         row("no folder", Failure::TargetUnwritable, u"-export a>/falta/b; -export a>/tmp"_s);
         row("full target", Failure::TargetFull, u"-export a>/dev/full"_s);
         row("long name", Failure::NameTooLong, u"-export a>/"_s + QString(256, u'x'));
@@ -198,6 +199,7 @@ private Q_SLOTS:
             QVERIFY(qputenv("TMPDIR", QFile::encodeName(root)));
             fillUp();
         });
+        row("taken name of a twin", Failure::None, u"compact"_s, [this] { writeFile(twin, "de outro"); });
         row("no directory for temporary files", Failure::None, u"compact"_s,
             [] { QVERIFY(qputenv("TMPDIR", "/falta")); });
         row("another length line", Failure::OtherLayout, u"-mkdir d; reopen; compact; mkdir d"_s, [this] {

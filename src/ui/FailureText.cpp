@@ -33,7 +33,8 @@ QString failureText(Core::Failure reason, const QString &damagedFile)
     case Failure::ReadOnly:
         return translated(
             "A unidade do cofre, ou o arquivo do container, só permite leitura. Verifique a trava da "
-            "unidade e as permissões do arquivo e tente de novo.");
+            "unidade e as permissões do arquivo e tente de novo. Depois de uma queda de energia, ou de uma "
+            "remoção sem ejetar, a unidade pode precisar de reparo.");
     case Failure::DriveGone:
         return translated(
             "O container não está acessível: a unidade foi removida ou apresenta erros. Conecte-a de "

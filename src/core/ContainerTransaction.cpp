@@ -294,7 +294,8 @@ bool ContainerTransaction::clearBetween(PageRange range)
 {
     // The first block shares a sector with the last bytes of the area: those are written only if they must
     // be.
-    static_assert(headerAreaSize % chunkSize == 0 && blockAreaOffset - headerAreaSize < chunkSize);
+    static_assert(headerAreaSize % chunkSize == 0);
+    static_assert(blockAreaOffset - headerAreaSize < chunkSize);
     for (qint64 begin = range.begin, end = 0; begin < range.end; begin = end) {
         end = std::min(begin + chunkSize - begin % chunkSize, range.end);
         const qint64 size = end - begin;

@@ -31,7 +31,8 @@ constexpr qsizetype trailerSize = checksumAt + Sha256::sizeBytes;
 /// A record in the tail shares no page with the header, and ends before the sector that holds the first
 /// block.
 constexpr qint64 tailEnd = headerAreaSize;
-static_assert(tailEnd % HeaderArea::pageSize == 0 && tailEnd < blockAreaOffset);
+static_assert(tailEnd % HeaderArea::pageSize == 0);
+static_assert(tailEnd < blockAreaOffset);
 
 constexpr QByteArrayView indexKey("\"encryptedIndex\":\"");
 

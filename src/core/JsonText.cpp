@@ -27,10 +27,12 @@ bool isLoneSurrogate(QStringView text, qsizetype position)
     return unit.isLowSurrogate() && (position == 0 || !text.at(position - 1).isHighSurrogate());
 }
 
+/// A byte order mark at the beginning of a text is lost to readers that take it for one, as Qt's.
 bool needsEscape(QStringView text, qsizetype position)
 {
     const char16_t unit = text.at(position).unicode();
-    return unit < 0x20 || unit == u'"' || unit == u'\\' || isLoneSurrogate(text, position);
+    return unit < 0x20 || unit == u'"' || unit == u'\\' || unit == QChar::ByteOrderMark ||
+           isLoneSurrogate(text, position);
 }
 
 void appendEscaped(QByteArray &json, char16_t unit)

@@ -65,6 +65,14 @@ QDateTime utcDateTime(QDate date, QTime time)
 #endif
 }
 
+/// Qt's parser drops a byte order mark at the beginning of a text that needs no decoding, and so would merge
+/// names that older programs have written.
+QByteArray withMarksEscaped(const QByteArray &json)
+{
+    constexpr QByteArrayView beginning("\"\xEF\xBB\xBF");
+    return json.contains(beginning) ? QByteArray(json).replace(beginning, "\"\\ufeff") : json;
+}
+
 QDateTime dateFromJson(const QJsonValue &value)
 {
     const QString text = value.toString();
@@ -320,7 +328,7 @@ QByteArray SecureFileIndex::toJson() const
 
 bool SecureFileIndex::fromJson(const QByteArray &json)
 {
-    const QJsonDocument document = QJsonDocument::fromJson(json);
+    const QJsonDocument document = QJsonDocument::fromJson(withMarksEscaped(json));
     if (!document.isObject())
         return false;
 

@@ -66,7 +66,7 @@ private Q_SLOTS:
         entry.sha256 = QByteArray(2, '\xAB');
         entry.blocks = {{8388636, 3, 19, QByteArray(24, '\0')}};
         QVERIFY(index.addOrReplace(entry));
-        QVERIFY(index.addOrReplace(file(u"vazio"_s, 0)));
+        QVERIFY(index.addOrReplace(file(u"\uFEFF\uFEFFvazio"_s, 0)));
         QVERIFY(index.addDirectory(
             {u"Docs"_s, entry.lastModifiedUtc, QDateTime(QDate(10000, 1, 1), QTime(0, 0))}));
 
@@ -75,12 +75,15 @@ private Q_SLOTS:
             "'vaultPath':'Docs/\\'uma ação\\'\\\\\\n\\u0001.txt','sizeBytes':5000000017,"
             "'lastModifiedUtc':'2024-03-05T14:07:09.123Z','sha256':'abab','blocks':[{'offset':8388636,"
             "'plainSize':3,'encryptedSize':19,'nonce':'AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA'}]},{'id':'id-0',"
-            "'vaultPath':'vazio','sizeBytes':0,'lastModifiedUtc':'','sha256':'','blocks':[]}],"
+            "'vaultPath':'\\ufeff\\ufeffvazio','sizeBytes':0,'lastModifiedUtc':'','sha256':'','blocks':[]}],"
             "'directories':[{'path':'Docs','createdUtc':'2024-03-05T14:07:09.123Z','modifiedUtc':''}]}");
         QCOMPARE(index.toJson(), json);
-        SecureFileIndex read;
-        QVERIFY(read.fromJson(json));
-        QCOMPARE(read.toJson(), json);
+        // As older programs have written it, too.
+        for (const QByteArray &form : {json, QByteArray(json).replace("\\ufeff", "\xEF\xBB\xBF")}) {
+            SecureFileIndex read;
+            QVERIFY(read.fromJson(form));
+            QCOMPARE(read.toJson(), json);
+        }
     }
 
     void jsonIsWrittenAndScannedInEveryForm()

@@ -203,11 +203,11 @@ private Q_SLOTS:
         };
         const QString ending = u'.' + QString(15, u's');
         const QString base(300, u'ã');
-        const QStringList possible{u":a"_s, QString(255, u'n'), deep(PATH_MAX - 1)};
+        const QStringList possible{u":a"_s, u"a"_s, QString(255, u'n'), deep(PATH_MAX - 1)};
         const QStringList names =
-            possible + QStringList{deep(PATH_MAX),      u"x"_s + QChar(0xD800), u"x"_s + QChar(0xD801),
-                                   u"x\0y"_s,           QString(256, u'n'),     base + ending,
-                                   base + ending + u's'};
+            possible + QStringList{deep(PATH_MAX), u"x"_s + QChar(0xD800), u"x"_s + QChar(0xD801),
+                                   u"x\0y"_s,      u"\uFEFFa"_s,           QString(256, u'n'),
+                                   base + ending,  base + ending + u's'};
         static const QRegularExpression substitute(u"-[0-9a-f]{32}(\\..*)?$"_s);
         for (const QString &name : names) {
             QString copy;

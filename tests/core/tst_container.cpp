@@ -54,7 +54,9 @@ private Q_SLOTS:
         QVERIFY(!containers.writeDocument(path, sample, [](QIODevice &) { return false; }));
         QVERIFY(containers.updateDocumentHeader(path, sample));
         QVERIFY(readFile(path) == whole);
+        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner));
         QVERIFY(containers.writeContainer(path, "former"));
+        QCOMPARE(QFile::permissions(path) & 0x0fff, QFile::ReadUser | QFile::WriteUser);
         QVERIFY(!containers.updateDocumentHeader(path, sample));
         QCOMPARE(readFile(path), "former");
         QCOMPARE(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden).size(), 1);

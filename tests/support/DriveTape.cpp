@@ -284,18 +284,19 @@ template <typename Where, typename Call>
 int taped(const DriveTape::Event &planned, Where where, const Call &call)
 {
     using Tape = DriveTape;
-    std::optional event = tapedAt(where, planned);
-    if (!event)
+    const std::optional found = tapedAt(where, planned);
+    if (!found)
         return call();
-    const bool isSync = QList{Tape::Sync, Tape::FailedSync, Tape::SyncNames}.contains(event->kind);
+    DriveTape::Event event = *found;
+    const bool isSync = QList{Tape::Sync, Tape::FailedSync, Tape::SyncNames}.contains(event.kind);
     const bool isFailing = fails(isSync ? CallFailure::Syncs : CallFailure::Changes);
     const int result = isFailing && !running->failure.isDone ? -1 : call();
-    if (result < 0 && event->kind == Tape::Sync)
-        event->kind = Tape::FailedSync;
-    if (result >= 0 && event->kind == Tape::Create) // Its file is there only now.
-        event = tapedAt(result, *event);
-    if ((result < 0) == (event->kind == Tape::FailedSync))
-        running->events.append(*event);
+    if (result < 0 && event.kind == Tape::Sync)
+        event.kind = Tape::FailedSync;
+    if (result >= 0 && event.kind == Tape::Create) // Its file is there only now.
+        event = tapedAt(result, event).value_or(event);
+    if ((result < 0) == (event.kind == Tape::FailedSync))
+        running->events.append(event);
     return isFailing ? -1 : result;
 }
 

@@ -19,7 +19,7 @@ constexpr int tintAlpha = 60;
 
 } // namespace
 
-DropTable::DropTable(int columns, QWidget *parent) : QTableWidget(0, columns, parent)
+DropTable::DropTable(QWidget *parent) : QTableWidget(parent)
 {
     setAcceptDrops(true);
     setDropIndicatorShown(false);

@@ -23,7 +23,7 @@ class DropTable : public QTableWidget
     Q_OBJECT
 
 public:
-    DropTable(int columns, QWidget *parent = nullptr);
+    explicit DropTable(QWidget *parent);
 
 Q_SIGNALS:
     void dropRefused(Tessarin::UI::DropRefusal reason);

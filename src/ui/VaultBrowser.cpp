@@ -48,11 +48,27 @@ std::optional<QStringList> localFiles(const QList<QUrl> &urls)
     return paths;
 }
 
+/// Its own class measures every label in bold, which this header does not paint: a font loaded for nothing.
+class TableHeader final : public QHeaderView
+{
+public:
+    using QHeaderView::QHeaderView;
+
+protected:
+    QSize sectionSizeFromContents(int section) const override
+    {
+        QStyleOptionHeader option;
+        initStyleOption(&option);
+        initStyleOptionForIndex(&option, section);
+        return style()->sizeFromContents(QStyle::CT_HeaderSection, &option, {}, this);
+    }
+};
+
 } // namespace
 
 VaultBrowser::VaultBrowser(const Core::VaultManager &session, const OpenCopies &openFiles,
                            const OperationGuard &operations, QWidget *parent)
-    : DropTable(VaultTable::ColumnCount, parent), vault(session), copies(openFiles), guard(operations)
+    : DropTable(parent), vault(session), copies(openFiles), guard(operations)
 {
     build();
     buildHeader();
@@ -89,12 +105,14 @@ void VaultBrowser::build()
 
 void VaultBrowser::buildHeader()
 {
+    auto *header = new TableHeader(Qt::Horizontal, this);
+    setHorizontalHeader(header);
+    setColumnCount(VaultTable::ColumnCount);
     setHorizontalHeaderLabels(
         {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
     horizontalHeaderItem(VaultTable::IconColumn)->setData(Qt::AccessibleTextRole, tr("Ícone"));
     verticalHeader()->hide();
 
-    QHeaderView *header = horizontalHeader();
     header->setStretchLastSection(false);
     header->setSectionsClickable(true);
     header->setHighlightSections(false);

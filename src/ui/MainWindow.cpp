@@ -47,7 +47,6 @@ MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidge
     buildMenus();
     connectSignals();
     refreshDevices();
-    updateActions();
     setStatusMessage(tr("Pronto"), 0);
 }
 

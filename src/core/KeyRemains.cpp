@@ -39,12 +39,17 @@ QByteArray readRange(QFileDevice &file, qint64 begin, qint64 end)
     return file.seek(begin) ? file.read(end - begin) : QByteArray();
 }
 
-/// Overwrites the text around a name.
+bool writeZeros(QFileDevice &file, qint64 begin, qint64 size)
+{
+    return file.seek(begin) && file.write(QByteArray(size, '\0')) == size;
+}
+
+/// Overwrites the text around a name, unless that has been done with another name in it.
 bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
 {
     const qint64 begin = std::max(gap.first, name - mostText);
     const QByteArray bytes = readRange(file, begin, std::min(gap.second, name + mostText));
-    if (bytes.size() < name - begin)
+    if (bytes.size() <= name - begin)
         return false;
     const auto middle = bytes.cbegin() + (name - begin);
     const auto last = std::find_if_not(middle, bytes.cend(), isText);
@@ -53,8 +58,18 @@ bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
     const qsizetype start = QByteArrayView(first, last).first(middle - first).lastIndexOf("{\"magic\"");
     if (start >= 0)
         first += start;
-    return first == last || (file.seek(begin + (first - bytes.cbegin())) &&
-                             file.write(QByteArray(last - first, '\0')) == last - first);
+    return writeZeros(file, begin + (first - bytes.cbegin()), last - first);
+}
+
+bool wipeTextsIn(QFileDevice &file, const QByteArray &chunk, qint64 offset, Range gap)
+{
+    for (const QByteArrayView name : names) {
+        for (qsizetype at = chunk.indexOf(name); at >= 0; at = chunk.indexOf(name, at + 1)) {
+            if (!wipeTextAround(file, offset + at, gap))
+                return false;
+        }
+    }
+    return true;
 }
 
 /// What cannot be read is overwritten as well, where it is certain that nothing refers to it.
@@ -64,21 +79,15 @@ bool wipeGap(QFileDevice &file, Range gap, bool isFree, const std::function<void
     constexpr qint64 overlap = 32; // A name may lie across the border of two chunks.
     for (qint64 offset = gap.first; offset < gap.second;) {
         const QByteArray chunk = readRange(file, offset, std::min(gap.second, offset + chunkSize));
-        if (chunk.isEmpty()) {
-            const qint64 unreadable = std::min(pageSize - offset % pageSize, gap.second - offset);
-            if (!isFree || !file.seek(offset) || file.write(QByteArray(unreadable, '\0')) != unreadable)
-                return false;
-            offset += unreadable;
-            continue;
-        }
-        for (const QByteArrayView name : names) {
-            for (qsizetype at = chunk.indexOf(name); at >= 0; at = chunk.indexOf(name, at + 1)) {
-                if (!wipeTextAround(file, offset + at, gap))
-                    return false;
-            }
-        }
         const qint64 end = offset + chunk.size();
-        const qint64 next = end < gap.second ? std::max(offset + 1, end - overlap) : end;
+        qint64 next = end < gap.second ? std::max(offset + 1, end - overlap) : end;
+        if (chunk.isEmpty()) {
+            next = std::min(offset - offset % pageSize + pageSize, gap.second);
+            if (!isFree || !writeZeros(file, offset, next - offset))
+                return false;
+        } else if (!wipeTextsIn(file, chunk, offset, gap)) {
+            return false;
+        }
         count(next - offset);
         offset = next;
     }
@@ -93,22 +102,21 @@ QList<Range> blockRanges(const SecureFileIndex *index, qint64 end)
         return blocks;
     for (const VaultFileEntry &file : index->entries()) {
         for (const VaultFileBlock &block : file.blocks) {
-            if (block.offset >= 0 && block.offset < end && block.encryptedSize > 0)
-                blocks.append(
-                    {block.offset, block.offset + std::min(block.encryptedSize, end - block.offset)});
+            const qint64 begin = std::clamp(block.offset, qint64(0), end);
+            blocks.append({begin, begin + std::clamp(block.encryptedSize, qint64(0), end - begin)});
         }
     }
     std::sort(blocks.begin(), blocks.end());
     return blocks;
 }
 
-QList<Range> gapsBetween(const QList<Range> &blocks)
+/// What lies before each block, which may be nothing.
+QList<Range> gapsBefore(const QList<Range> &blocks)
 {
     QList<Range> gaps;
     qint64 begin = ContainerFormat::blockAreaOffset;
     for (const auto &[blockBegin, blockEnd] : blocks) {
-        if (begin < blockBegin)
-            gaps.append({begin, blockBegin});
+        gaps.append({std::min(begin, blockBegin), blockBegin});
         begin = std::max(begin, blockEnd);
     }
     return gaps;
@@ -122,7 +130,7 @@ bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const 
     if (!size)
         return false;
     const qint64 end = *size;
-    const QList<Range> gaps = gapsBetween(blockRanges(index, end));
+    const QList<Range> gaps = gapsBefore(blockRanges(index, end));
     dropCachedPages(container); // The cache may show zeros that the drive has not taken.
     qint64 totalBytes = 0;
     for (const auto &[gapBegin, gapEnd] : gaps)
@@ -139,9 +147,8 @@ bool wipeKeyRemains(QFileDevice &container, const SecureFileIndex *index, const 
     }
     // What is cut off stays on the drive until it is used again: it holds no key any more. Without a lock,
     // another program may be appending there.
-    const bool endsInGap = index != nullptr && !gaps.isEmpty() && gaps.last().second == end;
-    const qint64 newEnd = endsInGap ? pageBorderFrom(gaps.last().first) : end;
-    return newEnd >= end || takeLock(container) != FileLock::Taken ||
+    const qint64 newEnd = pageBorderFrom(gaps.last().first);
+    return index == nullptr || newEnd >= end || takeLock(container) != FileLock::Taken ||
            (syncFile(container) && container.resize(newEnd));
 }
 

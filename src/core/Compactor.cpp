@@ -20,16 +20,7 @@ namespace Tessarin::Core {
 
 namespace {
 
-/// Sums in which no size that a forged index names can overflow.
-qint64 plaintextBytes(const SecureFileIndex &index)
-{
-    quint64 total = 0;
-    for (const VaultFileEntry &file : index.entries())
-        total += static_cast<quint64>(file.sizeBytes);
-    return static_cast<qint64>(total);
-}
-
-/// Bytes of a container that holds just the index's blocks.
+/// Bytes of a container that holds just the index's blocks; no size that a forged index names overflows it.
 qint64 containerBytes(const SecureFileIndex &index)
 {
     constexpr qint64 largestBlock = ContainerFormat::blockPlainSize + CryptoManager::tagSizeBytes;

@@ -136,16 +136,16 @@ private:
 
     bool everyBlockOpens()
     {
-        const qint64 totalBytes = vault.container.size() - ContainerFormat::blockAreaOffset;
+        const qint64 totalBytes = plaintextBytes(vault.index);
         qint64 doneBytes = 0;
         BlockStore blocks(vault.container, vault.masterKey);
         for (const VaultFileEntry &file : vault.index.entries()) {
             for (const VaultFileBlock &block : file.blocks) {
                 if (!takeFromBudget(block.encryptedSize) || blocks.read(block).isEmpty())
                     return false;
-                doneBytes += block.encryptedSize;
+                doneBytes += block.plainSize;
                 if (progress)
-                    progress(qMin(doneBytes, totalBytes), totalBytes, checkingLabel());
+                    progress(doneBytes, totalBytes, checkingLabel());
             }
         }
         return true;

@@ -399,4 +399,12 @@ bool indexContainsDirectoryPath(const SecureFileIndex &index, const QString &pat
     return index.findDirectory(path) != nullptr;
 }
 
+qint64 plaintextBytes(const SecureFileIndex &index)
+{
+    quint64 total = 0;
+    for (const VaultFileEntry &file : index.entries())
+        total += static_cast<quint64>(file.sizeBytes);
+    return static_cast<qint64>(total);
+}
+
 } // namespace Tessarin::Core

@@ -106,4 +106,7 @@ private:
 [[nodiscard]] bool indexContainsFilePath(const SecureFileIndex &index, const QString &path);
 [[nodiscard]] bool indexContainsDirectoryPath(const SecureFileIndex &index, const QString &path);
 
+/// Of all files. It means nothing where a forged index names sizes that overflow it.
+[[nodiscard]] qint64 plaintextBytes(const SecureFileIndex &index);
+
 } // namespace Tessarin::Core

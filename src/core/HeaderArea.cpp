@@ -31,7 +31,6 @@ QByteArray readAt(QIODevice &file, qint64 offset, qint64 sizeBytes)
 
 HeaderArea::HeaderArea(QByteArrayView header)
 {
-    text.reserve(prologueSize + header.size());
     text.append(fileMagic, fileMagicSize);
     text += QByteArray::number(header.size()).rightJustified(lengthDigits, '0');
     text += '\n';

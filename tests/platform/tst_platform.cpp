@@ -1,10 +1,12 @@
 // Asks the questions about block devices of a made-up machine: a stick with one partition, a USB DVD drive, a
 // card reader on PCI and a fixed disk. Its root lies below directories with misleading names. And what the
 // process asks of the kernel for itself.
+#include "platform/FileOpener.h"
 #include "platform/ProcessProtection.h"
 #include "platform/TerminationSignals.h"
 #include "platform/linux/BlockDevices.h"
 
+#include <QDesktopServices>
 #include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -128,6 +130,35 @@ private Q_SLOTS:
                 mount ? QStringList{mount->mountPoint, mount->fileSystemType, mount->source} : QStringList();
             QCOMPARE(parsed, parts);
         }
+    }
+
+    /// The opener outlives this program and its terminal.
+    void filesAreOpenedByTheDesktopAndItsFailureIsTold()
+    {
+        make(R"(echo '#!/bin/sh
+            read -r _ _ _ _ _ session _ </proc/$$/stat
+            echo "$1" $((session == $$)) $(readlink /proc/$$/fd/0) >"$0.seen"
+            case $1 in *fails) exit 1;; *dies) kill -9 $$;; esac' >xdg-open; chmod +x xdg-open)");
+        const QByteArray formerPath = qgetenv("PATH");
+        qputenv("PATH", QFile::encodeName(root) + ':' + formerPath);
+        const Tessarin::Platform::FileOpener opener;
+        QSignalSpy failed(&opener, &Tessarin::Platform::FileOpener::failed);
+        const QString program = root + u"/xdg-open"_s;
+        for (const auto &[url, failures] :
+             {std::pair{"file:///tmp/a%20%231"_ba, 0}, {"file:///fails"_ba, 1}, {"file:///dies"_ba, 2}}) {
+            QVERIFY(QDesktopServices::openUrl(QUrl(QString::fromLatin1(url))));
+            QFile seen(program + u".seen"_s);
+            QTRY_VERIFY(seen.size() > 0);
+            QVERIFY(seen.open(QIODevice::ReadOnly));
+            QCOMPARE(seen.readAll(), url + " 1 /dev/null\n");
+            QVERIFY(seen.remove());
+            QTRY_COMPARE_WITH_TIMEOUT(failed.size() < failures || failed.wait(50), false, 5000);
+            QCOMPARE(failed.size(), failures);
+        }
+        make("echo '#!/falta' >xdg-open");
+        QVERIFY(QDesktopServices::openUrl(QUrl::fromLocalFile(program)));
+        QTRY_COMPARE(failed.size(), 3);
+        qputenv("PATH", formerPath);
     }
 
     void memoryIsKeptPrivate()

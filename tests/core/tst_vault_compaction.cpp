@@ -185,6 +185,14 @@ private Q_SLOTS:
                 tape.emplace(root, CallFailure{1, error, 1, CallFailure::Syncs});
             });
         }
+        for (const int error : {EINVAL, ENOSYS, EOPNOTSUPP}) {
+            const auto name = "no renaming with flags: " + QByteArray::number(error);
+            row(name.constData(), Failure::None, u"create; lock; create; unlock uma senha bem longa"_s,
+                [this, error] {
+                    QVERIFY(QFile::remove(container));
+                    tape.emplace(root, CallFailure{1, error, CallFailure::forEver, CallFailure::Renames});
+                });
+        }
         row("taken place of a copy", Failure::WorkspaceUnavailable, u"-open a"_s,
             [this] { QVERIFY(QDir(vault().workspacePath()).mkdir(u"a"_s)); });
         row("workspace in use", Failure::WorkspaceUnavailable, u"-unlock uma senha bem longa; put b=b"_s,

@@ -263,7 +263,7 @@ std::optional<DriveTape::Event> tapedAt(const char *path, DriveTape::Event event
 bool fails(CallFailure::Calls kind, size_t *writeSize = nullptr)
 {
     CallFailure &failure = running->failure;
-    if (failure.counted != kind && (failure.counted != CallFailure::Changes || kind == CallFailure::Sizes))
+    if (failure.counted != kind && (failure.counted != CallFailure::Changes || kind >= CallFailure::Sizes))
         return false;
     const int call = ++running->calls;
     if (failure.call == 0 || call < failure.call || call >= failure.call + failure.times)
@@ -377,6 +377,8 @@ int rename(const char *path, const char *newPath) noexcept
 
 int renameat2(int folder, const char *path, int newFolder, const char *newPath, unsigned int flags) noexcept
 {
+    if (tapedAt(path, {}) && fails(CallFailure::Renames))
+        return -1;
     const auto kind = flags == RENAME_EXCHANGE ? DriveTape::Exchange : DriveTape::Rename;
     return taped({kind, 0, 0, {}, nameOf(newPath)}, path,
                  [&] { return FORWARD(renameat2)(folder, path, newFolder, newPath, flags); });

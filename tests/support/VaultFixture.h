@@ -84,11 +84,18 @@ public:
             const QString what = step.section(u' ', 1);
             const QString from = what.section(QRegularExpression(u"[>=]"_s), 0, 0);
             const QString to = what.mid(from.size() + 1);
+            qint64 lastDone = 0;
+            qint64 lastTotal = 0;
+            const auto watch = [&](qint64 done, qint64 total, auto &) {
+                QVERIFY(done >= 0 && done <= total);
+                lastDone = done;
+                lastTotal = total;
+            };
             const QHash<QString, std::function<bool()>> verbs{
                 {u"put"_s, [&] { return put(from, to.toUtf8()); }},
                 {u"get"_s, [&] { return !get(from).isNull() && (isRefused || get(from) == to.toUtf8()); }},
-                {u"import"_s, [&] { return vault.importFile(from, to); }},
-                {u"export"_s, [&] { return vault.exportFile(from, to); }},
+                {u"import"_s, [&] { return vault.importFile(from, to, watch); }},
+                {u"export"_s, [&] { return vault.exportFile(from, to, watch); }},
                 {u"open"_s, [&] { return vault.prepareFileForEditing(from, &copies[from.toLower()]); }},
                 {u"edit"_s, [&] { return edit(copies[from.toLower()], to.toUtf8()), true; }},
                 {u"damage"_s, [&] { return overwrite(container, placeOf(from), "danificado"), true; }},
@@ -101,13 +108,16 @@ public:
                 {u"save"_s, [&] { return vault.saveIndex(vault.fileIndex()); }},
                 {u"series"_s, [&] { return vault.beginImportSeries(), true; }},
                 {u"end"_s, [&] { return vault.endImportSeries(); }},
-                {u"compact"_s, [&] { return vault.compactVault({}, nullptr); }},
+                {u"compact"_s, [&] { return vault.compactVault(watch, nullptr); }},
                 {u"create"_s, [&] { return vault.createVault(container, password); }},
-                {u"password"_s, [&] { return vault.changePassword(container, from.toUtf8(), to.toUtf8()); }},
-                {u"lock"_s, [&] { return vault.lockVault(); }},
+                {u"password"_s, [&] {
+                     return vault.changePassword(container, from.toUtf8(), to.toUtf8(), watch);
+                 }},
+                {u"lock"_s, [&] { return vault.lockVault(watch); }},
                 {u"unlock"_s, [&] { return vault.unlockVault(container, what.toUtf8()); }},
                 {u"reopen"_s, [&] { return reopen(); }}};
             QVERIFY2(verbs.value(verb)() != isRefused, qPrintable(step));
+            QVERIFY2(isRefused || lastDone == lastTotal, qPrintable(step));
         }
     }
     QHash<QString, QString> copies; ///< Where "open" has put files, by their paths in lower case.

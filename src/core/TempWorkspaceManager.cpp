@@ -257,9 +257,8 @@ bool TempWorkspaceManager::openNewCopy(QFile &copy)
     const int descriptor = handle->openFile(newCopyName, O_WRONLY | O_CREAT | O_EXCL);
     if (descriptor < 0)
         return false;
-    if (!copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle))
-        ::close(descriptor);
-    else if (::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0)
+    if (copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle) &&
+        ::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0)
         return true;
     dropCopy(copy);
     return false;
@@ -297,13 +296,8 @@ bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const
         !parent.isOpen() || name.isEmpty() ? -1 : parent.openFile(name, O_RDONLY | O_NONBLOCK);
     QFile copy;
     struct stat status = {};
-    if (descriptor < 0)
-        return false;
-    if (!copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle)) {
-        ::close(descriptor);
-        return false;
-    }
-    return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+    return descriptor >= 0 && copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
+           ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
            isOpenAt(copy, pathForVaultFile(vaultPath));
 }
 

@@ -22,7 +22,7 @@ namespace {
 
 bool isSameFileEntry(const VaultFileEntry &first, const VaultFileEntry &second)
 {
-    return first.id == second.id && first.sizeBytes == second.sizeBytes && first.sha256 == second.sha256 &&
+    return first.id == second.id && first.sha256 == second.sha256 &&
            std::equal(first.blocks.cbegin(), first.blocks.cend(), second.blocks.cbegin(),
                       second.blocks.cend(), [](const VaultFileBlock &a, const VaultFileBlock &b) {
                           return a.nonce == b.nonce && a.plainSize == b.plainSize;

@@ -139,6 +139,9 @@ private Q_SLOTS:
         row("full index", Failure::IndexFull, u"-mkdir "_s + QString(6300000, u'x'));
         row("full drive", Failure::NoSpace, u"-import %1>b"_s.arg(filler), [this] { fillUp(); });
         row("read-only drive", Failure::ReadOnly, changes, [this] { QVERIFY(remount(MS_RDONLY)); });
+        row("container that cannot be removed", Failure::ReadOnly, u"-compact; put b=b"_s, [this] {
+            tape.emplace(root, CallFailure{1, EPERM, 1, CallFailure::Names});
+        });
         row("container in use", Failure::InUse, changes + u"; lock; -create; "_s + password,
             [this] { lockByUser(); });
         row("another program", Failure::ChangedByOther, changes, [this] {
@@ -190,7 +193,7 @@ private Q_SLOTS:
             row(name.constData(), Failure::None, u"create; lock; create; unlock uma senha bem longa"_s,
                 [this, error] {
                     QVERIFY(QFile::remove(container));
-                    tape.emplace(root, CallFailure{1, error, CallFailure::forEver, CallFailure::Renames});
+                    tape.emplace(root, CallFailure{1, error, CallFailure::forEver, CallFailure::Names});
                 });
         }
         row("taken place of a copy", Failure::WorkspaceUnavailable, u"-open a"_s,

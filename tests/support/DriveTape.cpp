@@ -366,6 +366,8 @@ int statx(int descriptor, const char *path, int flags, unsigned int mask, struct
 
 int unlink(const char *path) noexcept
 {
+    if (tapedAt(path, {}) && fails(CallFailure::Names))
+        return -1;
     return taped({DriveTape::Remove}, path, [&] { return FORWARD(unlink)(path); });
 }
 
@@ -377,7 +379,7 @@ int rename(const char *path, const char *newPath) noexcept
 
 int renameat2(int folder, const char *path, int newFolder, const char *newPath, unsigned int flags) noexcept
 {
-    if (tapedAt(path, {}) && fails(CallFailure::Renames))
+    if (tapedAt(path, {}) && fails(CallFailure::Names))
         return -1;
     const auto kind = flags == RENAME_EXCHANGE ? DriveTape::Exchange : DriveTape::Rename;
     return taped({kind, 0, 0, {}, nameOf(newPath)}, path,

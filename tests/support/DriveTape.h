@@ -39,7 +39,7 @@ void putFiles(const QString &folder, const DriveFiles &files);
 struct CallFailure
 {
     static constexpr int forEver = 1000000;
-    enum Calls { Changes, Syncs, Sizes, Renames }; ///< Sizes of open files; renaming with flags.
+    enum Calls { Changes, Syncs, Sizes, Names }; ///< Sizes of open files; renaming with flags, and removing.
     int call = 0;
     int error = 0;
     int times = 1;

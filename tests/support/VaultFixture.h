@@ -110,9 +110,8 @@ public:
                 {u"end"_s, [&] { return vault.endImportSeries(); }},
                 {u"compact"_s, [&] { return vault.compactVault(watch, nullptr); }},
                 {u"create"_s, [&] { return vault.createVault(container, password); }},
-                {u"password"_s, [&] {
-                     return vault.changePassword(container, from.toUtf8(), to.toUtf8(), watch);
-                 }},
+                {u"password"_s,
+                 [&] { return vault.changePassword(container, from.toUtf8(), to.toUtf8(), watch); }},
                 {u"lock"_s, [&] { return vault.lockVault(watch); }},
                 {u"unlock"_s, [&] { return vault.unlockVault(container, what.toUtf8()); }},
                 {u"reopen"_s, [&] { return reopen(); }}};

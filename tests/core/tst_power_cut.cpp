@@ -493,6 +493,12 @@ private Q_SLOTS:
                 do {
                     QCOMPARE(keysIn(changing.cutAfter(at, DriveTape::Everything)), 0);
                 } while (changing.events.at(--at).kind == DriveTape::Resize);
+                for (at = 0; at < changing.events.size(); ++at) {
+                    const FileImage image = changing.cutAfter(at, DriveTape::Everything).first();
+                    const qint64 cutOff = changing.events.at(at).position / FileImage::sectorSize;
+                    if (changing.events.at(at).kind == DriveTape::Resize)
+                        QVERIFY(!image.sectors.mid(cutOff).join().contains(key));
+                }
                 // The first block shares a sector with the end of the header area.
                 for (const auto &[kind, file, begin, bytes, name] : std::as_const(changing.events))
                     QVERIFY(begin + bytes.size() <= 8388608 || begin >= ContainerFormat::blockAreaOffset);

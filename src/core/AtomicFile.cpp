@@ -22,12 +22,6 @@ bool renameWith(const QString &from, const QString &to, unsigned int flags)
                        QFile::encodeName(to).constData(), flags) == 0;
 }
 
-/// Some file systems lack one kind of renaming or the other.
-bool isUnsupported(int errorNumber)
-{
-    return errorNumber == EINVAL || errorNumber == ENOSYS || errorNumber == EOPNOTSUPP;
-}
-
 bool renameOver(const QString &from, const QString &to)
 {
     return ::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
@@ -44,7 +38,7 @@ bool syncRenamed(QFile &file, const QString &path)
 bool putInEmptyPlace(QFile &file, const QString &path)
 {
     if (!renameWith(file.fileName(), path, RENAME_NOREPLACE) &&
-        !(isUnsupported(errno) && renameOver(file.fileName(), path))) {
+        !(isUnsupportedRenaming(errno) && renameOver(file.fileName(), path))) {
         file.remove();
         return false;
     }
@@ -61,7 +55,7 @@ bool putInPlaceOf(QFile &former, QFile &file)
     // FAT's rename over a file frees it before the new entry is on the drive. Where two files cannot change
     // places (exFAT, FAT before Linux 6.0), a rename has to do. One that tells of a failure may have done it.
     if (!renameWith(otherPath, path, RENAME_EXCHANGE) && !isOpenAt(file, path)) {
-        if (isUnsupported(errno) && renameOver(otherPath, path))
+        if (isUnsupportedRenaming(errno) && renameOver(otherPath, path))
             return syncRenamed(file, path);
         file.remove();
         return false;

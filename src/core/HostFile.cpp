@@ -125,14 +125,15 @@ FileLock lockOwnDirectory(const QString &path, QFile &directory)
     const int descriptor =
         ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     struct stat status = {};
-    if (descriptor < 0)
-        return FileLock::Held;
-    if (!directory.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle)) {
-        ::close(descriptor);
-        return FileLock::Held;
-    }
-    const bool isOwn = ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
+    const bool isOwn = descriptor >= 0 &&
+                       directory.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
+                       ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
     return isOwn ? takeLock(directory) : FileLock::Held;
+}
+
+bool isUnsupportedRenaming(int errorNumber)
+{
+    return errorNumber == EINVAL || errorNumber == ENOSYS || errorNumber == EOPNOTSUPP;
 }
 
 bool isLackOfRoom(int errorNumber)

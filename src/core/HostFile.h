@@ -71,6 +71,9 @@ void dropCachedPages(QFileDevice &file);
 /// another user's or no directory.
 [[nodiscard]] FileLock lockOwnDirectory(const QString &path, QFile &directory);
 
+/// True when renameat2 failed for a kind of renaming that the file system lacks.
+[[nodiscard]] bool isUnsupportedRenaming(int errorNumber);
+
 /// True when an error number tells that there is no room for more bytes, and of no other fault.
 [[nodiscard]] bool isLackOfRoom(int errorNumber);
 

@@ -44,9 +44,9 @@ bool isFolder(const QByteArray &name)
 /// Gives a folder its final name unless something has that name already.
 void claimName(const QByteArray &temporaryName, const QByteArray &name)
 {
-    // Some file systems lack this kind of renaming. The common kind replaces nothing but an empty folder.
+    // The common kind of renaming replaces nothing but an empty folder.
     if (::renameat2(AT_FDCWD, temporaryName.constData(), AT_FDCWD, name.constData(), RENAME_NOREPLACE) != 0 &&
-        (errno == EINVAL || errno == ENOSYS))
+        isUnsupportedRenaming(errno))
         ::rename(temporaryName.constData(), name.constData());
 }
 
@@ -232,8 +232,7 @@ bool TempWorkspaceManager::prepare()
     const QByteArray path = QFile::encodeName(directory);
     if (!makeCommonFolder(QFileInfo(directory).absolutePath()))
         return false;
-    if (::mkdir(path.constData(), S_IRWXU) != 0 && errno != EEXIST)
-        return false;
+    ::mkdir(path.constData(), S_IRWXU); // It may be there already.
     auto newHandle = std::make_unique<Directory>(Directory::at(path));
     if (!newHandle->isOpen())
         return false;

@@ -26,8 +26,8 @@ bool FileSyncManager::isModified(const QString &vaultPath) const
     if (record == records.cend())
         return false;
 
-    const QFileInfo copy(record->tempPath);
-    return copy.exists() && record->lastModifiedUtc < copy.lastModified().toUTC();
+    // The time of a copy that is gone is invalid, which is before any other.
+    return record->lastModifiedUtc < QFileInfo(record->tempPath).lastModified().toUTC();
 }
 
 QList<TrackedTempFile> FileSyncManager::modifiedFiles() const

@@ -146,8 +146,7 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
         return fail(change.failure() == Failure::None ? Failure::ChangedByOther : change.failure());
     }
     // Another program may have added blocks since.
-    const bool isIndexCurrent =
-        reason == Failure::None && decryptIndex(document, opened.masterKey, &opened.index);
+    const bool isIndexCurrent = decryptIndex(document, opened.masterKey, &opened.index);
     if (!wipeKeyRemains(change.file(), isIndexCurrent ? &opened.index : nullptr, progress))
         return fail(Failure::DriveGone);
 

@@ -74,13 +74,9 @@ QString decodeMountInfoToken(QString text)
 
 std::optional<MountInfoLine> parseMountInfoLine(const QString &line)
 {
-    const QLatin1StringView separator(" - ");
-    const qsizetype at = line.indexOf(separator);
-    if (at < 0)
-        return std::nullopt;
-
-    const QStringList mount = line.first(at).split(u' ', Qt::SkipEmptyParts);
-    const QStringList fileSystem = line.sliced(at + separator.size()).split(u' ', Qt::SkipEmptyParts);
+    const QString separator = u" - "_s;
+    const QStringList mount = line.section(separator, 0, 0).split(u' ', Qt::SkipEmptyParts);
+    const QStringList fileSystem = line.section(separator, 1).split(u' ', Qt::SkipEmptyParts);
     if (mount.size() < 5 || fileSystem.size() < 3)
         return std::nullopt;
 

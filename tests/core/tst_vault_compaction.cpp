@@ -158,6 +158,10 @@ private Q_SLOTS:
             });
         row("no container", Failure::DriveGone, changes + u"; -open a; -get a"_s,
             [this] { QVERIFY(QFile::rename(container, root + u"/away"_s)); });
+        row("no container for an edited copy", Failure::DriveGone, u"-lock"_s, [this] {
+            play(u"open a; edit a=editado"_s);
+            QVERIFY(QFile::rename(container, root + u"/away"_s));
+        });
         row("unreadable block", Failure::DriveGone, u"-get a; -open a; -compact"_s, [this] {
             tape.emplace(root);
             tape->unreadableFrom = fixture->placeOf(u"a"_s);
@@ -196,6 +200,19 @@ private Q_SLOTS:
                     tape.emplace(root, CallFailure{1, error, CallFailure::forEver, CallFailure::Names});
                 });
         }
+        for (const bool isNew : {false, true}) {
+            row(isNew ? "failing renaming" : "failing exchange", Failure::DriveGone, u"lock; -create"_s,
+                [this, isNew] {
+                    QVERIFY(!isNew || QFile::remove(container));
+                    tape.emplace(root, CallFailure{1, EIO, 1, CallFailure::Names});
+                });
+        }
+        row("no renaming with flags in the temporary folder", Failure::None,
+            u"unlock uma senha bem longa; open a"_s, [this] {
+                play(u"lock"_s);
+                QVERIFY(QDir(temporary->path()).rmdir(u"Tessarin"_s));
+                tape.emplace(temporary->path(), CallFailure{1, EINVAL, 1, CallFailure::Names});
+            });
         row("taken place of a copy", Failure::WorkspaceUnavailable, u"-open a"_s,
             [this] { QVERIFY(QDir(vault().workspacePath()).mkdir(u"a"_s)); });
         row("workspace in use", Failure::WorkspaceUnavailable, u"-unlock uma senha bem longa; put b=b"_s,
@@ -205,6 +222,9 @@ private Q_SLOTS:
                 QVERIFY(QDir().mkdir(workspace, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
                 workspaceUser.emplace(workspace + u"/.tessarin-workspace.lock"_s);
                 QVERIFY(workspaceUser->tryLock(0));
+                QFile lock(workspaceUser->fileName()); // However long ago.
+                QVERIFY(lock.open(QIODevice::ReadWrite));
+                QVERIFY(lock.setFileTime(QDateTime::fromSecsSinceEpoch(0), QFile::FileModificationTime));
             });
         row("no room among the temporary files", Failure::WorkspaceUnavailable, u"-compact"_s, [this] {
             QVERIFY(qputenv("TMPDIR", QFile::encodeName(root)));
@@ -243,6 +263,9 @@ private Q_SLOTS:
                 QCOMPARE(readFile(container) == former, reason != Failure::FormerKeyRemains);
         }
         QCOMPARE(QDir(temporary->path()).entryList({u"Tessarin-compact-*"_s}), QStringList());
+        QStringList leftBeside = VaultManager::compactionTwins(container);
+        leftBeside.removeAll(twin);
+        QCOMPARE(leftBeside, QStringList());
     }
 
     void compactionReclaimsDeadBytesAndNothingElse()

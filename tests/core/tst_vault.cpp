@@ -140,7 +140,6 @@ private Q_SLOTS:
                 done += stored.plainSize;
                 expected << u"%1/%2 %3"_s.arg(done).arg(size).arg(name);
             }
-            QCOMPARE(done, size);
             QCOMPARE(std::exchange(seen, {}), expected + expected);
         }
         QVERIFY(f.vault.importFile(u"/proc/version"_s, u"of no size"_s)); // So the system tells.
@@ -252,8 +251,7 @@ private Q_SLOTS:
             std::barrier together(10);
             const auto start = [&] { return together.arrive_and_wait(), TempWorkspaceManager().prepare(); };
             std::vector<std::future<bool>> programs(10);
-            for (std::future<bool> &program : programs)
-                program = std::async(std::launch::async, start);
+            std::ranges::generate(programs, [&] { return std::async(std::launch::async, start); });
             for (std::future<bool> &program : programs)
                 QVERIFY(program.get());
             QCOMPARE(QDir(common).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), {u"Tessarin"_s});

@@ -19,7 +19,6 @@
 
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
-using namespace Qt::Literals::StringLiterals;
 
 static time_t skippedSeconds = 0;
 
@@ -188,7 +187,6 @@ private:
     const bool isThorough = qEnvironmentVariableIsSet("TESSARIN_CUTS");
     const int randomCuts = isThorough ? qEnvironmentVariableIntValue("TESSARIN_CUTS") : 4;
     const quint32 seed = static_cast<quint32>(qEnvironmentVariableIntValue("TESSARIN_SEED"));
-    int trials = 0;
     QString failed;                        ///< What has, before a cut.
     QHash<size_t, QByteArray> knownStates; ///< By a hash of all that is on the drive.
 
@@ -199,20 +197,20 @@ private:
     QByteArrayList states;          ///< Before, and after each step.
     bool isRecordBehind = false;
 
-    void choose(const QByteArray &name, const QByteArray &size = "small")
+    PowerCutTest &choose(const QByteArray &name, const QByteArray &size = "small")
     {
         const qint64 headerSize = headerSizes[size];
         isRecordBehind = headerSize > headerSizes["half"];
         operation = name;
         before.clear();
         if (name == "recover") { // Of a drive on which renaming broke off.
-            choose("rename", size);
-            record();
+            record("rename", size);
             operation = name;
             before = tornHeader(*whole);
         } else if (name != "create") {
             before = driveWithHeader(headerSize - (name == "rename" ? 0 : mostGrowth));
         }
+        return *this;
     }
 
     /// On the drive as it is before the operation, which may be what opens the vault.
@@ -236,9 +234,9 @@ private:
         return true;
     }
 
-    void record()
+    void record(const QByteArray &name, const QByteArray &size = "small")
     {
-        Begun session(*this);
+        Begun session(choose(name, size));
         states = {stateOfCopy(before)};
         whole.emplace(drive.path());
         for (const Step &step : operations[operation]) {
@@ -287,7 +285,6 @@ private:
     void cut(const DriveTape &tape, qsizetype at, DriveTape::Loss loss, quint32 cutSeed,
              const QByteArrayList &allowed)
     {
-        ++trials;
         const QByteArray state = stateOfCopy(tape.cutAfter(at, loss, cutSeed));
         const auto where =
             QString::asprintf("cut after %lld of %lld events, loss %d, seed %u: %s", qlonglong(at),
@@ -384,8 +381,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, name);
         QFETCH(QByteArray, size);
-        choose(name, size);
-        record();
+        record(name, size);
         QVERIFY2(!states.sliced(1).contains(QByteArray("")), "not even without a cut");
         QCOMPARE(filesIn(drive.path()).size(), 1);
         QFile file(container);
@@ -407,10 +403,8 @@ private Q_SLOTS:
         }
         cut(*whole, last, DriveTape::Everything, seed, {states.last()});
         QRandomGenerator random(seed + quint32(name.size()));
-        for (int i = 0; i < randomCuts; ++i) {
-            const auto at = random.bounded(last + 1);
-            cut(*whole, at, DriveTape::AnySectors, random.generate(), states);
-        }
+        for (int i = 0; i < randomCuts; ++i)
+            cut(*whole, random.bounded(last + 1), DriveTape::AnySectors, random.generate(), states);
 
         if (!isWhole)
             return;
@@ -438,28 +432,25 @@ private Q_SLOTS:
     /// What is kept of a torn header's page may be nothing at all. What the change left alone is not written.
     void anUnreadableTornHeaderIsRestored()
     {
-        for (const auto &[name, size] : {std::pair("rename", "small"),
-                                         {"rename", "more"},
-                                         {"password", "small"},
-                                         {"password", "half"},
-                                         {"password", "more"}}) {
-            choose(name, size);
-            record();
-            const DriveTape::Event header = whole->events.at(headerWriteOf(*whole));
-            putFiles(drive.path(), tornHeader(*whole));
-            Session second;
-            DriveTape damaged(drive.path());
-            damaged.unreadableFrom = header.position;
-            damaged.unreadableTo = header.position + HeaderArea::pageSize;
-            QVERIFY(second.vault.unlockVault(container, password));
-            damaged.stop();
-            QCOMPARE(damaged.unreadableTo, 0);
-            QCOMPARE(damaged.events.first().position, header.position);
-            QCOMPARE(damaged.events.first().bytes.size(), header.bytes.size());
-            QCOMPARE(stateOfDrive(), states.first());
-            DriveFiles erased = tornHeader(*whole); // As flash is.
-            erased.first().put(0, QByteArray(FileImage::sectorSize, '\xff'));
-            QCOMPARE(stateOfCopy(erased), states.first());
+        for (const char *name : {"rename", "password"}) {
+            for (const char *size : {"small", "half", "more"}) {
+                record(name, size);
+                const DriveTape::Event header = whole->events.at(headerWriteOf(*whole));
+                putFiles(drive.path(), tornHeader(*whole));
+                Session second;
+                DriveTape damaged(drive.path());
+                damaged.unreadableFrom = header.position;
+                damaged.unreadableTo = header.position + HeaderArea::pageSize;
+                QVERIFY(second.vault.unlockVault(container, password));
+                damaged.stop();
+                QCOMPARE(damaged.unreadableTo, 0);
+                QCOMPARE(damaged.events.first().position, header.position);
+                QCOMPARE(damaged.events.first().bytes.size(), header.bytes.size());
+                QCOMPARE(stateOfDrive(), states.first());
+                DriveFiles erased = tornHeader(*whole); // As flash is.
+                erased.first().put(0, QByteArray(FileImage::sectorSize, '\xff'));
+                QCOMPARE(stateOfCopy(erased), states.first());
+            }
         }
     }
 
@@ -467,9 +458,8 @@ private Q_SLOTS:
     void noFormerKeyOutlivesANewPassword()
     {
         for (const QByteArray &size : {QByteArray("small"), QByteArray("more")}) {
-            choose("rename", size);
             ContainerDocument document;
-            record();
+            record("rename", size);
             QVERIFY(ContainerManager().readDocument(container, &document));
             const QByteArray key = document.crypto.encryptedMasterKey.toBase64();
             const auto keysIn = [&](const DriveFiles &on) { return on.first().sectors.join().count(key); };
@@ -511,8 +501,7 @@ private Q_SLOTS:
     /// behind.
     void aRecordThatWasClearedInMemoryAloneUndoesNothing()
     {
-        choose("rename", "half");
-        Begun session(*this);
+        Begun session(choose("rename", "half"));
         const QString folder = session.vault.fileIndex().directories().first().path;
         DriveTape tape(drive.path(), {3, EIO, 1, CallFailure::Syncs});
         QVERIFY(session.vault.renameDirectory(folder, folder + QString(400'000, u'x')));
@@ -526,9 +515,8 @@ private Q_SLOTS:
     /// The ends of such a header, nonce and tag of its index, are those that the session knows.
     void aHeaderTornInItsMiddleIsRolledBackByItsSession()
     {
-        choose("rename", "more");
+        record("rename", "more");
         Begun session(*this);
-        record();
         DriveFiles torn = whole->cutAfter(2, DriveTape::Nothing);
         torn.first().put(2000000, QByteArray(4096, 'A'));
         putFiles(drive.path(), torn);
@@ -542,9 +530,8 @@ private Q_SLOTS:
     /// It was killed, or the power went, before its record was cleared.
     void whatAnotherProgramHasSavedIsNotRolledBack()
     {
-        choose("rename");
+        record("rename");
         Begun session(*this);
-        record();
         const DriveFiles saved = whole->cutAfter(headerWriteOf(*whole) + 1, DriveTape::Nothing);
         putFiles(drive.path(), saved);
         QVERIFY(!change(session.vault));
@@ -553,8 +540,7 @@ private Q_SLOTS:
 
     void aChangedPasswordIsNeverUndone()
     {
-        choose("rename");
-        Begun session(*this);
+        Begun session(choose("rename"));
         QVERIFY(VaultManager().changePassword(container, password, newPassword));
         QVERIFY(leaveStaleRecord(session.vault, drive.path()));
         const DriveFiles files = filesIn(drive.path());
@@ -591,8 +577,7 @@ private Q_SLOTS:
     {
         for (const auto &[name, goesAhead] :
              {std::pair("rename", false), {"delete", true}, {"password", true}}) {
-            choose(name, "full");
-            Begun session(*this);
+            Begun session(choose(name, "full"));
             DriveTape tape(drive.path(), {1, ENOSPC});
             QCOMPARE(run(session), goesAhead);
         }
@@ -632,8 +617,7 @@ private Q_SLOTS:
 
     void withoutLocksASeriesIsNotCommittedOverAnothersWork()
     {
-        choose("rename");
-        Begun series(*this);
+        Begun series(choose("rename"));
         Session other;
         DriveTape tape(drive.path());
         tape.hasLocks = false;
@@ -650,8 +634,6 @@ private Q_SLOTS:
         QVERIFY(series.unlock(container));
         QCOMPARE(contentsOf(series.vault), contentsOf(other.vault));
     }
-
-    void cleanupTestCase() { qInfo("%d trials", trials); }
 };
 
 QTEST_GUILESS_MAIN(PowerCutTest)

@@ -222,15 +222,14 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     }
 
     DriveFiles left;
-    for (auto name = names.cbegin(); name != names.cend(); ++name) {
-        if (*name == none)
-            continue;
-        FileImage image = files.value(*name).drive;
+    names.removeIf([](const auto &entry) { return entry.value() == none; });
+    for (const auto &[name, file] : names.asKeyValueRange()) {
+        FileImage image = files.value(file).drive;
         image.resize(image.size);
         // The place of a removed file may be another's already.
-        if (!namesInMemory.values().contains(*name) && loss == AnySectors)
+        if (!namesInMemory.values().contains(file) && loss == AnySectors)
             image.put(0, QByteArray(image.size / 2, 'x'));
-        left[QFile::decodeName(name.key())] = image;
+        left[QFile::decodeName(name)] = image;
     }
     return left;
 }
@@ -284,19 +283,18 @@ template <typename Where, typename Call>
 int taped(const DriveTape::Event &planned, Where where, const Call &call)
 {
     using Tape = DriveTape;
-    const std::optional found = tapedAt(where, planned);
-    if (!found)
+    std::optional event = tapedAt(where, planned);
+    if (!event)
         return call();
-    DriveTape::Event event = *found;
-    const bool isSync = QList{Tape::Sync, Tape::FailedSync, Tape::SyncNames}.contains(event.kind);
+    const bool isSync = QList{Tape::Sync, Tape::FailedSync, Tape::SyncNames}.contains(event->kind);
     const bool isFailing = fails(isSync ? CallFailure::Syncs : CallFailure::Changes);
     const int result = isFailing && !running->failure.isDone ? -1 : call();
-    if (result < 0 && event.kind == Tape::Sync)
-        event.kind = Tape::FailedSync;
-    if (result >= 0 && event.kind == Tape::Create) // Its file is there only now.
-        event = tapedAt(result, event).value_or(event);
-    if ((result < 0) == (event.kind == Tape::FailedSync))
-        running->events.append(event);
+    if (result < 0 && event->kind == Tape::Sync)
+        event->kind = Tape::FailedSync;
+    if (result >= 0 && event->kind == Tape::Create) // Its file is there only now.
+        event = tapedAt(result, *event).value_or(*event);
+    if ((result < 0) == (event->kind == Tape::FailedSync))
+        running->events.append(*event);
     return isFailing ? -1 : result;
 }
 

@@ -3,11 +3,9 @@
 #include "support/VaultFixture.h"
 
 #include <QJsonDocument>
-#include <QTest>
 
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
-using namespace Qt::Literals::StringLiterals;
 
 class ContainerTest : public QObject
 {

@@ -21,13 +21,12 @@ QByteArray masked(QByteArray bytes)
 /// How many 16-byte runs of the keys lie in writable memory, at any offset of 8.
 int runsInMemory(const QList<QByteArray> &keys)
 {
-    QFile maps(u"/proc/self/maps"_s);
     QFile memory(u"/proc/self/mem"_s);
-    if (!maps.open(QIODevice::ReadOnly) || !memory.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    if (!memory.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return -1;
 
     int found = 0;
-    for (const QByteArray &line : maps.readAll().split('\n')) {
+    for (const QByteArray &line : readFile(u"/proc/self/maps"_s).split('\n')) {
         const QByteArrayList range = line.left(line.indexOf(' ')).split('-');
         const qint64 start = range.first().toLongLong(nullptr, 16);
         const qint64 size = range.last().toLongLong(nullptr, 16) - start;

@@ -8,9 +8,6 @@
 #include <cstdlib>
 
 using namespace Tessarin::Tests;
-using namespace Qt::Literals::StringLiterals;
-
-namespace {
 
 /// What the scripts below are made of. To the kernel, `add` brings one more device: its name, that of a disk
 /// or "disk/partition", its bus, removable flag, type and label.
@@ -31,8 +28,6 @@ plug() {
     echo "$2" >> /run/mounted
 }
 )";
-
-} // namespace
 
 class DrivesTest : public QObject
 {

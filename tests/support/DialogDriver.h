@@ -9,7 +9,6 @@
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMenu>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QTimer>
@@ -36,25 +35,23 @@ inline QString describe(const QWidget &shown)
 {
     QStringList parts{shown.windowTitle()};
     QStringList buttons;
-    if (qobject_cast<const QMenu *>(&shown)) {
-        for (const QAction *action : shown.actions())
-            parts += (action->isSeparator() ? u"-"_s : action->text()) +
-                     (action->isEnabled() ? u""_s : u" (off)"_s);
-    } else if (const auto *files = qobject_cast<const QFileDialog *>(&shown)) {
+    if (const auto *files = qobject_cast<const QFileDialog *>(&shown)) {
         parts += files->findChild<QLineEdit *>(u"fileNameEdit"_s)->text();
         return (parts + files->nameFilters()).join(u" | "_s);
     }
+    for (const QAction *action : shown.actions()) // A menu's entries.
+        parts +=
+            (action->isSeparator() ? u"-"_s : action->text()) + (action->isEnabled() ? u""_s : u" (off)"_s);
     for (const QWidget *child : shown.findChildren<QWidget *>()) {
         const auto *label = qobject_cast<const QLabel *>(child);
         const auto *edit = qobject_cast<const QLineEdit *>(child);
         if (label && !label->isHidden() && !label->text().isEmpty()) {
             const bool isRich = label->textFormat() != Qt::PlainText && Qt::mightBeRichText(label->text());
             parts += (isRich ? u"<rich>"_s : QString()) + label->text().replace(u'\n', u'¶');
-        } else if (edit && edit->echoMode() == QLineEdit::Password)
-            parts += u"[hidden %1]"_s.arg(edit->text().size());
-        else if (edit)
-            parts += u'[' + edit->text() + u']';
-        else if (const auto *box = qobject_cast<const QComboBox *>(child))
+        } else if (edit) {
+            const bool isHidden = edit->echoMode() == QLineEdit::Password;
+            parts += u"[%1]"_s.arg(isHidden ? u"hidden %1"_s.arg(edit->text().size()) : edit->text());
+        } else if (const auto *box = qobject_cast<const QComboBox *>(child))
             parts += u'[' + box->currentText() + u']';
         else if (const auto *button = qobject_cast<const QPushButton *>(child))
             buttons += button->text().remove(u'&') + (button->isDefault() ? u"*"_s : QString());
@@ -81,9 +78,8 @@ private:
     {
         if (deadline.hasExpired())
             qFatal("a dialog does not close: %s", qPrintable(seen.join(u'\n')));
-        QWidget *shown = QApplication::activePopupWidget();
-        if (!shown)
-            shown = QApplication::activeModalWidget();
+        QWidget *const menu = QApplication::activePopupWidget();
+        QWidget *const shown = menu ? menu : QApplication::activeModalWidget();
         if (!shown && !QApplication::activeWindow()) {
             // As a window manager does once a dialog has gone.
             for (QWidget *window : QApplication::topLevelWidgets())
@@ -123,21 +119,17 @@ private:
         if (auto *files = qobject_cast<QFileDialog *>(&dialog)) {
             const QString paths = u'"' + QString(text).replace(u", "_s, u"\" \""_s) + u'"';
             files->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(paths);
-            static_cast<QDialog *>(files)->accept();
-            return;
+            return static_cast<QDialog *>(files)->accept();
         }
         QStringList parts = text.split(u" ; "_s);
         if (parts.constFirst().startsWith(u"do "_s))
             parts.removeFirst();
         const QString buttonText = parts.isEmpty() ? QString() : parts.takeLast();
         const QList<QLineEdit *> edits = dialog.findChildren<QLineEdit *>();
-        auto *box = dialog.findChild<QComboBox *>();
-        for (qsizetype i = 0; i < parts.size(); ++i) {
-            if (box)
-                box->setCurrentText(parts.at(i));
-            else
-                edits.at(i)->setText(QString(parts.at(i)).replace(u'¶', u'\n'));
-        }
+        if (auto *box = dialog.findChild<QComboBox *>(); box && !parts.isEmpty())
+            box->setCurrentText(parts.takeFirst());
+        for (qsizetype i = 0; i < parts.size(); ++i)
+            edits.at(i)->setText(QString(parts.at(i)).replace(u'¶', u'\n'));
         for (QAbstractButton *button : dialog.findChildren<QAbstractButton *>()) {
             if (button->isVisible() && button->text().remove(u'&') == buttonText)
                 return button->click();

@@ -8,6 +8,7 @@
 #include <QDialogButtonBox>
 #include <QHeaderView>
 #include <QListWidget>
+#include <QMenu>
 #include <QMetaEnum>
 #include <QProgressBar>
 #include <QStatusBar>

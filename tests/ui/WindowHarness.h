@@ -62,17 +62,15 @@ public:
     QString drop(const QStringList &paths, const QString &row = {})
     {
         QMimeData data;
-        QList<QUrl> urls;
-        for (const QString &path : paths)
-            urls += QUrl::fromLocalFile(path);
+        QList<QUrl> urls(paths.size());
+        std::ranges::transform(paths, urls.begin(), &QUrl::fromLocalFile);
         data.setUrls(urls);
         const QPoint place = placeOf(row);
         QDragEnterEvent enter(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
         QApplication::sendEvent(table.viewport(), &enter);
         QDropEvent drop(place, enter.possibleActions(), &data, Qt::LeftButton, {});
-        if (!enter.isAccepted())
-            return u"refused"_s;
-        QApplication::sendEvent(table.viewport(), &drop);
+        if (enter.isAccepted())
+            QApplication::sendEvent(table.viewport(), &drop);
         QApplication::processEvents();
         return drop.isAccepted() && drop.dropAction() == Qt::CopyAction ? u"taken"_s : u"refused"_s;
     }

@@ -19,13 +19,18 @@ class VaultTableTest : public QObject
 {
     Q_OBJECT
 
+    SecureFileIndex index;
+
 private Q_SLOTS:
+    void initTestCase()
+    {
+        index.addOrReplace({{}, u"fotos/um.jpg"_s, 0, {}, {}, {}});
+        for (const QString &path : {u"zebra"_s, u"Fotos"_s, u"fotos/Praia"_s})
+            index.addDirectory({path, {}, {}});
+    }
+
     void aFolderShowsWhatItsNameHoldsInAnyLetterCase()
     {
-        SecureFileIndex index = sampleIndex();
-        VaultFileEntry entry;
-        entry.vaultPath = u"fotos/um.jpg"_s;
-        index.addOrReplace(entry);
         QTableWidget table(0, VaultTable::ColumnCount);
         VaultTable::fill(table, index, u"Fotos"_s, VaultTable::NameColumn, Qt::AscendingOrder);
         QCOMPARE(table.rowCount(), 3); // The way up, Praia and um.jpg.
@@ -52,8 +57,8 @@ private Q_SLOTS:
     void aFileMovesToEveryFolderButItsOwn()
     {
         const QStringList others{u"fotos/Praia"_s, u"zebra"_s};
-        QCOMPARE(moveDestinations(sampleIndex(), {}), QStringList{u"Fotos"_s} + others);
-        QCOMPARE(moveDestinations(sampleIndex(), u"fotos"_s), QStringList{QString()} + others);
+        QCOMPARE(moveDestinations(index, {}), QStringList{u"Fotos"_s} + others);
+        QCOMPARE(moveDestinations(index, u"fotos"_s), QStringList{QString()} + others);
         QVERIFY(MoveFileDialog(QString(255, u'x'), {QString(250, u'y')}, nullptr).sizeHint().width() < 700);
     }
 
@@ -84,14 +89,6 @@ private:
     {
         const QIcon icon = vaultItemIcon(VaultTableItemKind::File, u"x."_s + suffix);
         return icon.pixmap(22, 22).toImage().pixelColor(place);
-    }
-
-    static SecureFileIndex sampleIndex()
-    {
-        SecureFileIndex index;
-        for (const QString &path : {u"zebra"_s, u"Fotos"_s, u"fotos/Praia"_s})
-            index.addDirectory({path, {}, {}});
-        return index;
     }
 };
 

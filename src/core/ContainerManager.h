@@ -29,6 +29,7 @@ struct ContainerCryptoMetadata
     QByteArray payloadNonce; ///< Of the index.
     QByteArray authTag;      ///< Always empty in files this program writes: tags follow their ciphertext.
     QByteArray encryptedMasterKey;
+    bool operator==(const ContainerCryptoMetadata &) const = default;
 };
 
 /// A container without its blocks.

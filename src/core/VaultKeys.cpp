@@ -96,10 +96,9 @@ SecretBytes decryptMasterKey(const ContainerDocument &document, const QByteArray
 
 bool wrapAlike(const ContainerDocument &first, const ContainerDocument &second)
 {
-    const ContainerCryptoMetadata &a = first.crypto;
-    const ContainerCryptoMetadata &b = second.crypto;
-    return a.kdf == b.kdf && a.cipher == b.cipher && a.kdfIterations == b.kdfIterations && a.salt == b.salt &&
-           a.nonce == b.nonce && a.encryptedMasterKey == b.encryptedMasterKey;
+    ContainerCryptoMetadata other = second.crypto;
+    other.payloadNonce = first.crypto.payloadNonce;
+    return first.crypto == other;
 }
 
 QByteArray encryptIndex(const ContainerDocument &document, const SecureFileIndex &index,

@@ -113,7 +113,7 @@ bool syncDirectory(const QString &directoryPath)
 {
     const int directory =
         ::open(QFile::encodeName(directoryPath).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory < 0)
+    if (directory == -1)
         return false;
     const bool isSynced = ::fsync(directory) == 0 || errno == EINVAL || errno == ENOTSUP;
     ::close(directory);
@@ -125,7 +125,7 @@ FileLock lockOwnDirectory(const QString &path, QFile &directory)
     const int descriptor =
         ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     struct stat status = {};
-    const bool isOwn = descriptor >= 0 &&
+    const bool isOwn = descriptor != -1 &&
                        directory.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
                        ::fstat(descriptor, &status) == 0 && status.st_uid == ::geteuid();
     return isOwn ? takeLock(directory) : FileLock::Held;

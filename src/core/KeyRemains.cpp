@@ -56,7 +56,7 @@ bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
     auto first = std::find_if_not(std::make_reverse_iterator(middle), bytes.crend(), isText).base();
     // A block that ends in what looks like text is not part of it.
     const qsizetype start = QByteArrayView(first, last).first(middle - first).lastIndexOf("{\"magic\"");
-    if (start >= 0)
+    if (start != -1)
         first += start;
     return writeZeros(file, begin + (first - bytes.cbegin()), last - first);
 }
@@ -64,7 +64,7 @@ bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
 bool wipeTextsIn(QFileDevice &file, const QByteArray &chunk, qint64 offset, Range gap)
 {
     for (const QByteArrayView name : names) {
-        for (qsizetype at = chunk.indexOf(name); at >= 0; at = chunk.indexOf(name, at + 1)) {
+        for (qsizetype at = chunk.indexOf(name); at != -1; at = chunk.indexOf(name, at + 1)) {
             if (!wipeTextAround(file, offset + at, gap))
                 return false;
         }

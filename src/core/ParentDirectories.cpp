@@ -15,10 +15,10 @@ void ensureParentDirectories(SecureFileIndex &index, const QString &path)
 
     const QDateTime now = QDateTime::currentDateTimeUtc();
     for (qsizetype end = parent.indexOf(QLatin1Char('/'));; end = parent.indexOf(QLatin1Char('/'), end + 1)) {
-        const QString ancestor = end < 0 ? parent : parent.left(end);
+        const QString ancestor = end == -1 ? parent : parent.left(end);
         if (!indexContainsDirectoryPath(index, ancestor))
             index.addDirectory({ancestor, now, now});
-        if (end < 0)
+        if (end == -1)
             return;
     }
 }

@@ -92,7 +92,7 @@ public:
     }
     Q_DISABLE_COPY(Directory)
 
-    [[nodiscard]] bool isOpen() const { return descriptor >= 0; }
+    [[nodiscard]] bool isOpen() const { return descriptor != -1; }
 
     /// Opens a directory by its path, without following a link at its end. Not open when it is not private.
     static Directory at(const QByteArray &path)
@@ -158,7 +158,7 @@ private:
         Directory directory;
         directory.descriptor = newDescriptor;
         struct stat status = {};
-        const bool isPrivate = newDescriptor >= 0 && ::fstat(newDescriptor, &status) == 0 &&
+        const bool isPrivate = newDescriptor != -1 && ::fstat(newDescriptor, &status) == 0 &&
                                status.st_uid == ::geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
         if (!isPrivate)
             directory.close();
@@ -221,7 +221,7 @@ QString TempWorkspaceManager::substituteName(const QString &original, const QStr
             .first(16)
             .toHex();
     const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
-    const QString suffix = dot >= 0 && name.size() - dot <= longestSuffix ? name.mid(dot) : QString();
+    const QString suffix = dot != -1 && name.size() - dot <= longestSuffix ? name.mid(dot) : QString();
     QString substitute = name.left(shownLetters) + QLatin1Char('-') + QLatin1String(digest) + suffix;
     substitute.remove(QChar(QChar::Null));
     return QFile::decodeName(QFile::encodeName(substitute));
@@ -254,7 +254,7 @@ bool TempWorkspaceManager::openNewCopy(QFile &copy)
         return false;
     newCopyName = ".tessarin-" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
     const int descriptor = handle->openFile(newCopyName, O_WRONLY | O_CREAT | O_EXCL);
-    if (descriptor < 0)
+    if (descriptor == -1)
         return false;
     if (copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle) &&
         ::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0)
@@ -295,7 +295,7 @@ bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const
         !parent.isOpen() || name.isEmpty() ? -1 : parent.openFile(name, O_RDONLY | O_NONBLOCK);
     QFile copy;
     struct stat status = {};
-    return descriptor >= 0 && copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
+    return descriptor != -1 && copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&
            ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
            isOpenAt(copy, pathForVaultFile(vaultPath));
 }

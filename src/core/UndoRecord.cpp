@@ -51,8 +51,8 @@ HeaderPieces cut(QByteArrayView header)
 {
     const qsizetype key = header.indexOf(indexKey);
     const qsizetype start = key + indexKey.size();
-    const qsizetype end = key < 0 ? -1 : header.indexOf('"', start);
-    if (end < 0)
+    const qsizetype end = key == -1 ? -1 : header.indexOf('"', start);
+    if (end == -1)
         return {header, {}, {}, {}};
     const QByteArrayView text = header.sliced(start, end - start);
     // Text that does not come back the same from its bytes is kept as it stands.
@@ -129,7 +129,7 @@ qint64 endOfWrappedKey(QByteArrayView header)
 {
     constexpr qint64 mostBehindItsName = 4096;
     const qsizetype name = header.indexOf("\"encryptedMasterKey\"");
-    return name < 0 ? header.size() : name + mostBehindItsName;
+    return name == -1 ? header.size() : name + mostBehindItsName;
 }
 
 RecordPlace placeOf(qint64 offset, qint64 recordSize, QByteArrayView formerHeader)

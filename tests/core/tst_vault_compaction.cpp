@@ -99,6 +99,9 @@ private Q_SLOTS:
         QTest::addColumn<Failure>("reason");
         QTest::addColumn<QString>("script");
         QTest::addColumn<std::function<void()>>("hinder");
+        const auto failing = [this](const CallFailure &failure) {
+            return [this, failure] { tape.emplace(root, failure); };
+        };
         const auto row = [](const char *name, Failure reason, const QString &script,
                             const std::function<void()> &hinder = {}) {
             QTest::newRow(name) << reason << script << hinder;
@@ -139,9 +142,8 @@ private Q_SLOTS:
         row("full index", Failure::IndexFull, u"-mkdir "_s + QString(6300000, u'x'));
         row("full drive", Failure::NoSpace, u"-import %1>b"_s.arg(filler), [this] { fillUp(); });
         row("read-only drive", Failure::ReadOnly, changes, [this] { QVERIFY(remount(MS_RDONLY)); });
-        row("container that cannot be removed", Failure::ReadOnly, u"-compact; put b=b"_s, [this] {
-            tape.emplace(root, CallFailure{1, EPERM, 1, CallFailure::Names});
-        });
+        row("container that cannot be removed", Failure::ReadOnly, u"-compact; put b=b"_s,
+            failing({1, EPERM, 1, CallFailure::Names}));
         row("container in use", Failure::InUse, changes + u"; lock; -create; "_s + password,
             [this] { lockByUser(); });
         row("another program", Failure::ChangedByOther, changes, [this] {
@@ -159,7 +161,9 @@ private Q_SLOTS:
         row("no container", Failure::DriveGone, changes + u"; -open a; -get a"_s,
             [this] { QVERIFY(QFile::rename(container, root + u"/away"_s)); });
         row("no container for an edited copy", Failure::DriveGone, u"-lock"_s, [this] {
-            play(u"open a; edit a=editado"_s);
+            play(u"open a"_s);
+            QVERIFY(vault().modifiedOpenFiles().isEmpty());
+            play(u"edit a=editado"_s);
             QVERIFY(QFile::rename(container, root + u"/away"_s));
         });
         row("unreadable block", Failure::DriveGone, u"-get a; -open a; -compact"_s, [this] {
@@ -167,9 +171,8 @@ private Q_SLOTS:
             tape->unreadableFrom = fixture->placeOf(u"a"_s);
             tape->unreadableTo = tape->unreadableFrom + 1;
         });
-        row("former key", Failure::FormerKeyRemains, u"lock; "_s + password, [this] {
-            tape.emplace(root, CallFailure{3, EIO, 2, CallFailure::Syncs});
-        });
+        row("former key", Failure::FormerKeyRemains, u"lock; "_s + password,
+            failing({3, EIO, 2, CallFailure::Syncs}));
         row("unreadable block, damaged index", Failure::DriveGone, u"lock; "_s + password, [this] {
             const QByteArray index = fixture->document().encryptedIndex.toBase64();
             overwrite(container, readFile(container).indexOf(index), index.last(8));
@@ -182,9 +185,8 @@ private Q_SLOTS:
                 QVERIFY(VaultManager().changePassword(container, fixture->password, "outra senha longa"));
                 lengthenLine();
             });
-        row("failed wait for the drive", Failure::DriveGone, u"-put b=b"_s, [this] {
-            tape.emplace(root, CallFailure{1, EIO, 1, CallFailure::Syncs});
-        });
+        row("failed wait for the drive", Failure::DriveGone, u"-put b=b"_s,
+            failing({1, EIO, 1, CallFailure::Syncs}));
         for (const int error : {EINVAL, ESPIPE, ENOSYS}) {
             const auto name = "no early writeback: " + QByteArray::number(error);
             row(name.constData(), Failure::None, u"import %1>b"_s.arg(filler), [this, error] {
@@ -220,7 +222,7 @@ private Q_SLOTS:
                 play(u"lock"_s);
                 const QString workspace = vault().workspacePath();
                 QVERIFY(QDir().mkdir(workspace, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-                workspaceUser.emplace(workspace + u"/.tessarin-workspace.lock"_s);
+                workspaceUser.emplace(fixture->workspaceLock());
                 QVERIFY(workspaceUser->tryLock(0));
                 QFile lock(workspaceUser->fileName()); // However long ago.
                 QVERIFY(lock.open(QIODevice::ReadWrite));

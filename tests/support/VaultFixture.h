@@ -73,7 +73,8 @@ public:
     Core::VaultManager vault;
 
     bool unlock() { return vault.unlockVault(container, password); }
-    bool reopen() { return vault.lockVault() && unlock(); }
+    bool reopen() { return vault.lockVault() && unlock() && QFile::exists(workspaceLock()); }
+    QString workspaceLock() const { return vault.workspacePath() + u"/.tessarin-workspace.lock"_s; }
 
     /// Plays steps such as "put a=bytes; rename a>b; -rmdir c", where "-" is before what must be refused.
     void play(const QString &script)

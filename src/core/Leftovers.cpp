@@ -65,23 +65,28 @@ public:
                isOpenAt(file, file.fileName());
     }
 
-    /// True when nothing is lost with a file that a compaction has left. Tells what may be a container of
-    /// this vault, too.
-    bool isSuperfluousCopy(QFile &file, bool &mayBeOfThisVault)
+    enum class Verdict {
+        Superfluous, ///< Nothing is lost with it.
+        Needed,      ///< A container of this vault, or one that could not be read yet.
+        Foreign,     ///< No container of this vault.
+    };
+
+    /// Of a file that a compaction has left.
+    Verdict judgeCopy(QFile &file)
     {
+        if (!takeFromBudget(ContainerFormat::blockAreaOffset))
+            return Verdict::Needed;
         ContainerDocument document;
         SecureFileIndex index;
-        mayBeOfThisVault = true;
-        if (!takeFromBudget(ContainerFormat::blockAreaOffset))
-            return false;
-        mayBeOfThisVault = containers.readDocument(file.fileName(), &document) &&
-                           decryptIndex(document, vault.masterKey, &index);
-        return (mayBeOfThisVault ? isContainedIn(index, vault.index) : isUnfinishedCopy(file)) &&
-               isVaultWhole();
+        const bool isOfThisVault = containers.readDocument(file.fileName(), &document) &&
+                                   decryptIndex(document, vault.masterKey, &index);
+        if ((isOfThisVault ? isContainedIn(index, vault.index) : isUnfinishedCopy(file)) && isVaultWhole())
+            return Verdict::Superfluous;
+        return isOfThisVault ? Verdict::Needed : Verdict::Foreign;
     }
 
-    /// The same of a creation: the new container that never got its place, or the former one that has lost
-    /// it to this vault.
+    /// True when nothing is lost with a file that a creation has left: the new container that never got its
+    /// place, or the former one that has lost it to this vault.
     bool isSuperfluousCreation(QFile &file)
     {
         // On FAT, two names that were about to be exchanged may lead to one file.
@@ -171,10 +176,12 @@ void clearWorkingFolder(const QString &path, LeftoverJudge &judge, QStringList &
         if (found != built && !isCreationName(built.filePath(), found.filePath()))
             continue;
         QFile file(found.filePath());
-        bool mayBeOfThisVault = false;
-        if (judge.take(file) && judge.isSuperfluousCopy(file, mayBeOfThisVault))
+        if (!judge.take(file))
+            continue;
+        const LeftoverJudge::Verdict verdict = judge.judgeCopy(file);
+        if (verdict == LeftoverJudge::Verdict::Superfluous)
             static_cast<void>(removeWithKey(file.fileName()));
-        else if (mayBeOfThisVault)
+        else if (verdict == LeftoverJudge::Verdict::Needed)
             staying.append(file.fileName());
     }
     QDir().rmdir(path); // It stays when anything is left in it.
@@ -191,10 +198,9 @@ QStringList clearLeftovers(const VaultUnderLock &vault, qint64 mostBytesRead,
         QFile file(path);
         if (!judge.take(file))
             return false;
-        bool mayBeOfThisVault = false;
         return isCreationName(vault.container.fileName(), path)
                    ? judge.isSuperfluousCreation(file) && QFile::remove(path)
-                   : judge.isSuperfluousCopy(file, mayBeOfThisVault) && removeWithKey(path);
+                   : judge.judgeCopy(file) == LeftoverJudge::Verdict::Superfluous && removeWithKey(path);
     };
     QStringList staying = leftoversBeside(vault.container.fileName());
     staying.removeIf(isCleared);

@@ -429,12 +429,16 @@ private Q_SLOTS:
         QVERIFY(QFile::copy(container, built));
         QVERIFY(QFile::copy(container, folder + u"/alheio.trvx"_s));
         QCOMPARE(::link(QFile::encodeName(built), QFile::encodeName(link)), 0);
+        const QString foreign = temporary->filePath(u"Tessarin-compact-bcdefg/tessarin.trvx"_s);
+        QVERIFY(QFileInfo(foreign).dir().mkpath(u"."_s));
+        QVERIFY(VaultManager().createVault(foreign, fixture->password));
         QVERIFY(fixture->reopen());
         QCOMPARE(vault().compactionLeftovers(), QStringList{built});
         QVERIFY(compact());
         QCOMPARE(vault().compactionLeftovers(), QStringList());
         QCOMPARE(readFile(link).first(512), QByteArray(512, '\0'));
         QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{u"alheio.trvx"_s});
+        QVERIFY(QFile::exists(foreign));
     }
 
     void whatAKilledCreationLeftGoesWithTheNextUnlocking()

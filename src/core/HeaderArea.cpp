@@ -26,7 +26,7 @@ qint64 headerLengthIn(const QByteArray &line)
 
 QByteArray readAt(QIODevice &file, qint64 offset, qint64 sizeBytes)
 {
-    return file.seek(offset) ? file.read(sizeBytes) : QByteArray();
+    return offset >= 0 && file.seek(offset) ? file.read(sizeBytes) : QByteArray();
 }
 
 HeaderArea::HeaderArea(QByteArrayView header)

@@ -64,7 +64,8 @@ private:
     return (offset + HeaderArea::pageSize - 1) / HeaderArea::pageSize * HeaderArea::pageSize;
 }
 
-/// Reads from an offset on; fewer bytes at the end of the file, and where some cannot be read.
+/// Reads from an offset on; fewer bytes at the end of the file, and where some cannot be read. Nothing
+/// lies before its start.
 [[nodiscard]] QByteArray readAt(QIODevice &file, qint64 offset, qint64 sizeBytes);
 
 } // namespace Tessarin::Core

@@ -73,9 +73,7 @@ QByteArray recordBytes(const HeaderPieces &former, Kind kind, const QByteArray &
                        const QByteArray &newHash)
 {
     const QByteArray index = kind == IndexStaysInPlace ? QByteArray() : former.index;
-    QByteArray record;
-    record.reserve(former.before.size() + index.size() + former.after.size() + trailerSize);
-    record += former.before;
+    QByteArray record = former.before.toByteArray();
     record += index;
     record += former.after;
     record += recordMagic;
@@ -140,9 +138,8 @@ RecordPlace placeOf(qint64 offset, qint64 recordSize, QByteArrayView formerHeade
 
 std::optional<UndoRecord> findRecordEndingAt(QIODevice &container, qint64 end)
 {
-    const std::optional<Trailer> trailer =
-        end < trailerSize ? std::nullopt : parseTrailer(readAt(container, end - trailerSize, trailerSize));
-    if (!trailer || trailer->recordSize() > end)
+    const std::optional<Trailer> trailer = parseTrailer(readAt(container, end - trailerSize, trailerSize));
+    if (!trailer)
         return {};
 
     UndoRecord record;

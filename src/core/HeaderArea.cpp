@@ -40,9 +40,7 @@ HeaderArea::HeaderArea(QByteArrayView header)
 std::optional<HeaderArea> HeaderArea::read(QIODevice &container)
 {
     HeaderArea area;
-    if (!container.seek(0))
-        return {};
-    QByteArray text = container.read(pageSize);
+    QByteArray text = readAt(container, 0, pageSize);
     const QByteArray line =
         text.mid(fileMagicSize, text.mid(fileMagicSize, longestLengthLine).indexOf('\n') + 1);
     const qint64 length = text.startsWith(fileMagic) ? headerLengthIn(line) : 0;
@@ -54,10 +52,8 @@ std::optional<HeaderArea> HeaderArea::read(QIODevice &container)
         return area;
 
     const qint64 end = area.prologueSize + length;
-    if (end > text.size() && !container.seek(text.size()))
-        return {};
     if (end > text.size())
-        text += container.read(end - text.size());
+        text += readAt(container, text.size(), end - text.size());
     text.truncate(end);
     if (text.size() == end)
         area.text = text;

@@ -122,12 +122,11 @@ std::optional<Trailer> parseTrailer(const QByteArray &bytes)
     return trailer;
 }
 
-/// Where the wrapped key ends in a header, or in a record of it, at the latest.
+/// Where the wrapped key ends in a header, or in a record of it, at the latest; near the beginning without one.
 qint64 endOfWrappedKey(QByteArrayView header)
 {
     constexpr qint64 mostBehindItsName = 4096;
-    const qsizetype name = header.indexOf("\"encryptedMasterKey\"");
-    return name == -1 ? header.size() : name + mostBehindItsName;
+    return header.indexOf("\"encryptedMasterKey\"") + mostBehindItsName;
 }
 
 RecordPlace placeOf(qint64 offset, qint64 recordSize, QByteArrayView formerHeader)
@@ -203,8 +202,7 @@ std::optional<UndoRecord> findUndoRecord(QIODevice &container)
 {
     if (std::optional<UndoRecord> record = findRecordEndingAt(container, tailEnd))
         return record;
-    return container.size() > blockAreaOffset ? findRecordEndingAt(container, container.size())
-                                              : std::nullopt;
+    return findRecordEndingAt(container, container.size());
 }
 
 } // namespace Tessarin::Core

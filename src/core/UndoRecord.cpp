@@ -122,7 +122,8 @@ std::optional<Trailer> parseTrailer(const QByteArray &bytes)
     return trailer;
 }
 
-/// Where the wrapped key ends in a header, or in a record of it, at the latest; near the beginning without one.
+/// Where the wrapped key ends in a header, or in a record of it, at the latest; near the beginning where
+/// there is none.
 qint64 endOfWrappedKey(QByteArrayView header)
 {
     constexpr qint64 mostBehindItsName = 4096;

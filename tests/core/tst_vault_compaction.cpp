@@ -202,19 +202,15 @@ private Q_SLOTS:
                     tape.emplace(root, CallFailure{1, error, CallFailure::forEver, CallFailure::Names});
                 });
         }
-        for (const auto &[isNew, call, counted] : {std::tuple(false, 1, CallFailure::Names),
-                                                   {false, 1, CallFailure::Syncs},
-                                                   {false, 2, CallFailure::Syncs},
-                                                   {false, 3, CallFailure::Syncs},
-                                                   {false, 4, CallFailure::Syncs},
-                                                   {true, 1, CallFailure::Names},
-                                                   {true, 2, CallFailure::Syncs},
-                                                   {true, 3, CallFailure::Syncs}}) {
-            const auto name = u"creation, new %1, call %2 of %3"_s.arg(isNew).arg(call).arg(counted);
-            row(qPrintable(name), Failure::DriveGone, u"lock; -create"_s, [this, isNew, call, counted] {
-                QVERIFY(!isNew || QFile::remove(container));
-                tape.emplace(root, CallFailure{call, EIO, 1, counted});
-            });
+        for (const bool isNew : {false, true}) {
+            for (int sync = 0; sync < (isNew ? 4 : 5); ++sync) { // The renaming itself for 0.
+                const auto name = u"creation, new %1, sync %2"_s.arg(isNew).arg(sync);
+                row(qPrintable(name), Failure::DriveGone, u"lock; -create"_s, [this, isNew, sync] {
+                    QVERIFY(!isNew || QFile::remove(container));
+                    const auto counted = sync == 0 ? CallFailure::Names : CallFailure::Syncs;
+                    tape.emplace(root, CallFailure{std::max(sync, 1), EIO, 1, counted});
+                });
+            }
         }
         row("no renaming with flags in the temporary folder", Failure::None,
             u"unlock uma senha bem longa; open a"_s, [this] {

@@ -205,7 +205,7 @@ bool Compactor::putTwinBeside(const QString &path)
 {
     const qint64 available = freeBytes(QFileInfo(path).absolutePath());
     const qint64 needed = QFileInfo(builtPath).size() + ContainerFormat::headerAreaSize;
-    if (available != -1 && available < needed)
+    if (available >= 0 && available < needed)
         return true;
     twin.setFileName(newTwinPath(path));
     return copyAndVerify(builtPath, twin, progress) != CopyResult::Failed;

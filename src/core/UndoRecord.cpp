@@ -122,12 +122,12 @@ std::optional<Trailer> parseTrailer(const QByteArray &bytes)
     return trailer;
 }
 
-/// Where the wrapped key ends in a header, or in a record of it, at the latest; near the beginning where
-/// there is none.
+/// Where the wrapped key ends in a header, or in a record of it, at the latest.
 qint64 endOfWrappedKey(QByteArrayView header)
 {
     constexpr qint64 mostBehindItsName = 4096;
-    return header.indexOf("\"encryptedMasterKey\"") + mostBehindItsName;
+    const qsizetype name = header.indexOf("\"encryptedMasterKey\"");
+    return name == -1 ? header.size() : name + mostBehindItsName; // Its name may be written otherwise.
 }
 
 RecordPlace placeOf(qint64 offset, qint64 recordSize, QByteArrayView formerHeader)

@@ -29,7 +29,7 @@ void renewKeyParameters(ContainerDocument &document);
 /// Empty when the password is wrong or the header is damaged: the two are not told apart.
 [[nodiscard]] SecretBytes decryptMasterKey(const ContainerDocument &document, const QByteArray &password);
 
-/// True when two headers hold the same wrapping of the key, with all that opening it takes.
+/// True when two headers hold the same wrapping of the key, and agree in all but the index and its nonce.
 [[nodiscard]] bool wrapAlike(const ContainerDocument &first, const ContainerDocument &second);
 
 [[nodiscard]] QByteArray encryptIndex(const ContainerDocument &document, const SecureFileIndex &index,

@@ -26,7 +26,7 @@ bool FileSyncManager::isModified(const QString &vaultPath) const
     if (record == records.cend())
         return false;
 
-    // The time of a copy that is gone is invalid, which is before any other.
+    // The time of a copy that is gone is invalid, which counts as no later than any that a copy has.
     return record->lastModifiedUtc < QFileInfo(record->tempPath).lastModified().toUTC();
 }
 

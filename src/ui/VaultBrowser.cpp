@@ -48,7 +48,7 @@ std::optional<QStringList> localFiles(const QList<QUrl> &urls)
     return paths;
 }
 
-/// Its own class measures every label in bold, which this header does not paint: a font loaded for nothing.
+/// QHeaderView measures every label in bold, which this header does not paint: a font loaded for nothing.
 class TableHeader final : public QHeaderView
 {
 public:
@@ -57,7 +57,7 @@ public:
 protected:
     QSize sectionSizeFromContents(int section) const override
     {
-        QStyleOptionHeader option;
+        QStyleOptionHeaderV2 option;
         initStyleOption(&option);
         initStyleOptionForIndex(&option, section);
         return style()->sizeFromContents(QStyle::CT_HeaderSection, &option, {}, this);

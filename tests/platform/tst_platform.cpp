@@ -9,6 +9,7 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -144,6 +145,7 @@ private Q_SLOTS:
         const Tessarin::Platform::FileOpener opener;
         QSignalSpy failed(&opener, &Tessarin::Platform::FileOpener::failed);
         const QString program = root + u"/xdg-open"_s;
+        QCOMPARE(QStandardPaths::findExecutable(u"xdg-open"_s), program);
         for (const auto &[url, failures] :
              {std::pair{"file:///tmp/a%20%231"_ba, 0}, {"file:///fails"_ba, 1}, {"file:///dies"_ba, 2}}) {
             QVERIFY(QDesktopServices::openUrl(QUrl(QString::fromLatin1(url))));

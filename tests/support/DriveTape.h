@@ -44,7 +44,7 @@ struct CallFailure
     int error = 0;
     int times = 1;
     Calls counted = Changes; ///< And failing: all that change something, or only these.
-    bool isDone = false;     ///< What changes names or sizes is done all the same.
+    bool isDone = false;     ///< What changes names or sizes is done all the same, but for `Names`.
 };
 
 class DriveTape

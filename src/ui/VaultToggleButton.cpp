@@ -10,6 +10,12 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace Tessarin::UI {
 
+namespace {
+
+constexpr int borderWidth = 1; ///< In the style sheet, too.
+
+} // namespace
+
 VaultToggleButton::VaultToggleButton(int side, QWidget *parent) : QToolButton(parent)
 {
     const QSize square(side, side);
@@ -51,7 +57,8 @@ void VaultToggleButton::showState(bool unlocked, bool enabled)
     const QSignalBlocker blocker(this);
     setEnabled(enabled);
     setChecked(unlocked);
-    setIcon(padlockIcon(unlocked, enabled, iconSize().width()));
+    // Any larger, it would be scaled down to the room that the border leaves.
+    setIcon(padlockIcon(unlocked, enabled, iconSize().width() - 2 * borderWidth));
 
     QString purpose = tr("Selecione um container para desbloquear o cofre.");
     if (unlocked)

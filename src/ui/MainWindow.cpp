@@ -43,8 +43,8 @@ MainWindow::MainWindow(QWidget *parent) : MainWindow(Platform::makeSystemDeviceM
 MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidget *parent)
     : QMainWindow(parent), deviceManager(std::move(detector))
 {
-    buildUi();
     buildMenus();
+    buildUi();
     connectSignals();
     refreshDevices();
     setStatusMessage(tr("Pronto"), 0);
@@ -140,7 +140,7 @@ void MainWindow::buildUi()
 
     vaultStatusBar = new VaultStatusBar(this);
     setStatusBar(vaultStatusBar);
-    setFixedSize(sizeHint());
+    setFixedSize(sizeHint()); // The menu bar is in it already.
 }
 
 QWidget *MainWindow::buildDeviceRow()
@@ -170,8 +170,6 @@ QWidget *MainWindow::buildDeviceRow()
 void MainWindow::buildMenus()
 {
     windowActions = std::make_unique<WindowActions>(menuBar());
-    // Only now does the menu bar take its height.
-    setFixedSize(sizeHint());
 }
 
 void MainWindow::connectSignals()

@@ -97,10 +97,6 @@ void VaultBrowser::build()
     setItemDelegateForColumn(VaultTable::IconColumn, new CopyMark(this));
     setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    setStyleSheet(
-        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
-        "QTableWidget::item:focus { outline: none; }"
-        "QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_s);
 }
 
 void VaultBrowser::buildHeader()
@@ -124,6 +120,11 @@ void VaultBrowser::buildHeader()
     setColumnWidth(VaultTable::SizeColumn, 110);
     setColumnWidth(VaultTable::TypeColumn, 70);
     setColumnWidth(VaultTable::DateColumn, 140);
+    // Last, or the header would be measured through it at every step.
+    setStyleSheet(
+        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
+        "QTableWidget::item:focus { outline: none; }"
+        "QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_s);
 }
 
 bool VaultBrowser::isUnlocked() const

@@ -50,6 +50,15 @@ bool hangsFromUsb(const QString &name, const QString &root)
     return blockDeviceSysfsPath(name, root).contains("/usb"_L1);
 }
 
+bool holdsOfDeviceOrDisk(const QString &name, const QString &root,
+                         bool (*holds)(const QString &name, const QString &root))
+{
+    if (holds(name, root))
+        return true;
+    const QString disk = parentDiskName(name, root);
+    return disk != name && holds(disk, root);
+}
+
 QStringList userNames()
 {
     QStringList users;
@@ -96,12 +105,12 @@ QString parentDiskName(const QString &name, const QString &root)
 
 bool isUsbBlockDevice(const QString &name, const QString &root)
 {
-    return hangsFromUsb(name, root) || hangsFromUsb(parentDiskName(name, root), root);
+    return holdsOfDeviceOrDisk(name, root, &hangsFromUsb);
 }
 
 bool isRemovableBlockDevice(const QString &name, const QString &root)
 {
-    return hasRemovableFlag(name, root) || hasRemovableFlag(parentDiskName(name, root), root);
+    return holdsOfDeviceOrDisk(name, root, &hasRemovableFlag);
 }
 
 bool isOpticalBlockDevice(const QString &name, const QString &root)

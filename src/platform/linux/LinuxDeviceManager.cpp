@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QSet>
 #include <QStorageInfo>
 
@@ -17,7 +18,7 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-bool qualifies(const QString &blockName)
+bool isDrive(const QString &blockName)
 {
     return (isUsbBlockDevice(blockName) || isRemovableBlockDevice(blockName)) &&
            !isOpticalBlockDevice(blockName);
@@ -56,6 +57,13 @@ UsbDevice mountedDevice(const QStorageInfo &volume, const QString &devicePath, c
 class FoundDevices
 {
 public:
+    /// Asked in every phase and answered once: each answer takes many looks at the tree.
+    bool qualifies(const QString &blockName)
+    {
+        const auto known = qualifying.constFind(blockName);
+        return known != qualifying.cend() ? *known : *qualifying.insert(blockName, isDrive(blockName));
+    }
+
     void add(const UsbDevice &device)
     {
         const QString blockName = QFileInfo(device.devicePath).fileName();
@@ -71,6 +79,7 @@ public:
     QList<UsbDevice> devices;
 
 private:
+    QHash<QString, bool> qualifying;
     QSet<QString> blockNames;
     QSet<QString> rootPaths;
 };
@@ -82,7 +91,7 @@ void addMountedVolumes(FoundDevices &found)
         const QString devicePath = QString::fromLocal8Bit(volume.device());
         if (!devicePath.startsWith("/dev/"_L1) || !volume.isValid() || !volume.isReady())
             continue;
-        if (!qualifies(QFileInfo(devicePath).fileName()))
+        if (!found.qualifies(QFileInfo(devicePath).fileName()))
             continue;
         found.add(
             mountedDevice(volume, devicePath, volume.rootPath(), QString::fromUtf8(volume.fileSystemType())));
@@ -104,7 +113,7 @@ void addMountTable(FoundDevices &found)
         if (!mount || !mount->source.startsWith("/dev/"_L1))
             continue;
         const QString blockName = QFileInfo(mount->source).fileName();
-        if (!qualifies(blockName))
+        if (!found.qualifies(blockName))
             continue;
 
         const QStorageInfo volume(mount->mountPoint);
@@ -125,7 +134,7 @@ void addUnmountedDrives(FoundDevices &found)
         QDir(QStringLiteral("/sys/class/block")).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString &blockName : blockNames) {
         // Most devices have no label, and the other questions take many looks at the tree each.
-        if (!labels.contains(blockName) || !qualifies(blockName) || isPartitionedDisk(blockName))
+        if (!labels.contains(blockName) || !found.qualifies(blockName) || isPartitionedDisk(blockName))
             continue;
 
         const QString label = decodeUdevEscapes(labels.value(blockName));

@@ -43,10 +43,11 @@ MainWindow::MainWindow(QWidget *parent) : MainWindow(Platform::makeSystemDeviceM
 MainWindow::MainWindow(std::unique_ptr<Platform::DeviceManager> detector, QWidget *parent)
     : QMainWindow(parent), deviceManager(std::move(detector))
 {
-    buildMenus();
     buildUi();
+    buildMenus();
     connectSignals();
     refreshDevices();
+    updateActions();
     setStatusMessage(tr("Pronto"), 0);
 }
 
@@ -140,7 +141,7 @@ void MainWindow::buildUi()
 
     vaultStatusBar = new VaultStatusBar(this);
     setStatusBar(vaultStatusBar);
-    setFixedSize(sizeHint()); // The menu bar is in it already.
+    setFixedSize(sizeHint());
 }
 
 QWidget *MainWindow::buildDeviceRow()
@@ -170,6 +171,8 @@ QWidget *MainWindow::buildDeviceRow()
 void MainWindow::buildMenus()
 {
     windowActions = std::make_unique<WindowActions>(menuBar());
+    // Only now does the menu bar take its height.
+    setFixedSize(sizeHint());
 }
 
 void MainWindow::connectSignals()

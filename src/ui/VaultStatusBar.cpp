@@ -96,11 +96,11 @@ void VaultStatusBar::showContainer(const QString &containerPath)
 void VaultStatusBar::showVaultState(bool unlocked)
 {
     vaultIndicatorLabel->setAccessibleName(vaultStateText(unlocked));
-    vaultIndicatorLabel->setStyleSheet(
-        unlocked ? u"QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; "
-                   "padding-left: 4px; padding-right: 4px; }"_s
-                 : u"QLabel { background-color: #f06a6a; color: #000000; font-size: 11px; font-weight: 600; "
-                   "padding-left: 4px; padding-right: 4px; }"_s);
+    const QString style =
+        u"QLabel { background-color: %1; color: #000000; font-size: 11px; font-weight: 600; "
+        "padding-left: 4px; padding-right: 4px; }"_s.arg(unlocked ? u"#7bd88f" : u"#f06a6a");
+    if (vaultIndicatorLabel->styleSheet() != style) // Qt takes it for a new one whenever it is set.
+        vaultIndicatorLabel->setStyleSheet(style);
 }
 
 } // namespace Tessarin::UI

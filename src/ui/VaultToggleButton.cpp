@@ -53,7 +53,12 @@ void VaultToggleButton::mouseDoubleClickEvent(QMouseEvent *)
 
 void VaultToggleButton::showState(bool unlocked, bool enabled)
 {
+    // After most operations it shows the right state already.
+    if (!icon().isNull() && unlocked == isShownUnlocked && unlocked == isChecked() &&
+        enabled == isShownEnabled)
+        return;
     isShownUnlocked = unlocked;
+    isShownEnabled = enabled;
     const QSignalBlocker blocker(this);
     setEnabled(enabled);
     setChecked(unlocked);

@@ -27,6 +27,7 @@ private:
     void request();
 
     bool isShownUnlocked = false;
+    bool isShownEnabled = false;
 };
 
 } // namespace Tessarin::UI

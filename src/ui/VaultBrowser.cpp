@@ -70,8 +70,8 @@ VaultBrowser::VaultBrowser(const Core::VaultManager &session, const OpenCopies &
                            const OperationGuard &operations, QWidget *parent)
     : DropTable(parent), vault(session), copies(openFiles), guard(operations)
 {
+    buildHeader(); // First: through the table's style sheet, it would be measured at every step.
     build();
-    buildHeader();
     connect(this, &QTableWidget::itemSelectionChanged, this, &VaultBrowser::followSelection);
     connect(this, &QTableWidget::itemDoubleClicked, this, &VaultBrowser::activate);
     connect(horizontalHeader(), &QHeaderView::sectionClicked, this, &VaultBrowser::sortByColumn);
@@ -97,6 +97,10 @@ void VaultBrowser::build()
     setItemDelegateForColumn(VaultTable::IconColumn, new CopyMark(this));
     setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    setStyleSheet(
+        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
+        "QTableWidget::item:focus { outline: none; }"
+        "QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_s);
 }
 
 void VaultBrowser::buildHeader()
@@ -120,11 +124,6 @@ void VaultBrowser::buildHeader()
     setColumnWidth(VaultTable::SizeColumn, 110);
     setColumnWidth(VaultTable::TypeColumn, 70);
     setColumnWidth(VaultTable::DateColumn, 140);
-    // Last, or the header would be measured through it at every step.
-    setStyleSheet(
-        u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
-        "QTableWidget::item:focus { outline: none; }"
-        "QTableWidget::item:selected { background-color: palette(highlight); color: palette(highlighted-text); }"_s);
 }
 
 bool VaultBrowser::isUnlocked() const

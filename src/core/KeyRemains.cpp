@@ -34,11 +34,6 @@ bool isText(char byte)
     return (byte >= ' ' && byte <= '~') || byte == '\n' || byte == '\r' || byte == '\t';
 }
 
-QByteArray readRange(QFileDevice &file, qint64 begin, qint64 end)
-{
-    return file.seek(begin) ? file.read(end - begin) : QByteArray();
-}
-
 bool writeZeros(QFileDevice &file, qint64 begin, qint64 size)
 {
     return file.seek(begin) && file.write(QByteArray(size, '\0')) == size;
@@ -48,7 +43,7 @@ bool writeZeros(QFileDevice &file, qint64 begin, qint64 size)
 bool wipeTextAround(QFileDevice &file, qint64 name, Range gap)
 {
     const qint64 begin = std::max(gap.first, name - mostText);
-    const QByteArray bytes = readRange(file, begin, std::min(gap.second, name + mostText));
+    const QByteArray bytes = readAt(file, begin, std::min(gap.second, name + mostText) - begin);
     if (bytes.size() <= name - begin)
         return false;
     const auto middle = bytes.cbegin() + (name - begin);
@@ -78,7 +73,7 @@ bool wipeGap(QFileDevice &file, Range gap, bool isFree, const std::function<void
     constexpr qint64 pageSize = 4096;
     constexpr qint64 overlap = 32; // A name may lie across the border of two chunks.
     for (qint64 offset = gap.first; offset < gap.second;) {
-        const QByteArray chunk = readRange(file, offset, std::min(gap.second, offset + chunkSize));
+        const QByteArray chunk = readAt(file, offset, std::min(gap.second - offset, chunkSize));
         const qint64 end = offset + chunk.size();
         qint64 next = end < gap.second ? std::max(offset + 1, end - overlap) : end;
         if (chunk.isEmpty()) {

@@ -83,8 +83,8 @@ bool holdSameBytes(const QString &firstPath, const QString &secondPath, const Pr
         return false;
     }
     const qint64 totalBytes = first.size();
-    for (QFile *file : {&first, &second})
-        dropCachedPages(*file);
+    dropCachedPages(first);
+    dropCachedPages(second);
     QByteArray chunk;
     QByteArray otherChunk;
     for (qint64 doneBytes = 0; doneBytes < totalBytes;) {

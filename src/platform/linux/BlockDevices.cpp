@@ -50,6 +50,7 @@ bool hangsFromUsb(const QString &name, const QString &root)
     return blockDeviceSysfsPath(name, root).contains("/usb"_L1);
 }
 
+/// True when something holds of a device, or of the disk that it is a partition of.
 bool holdsOfDeviceOrDisk(const QString &name, const QString &root,
                          bool (*holds)(const QString &name, const QString &root))
 {

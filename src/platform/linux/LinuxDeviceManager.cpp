@@ -53,7 +53,7 @@ UsbDevice mountedDevice(const QStorageInfo &volume, const QString &devicePath, c
     return device;
 }
 
-/// The drives found so far, each device and each root path at most once.
+/// The drives found so far, each device and each root path at most once, and which devices are drives.
 class FoundDevices
 {
 public:

@@ -484,10 +484,11 @@ private Q_SLOTS:
                     QCOMPARE(keysIn(changing.cutAfter(at, DriveTape::Everything)), 0);
                 } while (changing.events.at(--at).kind == DriveTape::Resize);
                 for (at = 0; at < changing.events.size(); ++at) {
+                    if (changing.events.at(at).kind != DriveTape::Resize)
+                        continue;
                     const FileImage image = changing.cutAfter(at, DriveTape::Everything).first();
                     const qint64 cutOff = changing.events.at(at).position / FileImage::sectorSize;
-                    if (changing.events.at(at).kind == DriveTape::Resize)
-                        QVERIFY(!image.sectors.mid(cutOff).join().contains(key));
+                    QVERIFY(!image.sectors.mid(cutOff).join().contains(key));
                 }
                 // The first block shares a sector with the end of the header area.
                 for (const auto &[kind, file, begin, bytes, name] : std::as_const(changing.events))

@@ -88,7 +88,7 @@ public:
             qint64 lastDone = 0;
             qint64 lastTotal = 0;
             const auto watch = [&](qint64 done, qint64 total, auto &) {
-                QVERIFY(done >= 0 && done <= total);
+                QVERIFY(done <= total);
                 lastDone = done;
                 lastTotal = total;
             };

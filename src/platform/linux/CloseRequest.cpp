@@ -16,13 +16,31 @@ namespace {
 
 constexpr unsigned sentByClient = 0x80; ///< A bit beside the type of an event.
 
-/// XCB_ATOM_NONE when nobody has made it yet.
-xcb_atom_t existingAtom(xcb_connection_t *connection, const char *name)
+struct CloseAtoms
 {
-    const auto cookie = xcb_intern_atom(connection, true, static_cast<uint16_t>(std::strlen(name)), name);
+    xcb_atom_t protocols;
+    xcb_atom_t deleteWindow;
+};
+
+xcb_intern_atom_cookie_t askForAtom(xcb_connection_t *connection, const char *name)
+{
+    return xcb_intern_atom(connection, true, static_cast<uint16_t>(std::strlen(name)), name);
+}
+
+/// XCB_ATOM_NONE when nobody has made it.
+xcb_atom_t answer(xcb_connection_t *connection, xcb_intern_atom_cookie_t question)
+{
     const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
-        xcb_intern_atom_reply(connection, cookie, nullptr), &std::free);
+        xcb_intern_atom_reply(connection, question, nullptr), &std::free);
     return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
+}
+
+/// Qt has made them before the first event comes. Both questions go out before the wait for the answers.
+CloseAtoms existingAtoms(xcb_connection_t *connection)
+{
+    const auto protocols = askForAtom(connection, "WM_PROTOCOLS");
+    const auto deleteWindow = askForAtom(connection, "WM_DELETE_WINDOW");
+    return {answer(connection, protocols), answer(connection, deleteWindow)};
 }
 
 } // namespace
@@ -35,8 +53,10 @@ bool isCloseRequest(const QByteArray &eventType, const void *event)
     if ((message->response_type & ~sentByClient) != XCB_CLIENT_MESSAGE)
         return false;
     const auto *x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-    return x11 != nullptr && message->type == existingAtom(x11->connection(), "WM_PROTOCOLS") &&
-           message->data.data32[0] == existingAtom(x11->connection(), "WM_DELETE_WINDOW");
+    if (x11 == nullptr)
+        return false;
+    static const CloseAtoms atoms = existingAtoms(x11->connection());
+    return message->type == atoms.protocols && message->data.data32[0] == atoms.deleteWindow;
 }
 
 } // namespace Tessarin::Platform

@@ -16,7 +16,7 @@ int main(int argc, char *argv[])
     QApplication::setApplicationVersion(QStringLiteral(TESSARIN_VERSION));
     QApplication::setOrganizationName(QStringLiteral("Tessarin"));
     QApplication::setDesktopFileName(QStringLiteral("tessarin"));
-    QApplication::setWindowIcon(Tessarin::UI::applicationIcon());
+    QApplication::setWindowIcon(Tessarin::UI::windowIcon());
 
     // The program speaks Portuguese on every system, so Qt's own buttons and file dialogs have to as well.
     Tessarin::UI::QtTexts qtTexts;

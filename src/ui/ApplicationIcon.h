@@ -1,16 +1,28 @@
-// The icon of the program. Unpacking all its sizes takes a good part of the start, so it is done once.
+// The icon of the program: all its sizes to draw from, and those that a window hands to its window manager.
 #pragma once
 
-#include <QApplication>
 #include <QIcon>
 
 namespace Tessarin::UI {
 
-/// What the program has set as its icon; read anew where a window is shown without the program around it.
-[[nodiscard]] inline QIcon applicationIcon()
+/// Unpacking all its sizes takes a good part of the start, so it is done once.
+[[nodiscard]] inline const QIcon &applicationIcon()
 {
-    const QIcon icon = QApplication::windowIcon();
-    return icon.isNull() ? QIcon(QStringLiteral(":/icons/Tessarin.ico")) : icon;
+    static const QIcon icon(QStringLiteral(":/icons/Tessarin.ico"));
+    return icon;
+}
+
+/// Without the largest, which Qt would send to an X server twice for every window. Desktops that show large
+/// icons take them from their icon theme.
+[[nodiscard]] inline QIcon windowIcon()
+{
+    constexpr int largestSide = 64; // pixels
+    QIcon icon;
+    for (const QSize &size : applicationIcon().availableSizes()) {
+        if (size.width() <= largestSide)
+            icon.addPixmap(applicationIcon().pixmap(size, 1.0));
+    }
+    return icon;
 }
 
 } // namespace Tessarin::UI

@@ -48,7 +48,8 @@ std::optional<QStringList> localFiles(const QList<QUrl> &urls)
     return paths;
 }
 
-/// QHeaderView measures every label in bold, which this header does not paint: a font loaded for nothing.
+/// QHeaderView measures every label, and in bold, which this header does not paint: a font loaded for nothing.
+/// Its labels are of one height, so one of them is measured.
 class TableHeader final : public QHeaderView
 {
 public:
@@ -57,6 +58,8 @@ public:
 protected:
     QSize sectionSizeFromContents(int section) const override
     {
+        if (section != VaultTable::NameColumn)
+            return {};
         QStyleOptionHeaderV2 option;
         initStyleOption(&option);
         initStyleOptionForIndex(&option, section);

@@ -40,7 +40,7 @@ CopyResult copyInChunks(QFile &source, QFile &target, const ProgressCallback &pr
     QByteArray firstSector;
     QByteArray chunk;
     for (qint64 doneBytes = 0; doneBytes < totalBytes;) {
-        readChunk(source, qMin(copyChunkSize, totalBytes - doneBytes), chunk);
+        readChunk(source, copyChunkSize, chunk);
         if (chunk.isEmpty())
             return CopyResult::Failed;
         if (doneBytes == 0) {

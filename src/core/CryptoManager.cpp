@@ -44,13 +44,10 @@ QByteArray argon2id(const QByteArray &password, const KeyDerivationParams &param
         return {};
 
     QByteArray key(params.keyLength, Qt::Uninitialized);
-    if (crypto_pwhash(bytesOf(key.data()), lengthOf(key), password.constData(), lengthOf(password),
-                      bytesOf(params.salt), argonPasses, argonMemoryBytes,
-                      crypto_pwhash_ALG_ARGON2ID13) != 0) {
-        wipe(key);
-        return {};
-    }
-    return key;
+    const bool isDerived =
+        crypto_pwhash(bytesOf(key.data()), lengthOf(key), password.constData(), lengthOf(password),
+                      bytesOf(params.salt), argonPasses, argonMemoryBytes, crypto_pwhash_ALG_ARGON2ID13) == 0;
+    return isDerived ? key : QByteArray();
 }
 
 QByteArray pbkdf2Block(const QByteArray &password, const KeyDerivationParams &params, quint32 counter)

@@ -82,7 +82,7 @@ QDateTime dateFromJson(const QJsonValue &value)
         const auto number = [view = QStringView(text)](qsizetype at, qsizetype digits) {
             int sum = 0;
             for (const QChar digit : view.sliced(at, digits))
-                sum = sum * 10 + (digit.unicode() - u'0');
+                sum = sum * 10 + digit.digitValue();
             return sum;
         };
         const QDate date(number(0, 4), number(5, 2), number(8, 2));

@@ -14,6 +14,18 @@
 
 namespace Tessarin::Core {
 
+namespace {
+
+/// False when it stays open, since an edited copy cannot go back into it.
+bool leaveOpenVault(VaultManager &session)
+{
+    if (session.state() == VaultManager::Unlocked)
+        static_cast<void>(session.lockVault());
+    return session.state() == VaultManager::Locked;
+}
+
+} // namespace
+
 VaultManager::VaultManager() = default;
 
 VaultManager::~VaultManager() = default;
@@ -62,7 +74,7 @@ bool VaultManager::createVault(const QString &containerPath, const QByteArray &p
     if (!isLongEnough(password))
         return fail(Failure::Refused);
     // Edited copies of the vault that is open go back into it before its key is replaced.
-    if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
+    if (!leaveOpenVault(*this))
         return false;
 
     payloads.clear();
@@ -84,7 +96,7 @@ bool VaultManager::unlockVault(const QString &containerPath, const QByteArray &p
 {
     if (password.isEmpty())
         return fail(Failure::Refused);
-    if (sessionState == Unlocked && !lockVault() && sessionState == Unlocked)
+    if (!leaveOpenVault(*this))
         return false;
 
     OpenedVault opened;

@@ -539,6 +539,19 @@ private Q_SLOTS:
         QVERIFY(filesIn(drive.path()) == saved);
     }
 
+    /// It told of blocks that it never wrote.
+    void whatTheDriveHasLostIsRolledBack()
+    {
+        Begun session(choose("rename"));
+        QVERIFY(leaveStaleRecord(session.vault, drive.path()));
+        DriveFiles files = filesIn(drive.path());
+        const QByteArray saved = stateOfCopy(files);
+        FileImage &image = files.first();
+        image.put(image.size - HeaderArea::pageSize, noise(HeaderArea::pageSize, 1));
+        QCOMPARE(stateOfCopy(before), saved);
+        QCOMPARE(stateOfCopy(files), "a vault");
+    }
+
     void aChangedPasswordIsNeverUndone()
     {
         Begun session(choose("rename"));

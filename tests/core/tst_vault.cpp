@@ -20,8 +20,17 @@ class VaultTest : public QObject
 
 private:
     static constexpr qint64 block = 16 * 1024 * 1024;
+    uint filesFormerlyOpen = 0;
+
+    static uint openFiles()
+    {
+        return QDir(u"/proc/self/fd"_s, {}, {}, QDir::AllEntries | QDir::System).count();
+    }
 
 private Q_SLOTS:
+    void init() { filesFormerlyOpen = openFiles(); }
+    void cleanup() { QCOMPARE(openFiles(), filesFormerlyOpen); }
+
     void aNewVaultIsLockedAndOfTheStatedForm()
     {
         VaultFixture f;
@@ -235,6 +244,7 @@ private Q_SLOTS:
         f.play(u"edit a=3"_s);
         QVERIFY(f.vault.lockVault(save));
         f.play(u"unlock uma senha bem longa; get a=salvo"_s);
+        QVERIFY2(!FileSyncManager().isModified(u"a"_s), "nobody tracks it");
     }
 
     void programsThatStartTogetherAllFindTheirWorkspace()

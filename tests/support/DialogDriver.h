@@ -2,16 +2,7 @@
 // answers those that are expected, in order, and closes any other, so that nothing waits for a person.
 #pragma once
 
-#include <QAbstractButton>
-#include <QApplication>
-#include <QComboBox>
-#include <QDeadlineTimer>
-#include <QFileDialog>
-#include <QLabel>
-#include <QLineEdit>
-#include <QProgressDialog>
-#include <QPushButton>
-#include <QTimer>
+#include <QtWidgets>
 
 #include <functional>
 #include <utility>

@@ -4,18 +4,7 @@
 
 #include "support/DialogDriver.h"
 
-#include <QBoxLayout>
-#include <QDialogButtonBox>
-#include <QHeaderView>
-#include <QListWidget>
-#include <QMenu>
-#include <QMetaEnum>
-#include <QProgressBar>
-#include <QStatusBar>
-#include <QStyle>
-#include <QTableWidget>
-#include <QTextBrowser>
-#include <QToolButton>
+#include <QtWidgets>
 
 namespace Tessarin::Tests {
 

@@ -5,13 +5,8 @@
 #include "support/DialogDriver.h"
 #include "ui/MainWindow.h"
 
-#include <QAction>
-#include <QDropEvent>
-#include <QListWidget>
-#include <QMimeData>
-#include <QTableWidget>
 #include <QTest>
-#include <QToolButton>
+#include <QtWidgets>
 
 namespace Tessarin::Tests {
 

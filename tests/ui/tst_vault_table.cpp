@@ -3,13 +3,14 @@
 #include "ui/Formatting.h"
 #include "ui/ImportSpace.h"
 #include "ui/MoveFileDialog.h"
+#include "ui/PasswordField.h"
 #include "ui/QtTexts.h"
 #include "ui/VaultItemIcon.h"
 #include "ui/VaultTable.h"
 #include "ui/WindowGeometry.h"
 
-#include <QTableWidget>
 #include <QTest>
+#include <QtWidgets>
 
 using namespace Tessarin::Core;
 using namespace Tessarin::UI;
@@ -52,6 +53,26 @@ private Q_SLOTS:
                  {QtTexts().translate("QShortcut", "Computer", nullptr, -1), QString()},
                  {plainToolTip(u"<img src=x>"_s), u"<span>&lt;img src=x&gt;</span>"_s}})
             QCOMPARE(made, expected);
+    }
+
+    /// Without an X server it is as the keys tell, with that of the lock as it was before.
+    void capsLockIsWarnedOf()
+    {
+        QLineEdit field;
+        QLabel warning;
+        new PasswordField(&field, PasswordField::Purpose::New, &warning);
+        for (const auto &[type, key, modifiers, isOn] : {std::tuple(QEvent::KeyPress, Qt::Key_A, 2U, true),
+                                                         {QEvent::KeyRelease, Qt::Key_CapsLock, 2, true},
+                                                         {QEvent::KeyPress, Qt::Key_CapsLock, 2, false},
+                                                         {QEvent::KeyPress, Qt::Key_A, 0, false},
+                                                         {QEvent::KeyPress, Qt::Key_CapsLock, 0, true},
+                                                         {QEvent::KeyRelease, Qt::Key_A, 0, false}}) {
+            QKeyEvent event(type, key, {}, 0, 0, modifiers);
+            QApplication::sendEvent(&field, &event);
+            QCOMPARE(warning.isHidden(), !isOn);
+            QCOMPARE(field.accessibleDescription(),
+                     isOn ? u"A tecla Caps Lock está ligada."_s : u"Pelo menos 12 caracteres"_s);
+        }
     }
 
     void aFileMovesToEveryFolderButItsOwn()

@@ -104,9 +104,8 @@ public:
     {
         if (!isUsableName(name))
             return {};
-        if (mayCreate && ::mkdirat(descriptor, name.constData(), S_IRWXU) == 0 &&
-            ::fchmodat(descriptor, name.constData(), S_IRWXU, 0) != 0)
-            return {};
+        if (mayCreate)
+            ::mkdirat(descriptor, name.constData(), S_IRWXU); // It may be there already.
         return opened(
             ::openat(descriptor, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     }
@@ -254,13 +253,8 @@ bool TempWorkspaceManager::openNewCopy(QFile &copy)
         return false;
     newCopyName = ".tessarin-" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
     const int descriptor = handle->openFile(newCopyName, O_WRONLY | O_CREAT | O_EXCL);
-    if (descriptor == -1)
-        return false;
-    if (copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle) &&
-        ::fchmod(descriptor, S_IRUSR | S_IWUSR) == 0)
-        return true;
-    dropCopy(copy);
-    return false;
+    return descriptor != -1 &&
+           copy.open(descriptor, QIODevice::WriteOnly | QIODevice::Unbuffered, QFile::AutoCloseHandle);
 }
 
 bool TempWorkspaceManager::putCopy(const QString &vaultPath, QFile &copy)

@@ -143,11 +143,9 @@ bool isLackOfRoom(int errorNumber)
 
 QString temporaryDirectory()
 {
-    // Qt answers with nothing then, which would be the current directory, or, in newer versions, with a path
-    // that does not exist.
+    // Where it does not exist, Qt answers with nothing or, in newer versions, with its path all the same.
     const QString directory = QDir::tempPath();
-    return QDir::isAbsolutePath(directory) && QFileInfo(directory).isDir() ? directory
-                                                                           : QStringLiteral("/tmp");
+    return QFileInfo(directory).isDir() ? directory : QStringLiteral("/tmp");
 }
 
 Failure containerFailure(int errorNumber)

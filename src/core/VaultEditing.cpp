@@ -48,19 +48,19 @@ bool VaultManager::syncModifiedTempFiles()
 bool VaultManager::syncModifiedTempFiles(const ProgressCallback &progress)
 {
     // What is saved again while copies go back has to follow. A copy that never rests keeps the vault open.
-    constexpr int mostRounds = 3;
     QHash<QString, QDateTime> savedAt;
-    for (int round = 0; round <= mostRounds; ++round) {
+    for (int roundsLeft = 3;; --roundsLeft) {
         QList<TrackedTempFile> modified = openCopies.modifiedFiles();
         modified.removeIf([&savedAt](const TrackedTempFile &copy) {
             return savedAt.value(copy.tempPath) == QFileInfo(copy.tempPath).lastModified();
         });
         if (modified.isEmpty())
             return succeed();
-        if (round < mostRounds && !importCopies(modified, savedAt, progress))
+        if (roundsLeft == 0)
+            return fail(Failure::SourceChanged);
+        if (!importCopies(modified, savedAt, progress))
             return false;
     }
-    return fail(Failure::SourceChanged);
 }
 
 /// Notes of each copy when what is imported of it was saved.

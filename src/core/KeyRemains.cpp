@@ -70,14 +70,13 @@ bool wipeTextsIn(QFileDevice &file, const QByteArray &chunk, qint64 offset, Rang
 /// What cannot be read is overwritten as well, where it is certain that nothing refers to it.
 bool wipeGap(QFileDevice &file, Range gap, bool isFree, const std::function<void(qint64 bytes)> &count)
 {
-    constexpr qint64 pageSize = 4096;
     constexpr qint64 overlap = 32; // A name may lie across the border of two chunks.
     for (qint64 offset = gap.first; offset < gap.second;) {
         const QByteArray chunk = readAt(file, offset, std::min(gap.second - offset, chunkSize));
         const qint64 end = offset + chunk.size();
         qint64 next = end < gap.second ? std::max(offset + 1, end - overlap) : end;
         if (chunk.isEmpty()) {
-            next = std::min(offset - offset % pageSize + pageSize, gap.second);
+            next = std::min(pageBorderFrom(offset + 1), gap.second);
             if (!isFree || !writeZeros(file, offset, next - offset))
                 return false;
         } else if (!wipeTextsIn(file, chunk, offset, gap)) {

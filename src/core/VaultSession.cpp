@@ -16,7 +16,7 @@ namespace Tessarin::Core {
 
 namespace {
 
-/// False when it stays open, since an edited copy cannot go back into it.
+/// False when it stays open, since something that belongs into it cannot go there.
 bool leaveOpenVault(VaultManager &session)
 {
     if (session.state() == VaultManager::Unlocked)

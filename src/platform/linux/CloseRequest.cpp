@@ -24,10 +24,10 @@ struct CloseAtoms
 
 xcb_intern_atom_cookie_t askForAtom(xcb_connection_t *connection, const char *name)
 {
-    return xcb_intern_atom(connection, true, static_cast<uint16_t>(std::strlen(name)), name);
+    return xcb_intern_atom(connection, false, static_cast<uint16_t>(std::strlen(name)), name);
 }
 
-/// XCB_ATOM_NONE when nobody has made it.
+/// XCB_ATOM_NONE without a connection.
 xcb_atom_t answer(xcb_connection_t *connection, xcb_intern_atom_cookie_t question)
 {
     const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(
@@ -35,8 +35,8 @@ xcb_atom_t answer(xcb_connection_t *connection, xcb_intern_atom_cookie_t questio
     return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
-/// Qt has made them before the first event comes. Both questions go out before the wait for the answers.
-CloseAtoms existingAtoms(xcb_connection_t *connection)
+/// Both questions go out before the wait for the answers.
+CloseAtoms closeAtoms(xcb_connection_t *connection)
 {
     const auto protocols = askForAtom(connection, "WM_PROTOCOLS");
     const auto deleteWindow = askForAtom(connection, "WM_DELETE_WINDOW");
@@ -55,7 +55,7 @@ bool isCloseRequest(const QByteArray &eventType, const void *event)
     const auto *x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
     if (x11 == nullptr)
         return false;
-    static const CloseAtoms atoms = existingAtoms(x11->connection());
+    static const CloseAtoms atoms = closeAtoms(x11->connection());
     return message->type == atoms.protocols && message->data.data32[0] == atoms.deleteWindow;
 }
 

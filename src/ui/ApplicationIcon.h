@@ -1,6 +1,7 @@
 // The icon of the program: all its sizes to draw from, and those that a window hands to its window manager.
 #pragma once
 
+#include <QGuiApplication>
 #include <QIcon>
 
 namespace Tessarin::UI {
@@ -12,11 +13,11 @@ namespace Tessarin::UI {
     return icon;
 }
 
-/// Without the largest, which Qt would send to an X server twice for every window. Desktops that show large
-/// icons take them from their icon theme.
+/// Without the largest where that is for finer screens: Qt would send it to an X server twice for every
+/// window. Who shows a larger one and has no icon theme scales the others up.
 [[nodiscard]] inline QIcon windowIcon()
 {
-    constexpr int largestSide = 64; // pixels
+    const qreal largestSide = 80 * qGuiApp->devicePixelRatio(); // In the icon's pixels.
     QIcon icon;
     for (const QSize &size : applicationIcon().availableSizes()) {
         if (size.width() <= largestSide)

@@ -46,6 +46,7 @@ private Q_SLOTS:
         QVERIFY(readFile(path) == whole);
         QVERIFY(containers.readContainer(path) == whole);
         QVERIFY(containers.readDocument(path, &read));
+        QVERIFY(!containers.readDocument(path, nullptr));
         QCOMPARE(containers.buildHeader(read), header);
         QCOMPARE(containers.cryptoMetadataToJson(read.crypto), QJsonDocument::fromJson(header)["crypto"_L1]);
 

@@ -20,9 +20,9 @@ class VaultTest : public QObject
 
 private:
     static constexpr qint64 block = 16 * 1024 * 1024;
-    uint filesFormerlyOpen = 0;
+    qsizetype filesFormerlyOpen = 0;
 
-    static uint openFiles()
+    static qsizetype openFiles()
     {
         return QDir(u"/proc/self/fd"_s, {}, {}, QDir::AllEntries | QDir::System).count();
     }
@@ -92,12 +92,16 @@ private Q_SLOTS:
         QVERIFY(f.put(u"fim"_s, noise(block, 3)));
         const qint64 unlisted = QFileInfo(f.container).size() - 8388636 - 17;
         f.play(u"delete morto; delete fim; lock"_s);
+        const QByteArray remains = ContainerManager().buildHeader(f.document());
+        overwrite(f.container, 9000000, "de um bloco" + remains);
         QString seen;
         QVERIFY(f.vault.changePassword(
             f.container, f.password, "outra senha longa",
             [&](qint64 done, qint64 total, const QString &) { seen = u"%1/%2"_s.arg(done).arg(total); }));
         QCOMPARE(seen, u"%1/%1"_s.arg(unlisted));
         QCOMPARE(QFileInfo(f.container).size(), size);
+        const QByteArray wiped = readFile(f.container).sliced(9000000, 11 + remains.size());
+        QCOMPARE(wiped, "de um bloco" + QByteArray(remains.size(), '\0'));
         f.play(u"unlock outra senha longa; get vivo=v"_s);
     }
 
@@ -113,6 +117,11 @@ private Q_SLOTS:
         const auto meet = [&](auto...) { f.play(u"unlock outra senha longa; -mkdir no meio; -compact"_s); };
         QVERIFY(g.vault.importFile(u"/etc/passwd"_s, u"c"_s, meet));
         QCOMPARE(f.vault.state(), VaultManager::Unlocked);
+        // Another vault with the header that the session knew last.
+        const QByteArray former = readFile(g.container);
+        g.play(u"create; unlock uma senha bem longa"_s);
+        overwrite(g.container, 0, former);
+        g.play(u"-mkdir d"_s);
     }
 
     void filesOfEverySizeComeBackByteForByte()
@@ -243,7 +252,8 @@ private Q_SLOTS:
         saves = 1;
         f.play(u"edit a=3"_s);
         QVERIFY(f.vault.lockVault(save));
-        f.play(u"unlock uma senha bem longa; get a=salvo"_s);
+        f.play(
+            u"unlock uma senha bem longa; get a=salvo; put b=b; open a; open b; edit a=1; edit b=22; lock"_s);
         QVERIFY2(!FileSyncManager().isModified(u"a"_s), "nobody tracks it");
     }
 

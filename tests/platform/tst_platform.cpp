@@ -1,6 +1,7 @@
 // Asks the questions about block devices of a made-up machine: a stick with one partition, a USB DVD drive, a
 // card reader on PCI and a fixed disk. Its root lies below directories with misleading names. And what the
 // process asks of the kernel for itself.
+#include "platform/CloseRequest.h"
 #include "platform/FileOpener.h"
 #include "platform/ProcessProtection.h"
 #include "platform/TerminationSignals.h"
@@ -178,6 +179,7 @@ private Q_SLOTS:
         const auto openFiles = [] {
             return QDir(u"/proc/self/fd"_s, {}, QDir::Name, QDir::AllEntries | QDir::System).count();
         };
+        QVERIFY(!Tessarin::Platform::isCloseRequest("of no X server", nullptr));
         std::signal(SIGHUP, SIG_IGN);
         const auto formerFiles = openFiles();
         {

@@ -4,8 +4,6 @@
 
 #include "support/DialogDriver.h"
 
-#include <QtWidgets>
-
 namespace Tessarin::Tests {
 
 inline QString look(const QWidget &part);

@@ -6,7 +6,6 @@
 #include "ui/MainWindow.h"
 
 #include <QTest>
-#include <QtWidgets>
 
 namespace Tessarin::Tests {
 

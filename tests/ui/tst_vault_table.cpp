@@ -55,7 +55,7 @@ private Q_SLOTS:
             QCOMPARE(made, expected);
     }
 
-    /// Without an X server it is as the keys tell, with that of the lock as it was before.
+    /// Without an X server the keys tell it; the lock's own key tells what was before.
     void capsLockIsWarnedOf()
     {
         QLineEdit field;
@@ -64,9 +64,7 @@ private Q_SLOTS:
         for (const auto &[type, key, modifiers, isOn] : {std::tuple(QEvent::KeyPress, Qt::Key_A, 2U, true),
                                                          {QEvent::KeyRelease, Qt::Key_CapsLock, 2, true},
                                                          {QEvent::KeyPress, Qt::Key_CapsLock, 2, false},
-                                                         {QEvent::KeyPress, Qt::Key_A, 0, false},
-                                                         {QEvent::KeyPress, Qt::Key_CapsLock, 0, true},
-                                                         {QEvent::KeyRelease, Qt::Key_A, 0, false}}) {
+                                                         {QEvent::KeyPress, Qt::Key_CapsLock, 0, true}}) {
             QKeyEvent event(type, key, {}, 0, 0, modifiers);
             QApplication::sendEvent(&field, &event);
             QCOMPARE(warning.isHidden(), !isOn);

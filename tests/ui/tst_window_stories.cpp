@@ -6,12 +6,6 @@
 #include "platform/TerminationSignals.h"
 #include "support/VaultFixture.h"
 
-#include <QCloseEvent>
-#include <QDesktopServices>
-#include <QMenuBar>
-#include <QTemporaryFile>
-#include <QWindow>
-
 #include <csignal>
 #include <cstdlib>
 

@@ -366,9 +366,6 @@ bool SecureFileIndex::PathLookup::remove(const QString &path)
 
 bool SecureFileIndex::PathLookup::rename(const QString &from, const QString &to)
 {
-    if (byPath.size() != firstByKey.size())
-        return false;
-
     const qsizetype position = byPath.take(from);
     firstByKey.remove(vaultPathKey(from));
     add(to, position);

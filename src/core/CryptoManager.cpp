@@ -8,6 +8,8 @@
 #include <QMessageAuthenticationCode>
 #include <QtEndian>
 
+#include <algorithm>
+
 #include <sodium.h>
 
 namespace Tessarin::Core {
@@ -76,14 +78,13 @@ QByteArray pbkdf2(const QByteArray &password, const KeyDerivationParams &params)
     if (params.iterations < 1)
         return {};
 
-    QByteArray key;
-    key.reserve(params.keyLength + QCryptographicHash::hashLength(QCryptographicHash::Sha256));
-    for (quint32 counter = 1; key.size() < params.keyLength; ++counter) {
+    QByteArray key(params.keyLength, Qt::Uninitialized);
+    auto rest = key.begin();
+    for (quint32 counter = 1; rest != key.end(); ++counter) {
         QByteArray block = pbkdf2Block(password, params, counter);
-        key.append(block);
+        rest = std::copy_n(block.cbegin(), std::min<qsizetype>(block.size(), key.end() - rest), rest);
         wipe(block);
     }
-    key.truncate(params.keyLength);
     return key;
 }
 

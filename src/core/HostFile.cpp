@@ -72,10 +72,11 @@ bool lockFile(QFileDevice &file)
 bool writeFully(QFileDevice &file, QByteArrayView bytes)
 {
     while (!bytes.isEmpty()) {
+        errno = 0; // Nothing written is a failure, too.
         const ssize_t written = ::write(file.handle(), bytes.data(), static_cast<size_t>(bytes.size()));
         if (written > 0)
             bytes = bytes.sliced(written);
-        else if (written == 0 || errno != EINTR)
+        else if (errno != EINTR)
             return false;
     }
     return true;

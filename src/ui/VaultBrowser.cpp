@@ -48,8 +48,8 @@ std::optional<QStringList> localFiles(const QList<QUrl> &urls)
     return paths;
 }
 
-/// QHeaderView measures every label, and in bold, which this header does not paint: a font loaded for nothing.
-/// Its labels are of one height, so one of them is measured.
+/// QHeaderView measures every label, and in bold, which this header does not paint: a font loaded for
+/// nothing. Its labels are of one height, so one of them is measured.
 class TableHeader final : public QHeaderView
 {
 public:

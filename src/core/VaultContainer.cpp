@@ -129,6 +129,7 @@ ContainerTransaction::Outcome VaultContainer::commitIndex(ContainerTransaction &
                                                           ContainerTransaction::Policy policy)
 {
     ContainerDocument next = header;
+    next.encryptedPayload.clear();
     next.crypto.authTag.clear();
     next.crypto.payloadNonce = CryptoManager().generateNonce(static_cast<int>(next.crypto.nonce.size()));
     next.encryptedIndex = encryptIndex(next, newIndex, key);

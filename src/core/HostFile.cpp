@@ -72,11 +72,10 @@ bool lockFile(QFileDevice &file)
 bool writeFully(QFileDevice &file, QByteArrayView bytes)
 {
     while (!bytes.isEmpty()) {
-        errno = 0; // Nothing written is a failure, too.
         const ssize_t written = ::write(file.handle(), bytes.data(), static_cast<size_t>(bytes.size()));
         if (written > 0)
             bytes = bytes.sliced(written);
-        else if (errno != EINTR)
+        else if (written == 0 || errno != EINTR)
             return false;
     }
     return true;

@@ -5,6 +5,7 @@
 #include "core/ContainerTransaction.h"
 #include "core/HeaderArea.h"
 #include "core/HostFile.h"
+#include "core/Sha256.h"
 #include "core/VaultKeys.h"
 
 #include <QFile>
@@ -61,6 +62,7 @@ bool openHeader(QByteArrayView header, const QByteArray &password, OpenedVault &
 {
     if (!ContainerManager().parseHeader(header, &opened.document))
         return false;
+    opened.headerHash = Sha256::of(header);
     opened.masterKey = decryptMasterKey(opened.document, password);
     return !opened.masterKey.isEmpty() && decryptIndex(opened.document, opened.masterKey, &opened.index);
 }
@@ -80,6 +82,9 @@ QByteArray headerThatCounts(QIODevice &container, QByteArrayView header, const U
     // A header that is whole but for the password was saved under another one since.
     return isWholeHeader(container, header, opened.masterKey, record) ? QByteArray() : record.formerHeader;
 }
+
+/// Up to this size, what a header lists beyond its former one has its record in the tail.
+constexpr qint64 mostBesideItsRecord = ContainerFormat::headerAreaSize / 2 - 2 * HeaderArea::pageSize;
 
 /// Where a change broke off.
 bool recover(QFile &container, const QString &path, const QByteArray &password, OpenedVault &opened)
@@ -103,6 +108,21 @@ bool recover(QFile &container, const QString &path, const QByteArray &password, 
     return true;
 }
 
+/// A record behind the blocks has nothing to undo where the header opens, since blocks that were added later
+/// would have buried it. It waits for the next change where it belongs to one that only took something away.
+bool openArea(const HeaderArea &area, QFile &container, const QString &path, const QByteArray &password,
+              OpenedVault &opened)
+{
+    // A container with another length line has no records.
+    if (!area.hasUsualLayout())
+        return openHeader(area.header(), password, opened);
+    const bool isLarge = area.header().size() > mostBesideItsRecord;
+    if (isLarge ? findUndoRecord(container) : findUndoRecordInTail(container))
+        return recover(container, path, password, opened);
+    return openHeader(area.header(), password, opened) ||
+           (findUndoRecord(container) && recover(container, path, password, opened));
+}
+
 } // namespace
 
 Failure openVault(const QString &path, const QByteArray &password, OpenedVault &opened)
@@ -120,11 +140,7 @@ Failure openVault(const QString &path, const QByteArray &password, OpenedVault &
     const Failure reason = errno == EIO ? Failure::DriveGone : Failure::WrongPasswordOrDamaged;
     if (!area)
         return reason;
-    // A container with another length line has no records.
-    const bool isOpen = area->hasUsualLayout() && findUndoRecord(container)
-                            ? recover(container, path, password, opened)
-                            : openHeader(area->header(), password, opened);
-    return isOpen ? Failure::None : reason;
+    return openArea(*area, container, path, password, opened) ? Failure::None : reason;
 }
 
 bool isWholeHeader(QIODevice &container, QByteArrayView header, const SecretBytes &masterKey,

@@ -21,6 +21,7 @@ struct UndoRecord;
 struct OpenedVault
 {
     ContainerDocument document;
+    QByteArray headerHash; ///< SHA-256 of the header that opened.
     SecretBytes masterKey;
     SecureFileIndex index;
 };

@@ -201,9 +201,14 @@ RecordPlace placeForRecord(qint64 recordSize, QByteArrayView former, QByteArrayV
 
 std::optional<UndoRecord> findUndoRecord(QIODevice &container)
 {
-    if (std::optional<UndoRecord> record = findRecordEndingAt(container, tailEnd))
+    if (std::optional<UndoRecord> record = findUndoRecordInTail(container))
         return record;
     return findRecordEndingAt(container, container.size());
+}
+
+std::optional<UndoRecord> findUndoRecordInTail(QIODevice &container)
+{
+    return findRecordEndingAt(container, tailEnd);
 }
 
 } // namespace Tessarin::Core

@@ -17,6 +17,7 @@ void VaultContainer::adopt(const QString &newPath, OpenedVault vault)
     containerPath = newPath;
     key = std::move(vault.masterKey);
     replace(vault.document, vault.index);
+    knownHeaderHash = vault.headerHash;
 }
 
 void VaultContainer::replace(const ContainerDocument &newDocument, const SecureFileIndex &newIndex)

@@ -152,9 +152,10 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     if (!change.begin())
         return fail(change.failure());
     const QByteArray header = change.header().toByteArray();
+    const bool isAsOpened = reason == Failure::None && change.headerHash() == opened.headerHash;
     if (!containers.parseHeader(header, &document) ||
         document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey ||
-        !change.settleAll([&](const UndoRecord &record) { return record.knows(header); })) {
+        !change.settleAll([&](const UndoRecord &record) { return isAsOpened || record.knows(header); })) {
         return fail(change.failure() == Failure::None ? Failure::ChangedByOther : change.failure());
     }
     // Another program may have added blocks since.

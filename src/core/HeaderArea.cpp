@@ -40,10 +40,10 @@ HeaderArea::HeaderArea(QByteArrayView header)
 std::optional<HeaderArea> HeaderArea::read(QIODevice &container)
 {
     HeaderArea area;
-    QByteArray text = readAt(container, 0, pageSize);
+    const QByteArray beginning = readAt(container, 0, pageSize);
     const QByteArray line =
-        text.mid(fileMagicSize, text.mid(fileMagicSize, longestLengthLine).indexOf('\n') + 1);
-    const qint64 length = text.startsWith(fileMagic) ? headerLengthIn(line) : 0;
+        beginning.mid(fileMagicSize, beginning.mid(fileMagicSize, longestLengthLine).indexOf('\n') + 1);
+    const qint64 length = beginning.startsWith(fileMagic) ? headerLengthIn(line) : 0;
     if (length > 0)
         area.prologueSize = fileMagicSize + line.size();
     if (container.size() < area.blockAreaOffset())
@@ -52,9 +52,7 @@ std::optional<HeaderArea> HeaderArea::read(QIODevice &container)
         return area;
 
     const qint64 end = area.prologueSize + length;
-    if (end > text.size())
-        text += readAt(container, text.size(), end - text.size());
-    text.truncate(end);
+    const QByteArray text = readAt(container, 0, end);
     if (text.size() == end)
         area.text = text;
     return area;

@@ -68,7 +68,6 @@ bool ImportGroup::begin()
         transaction.reset();
         return fail(failure);
     }
-    mostHeaderSize = transaction->header().size();
     sinceCommit.start();
     return true;
 }
@@ -81,8 +80,7 @@ bool ImportGroup::add(QFile &source, const QString &vaultPath, const ProgressCal
     // A file for which the index has no room must not take those before it along, nor may they wait for a
     // large one.
     const qint64 growth = mostHeaderGrowth(entry);
-    const bool hasRoom = mostHeaderSize + growth <= ContainerFormat::headerAreaSize;
-    if ((!hasRoom || isDue() || entry.sizeBytes > largeFileSize) && !commit())
+    if ((!hasRoomFor(growth) || isDue() || entry.sizeBytes > largeFileSize) && !commit())
         return false;
 
     if (!transaction->seekToEnd())
@@ -96,7 +94,7 @@ bool ImportGroup::add(QFile &source, const QString &vaultPath, const ProgressCal
     ensureParentDirectories(newestIndex, vaultPath);
     newestIndex.removeInAnyCase(vaultPath);
     uncommitted.append({vaultPath, source.fileName()});
-    mostHeaderSize += growth;
+    mostGrowth += growth;
     return newestIndex.addOrReplace(entry) || fail(Failure::Other);
 }
 
@@ -129,9 +127,14 @@ bool ImportGroup::append(QFile &source, VaultFileEntry &entry, const ProgressCal
     return doneBytes >= entry.sizeBytes || fail(Failure::SourceChanged);
 }
 
+bool ImportGroup::hasRoomFor(qint64 growth) const
+{
+    return transaction->header().size() + mostGrowth + growth <= ContainerFormat::headerAreaSize;
+}
+
 bool ImportGroup::isDue() const
 {
-    return sinceCommit.elapsed() >= intervalMs || mostHeaderSize > ContainerFormat::headerAreaSize;
+    return sinceCommit.elapsed() >= intervalMs || !hasRoomFor(0);
 }
 
 bool ImportGroup::commit()
@@ -147,7 +150,7 @@ bool ImportGroup::commit()
     sinceCommit.start();
     if (outcome == Outcome::Committed) {
         committed.append(std::exchange(uncommitted, {}));
-        mostHeaderSize = transaction->header().size();
+        mostGrowth = 0;
         return true;
     }
     static_cast<void>(fail(transaction->failure()));
@@ -185,8 +188,7 @@ void ImportGroup::forgetUncommitted()
     lostFiles = lostFiles || !uncommitted.isEmpty();
     uncommitted.clear();
     newestIndex = container.index();
-    if (transaction)
-        mostHeaderSize = transaction->header().size();
+    mostGrowth = 0;
 }
 
 } // namespace Tessarin::Core

@@ -57,6 +57,7 @@ public:
 
 private:
     [[nodiscard]] bool begin();
+    [[nodiscard]] bool hasRoomFor(qint64 growth) const;
     [[nodiscard]] bool append(QFile &source, VaultFileEntry &entry, const ProgressCallback &progress);
     [[nodiscard]] bool fail(Failure why);
     void forgetUncommitted();
@@ -67,7 +68,7 @@ private:
     SecureFileIndex newestIndex;
     QList<ImportedFile> uncommitted;
     QList<ImportedFile> committed;
-    qint64 mostHeaderSize = 0; ///< That the newest index can come to, in bytes.
+    qint64 mostGrowth = 0; ///< Of the header by what is uncommitted, in bytes.
     bool lostFiles = false;
     QElapsedTimer sinceCommit;
     qint64 intervalMs; ///< From the last commit to the next.

@@ -1,6 +1,7 @@
 // Asks the questions about block devices of a made-up machine: a stick with one partition, a USB DVD drive, a
 // card reader on PCI and a fixed disk. Its root lies below directories with misleading names. And what the
 // process asks of the kernel for itself.
+#include "platform/CapsLock.h"
 #include "platform/CloseRequest.h"
 #include "platform/FileOpener.h"
 #include "platform/ProcessProtection.h"
@@ -8,17 +9,14 @@
 #include "platform/linux/BlockDevices.h"
 
 #include <QDesktopServices>
-#include <QDir>
-#include <QSignalSpy>
-#include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <csignal>
 #include <cstdlib>
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <xcb/xcb.h>
 
 using namespace Tessarin::Platform::Linux;
 using namespace Qt::Literals::StringLiterals;
@@ -164,6 +162,29 @@ private Q_SLOTS:
         qputenv("PATH", formerPath);
     }
 
+    void anXServerIsUnderstood()
+    {
+        for (const bool isOn : {true, false}) {
+            QCOMPARE(std::system("xdotool key Caps_Lock"), 0);
+            QCOMPARE(Tessarin::Platform::isCapsLockOn(nullptr), std::optional(isOn));
+        }
+        xcb_connection_t *server = qApp->nativeInterface<QNativeInterface::QX11Application>()->connection();
+        const auto atom = [=](const QByteArray &name) {
+            const auto question = xcb_intern_atom(server, false, uint16_t(name.size()), name.data());
+            return xcb_intern_atom_reply(server, question, nullptr)->atom;
+        };
+        const auto isRequest = [&](int code, const char *kind, const char *text) {
+            xcb_client_message_event_t event{uint8_t(code), 32, 0, 0, atom(kind), {}};
+            event.data.data32[0] = atom(text);
+            return Tessarin::Platform::isCloseRequest("xcb_generic_event_t", &event);
+        };
+        QVERIFY(isRequest(XCB_CLIENT_MESSAGE | 128, "WM_PROTOCOLS", "WM_DELETE_WINDOW"));
+        QVERIFY(!isRequest(XCB_EXPOSE, "WM_PROTOCOLS", "WM_DELETE_WINDOW"));
+        QVERIFY(!isRequest(XCB_CLIENT_MESSAGE, "WM_PROTOCOLS", "WM_TAKE_FOCUS"));
+        QVERIFY(!isRequest(XCB_CLIENT_MESSAGE, "WM_STATE", "WM_DELETE_WINDOW"));
+        QVERIFY(!Tessarin::Platform::isCloseRequest("of no X server", nullptr));
+    }
+
     void memoryIsKeptPrivate()
     {
         Tessarin::Platform::keepMemoryPrivate();
@@ -179,7 +200,6 @@ private Q_SLOTS:
         const auto openFiles = [] {
             return QDir(u"/proc/self/fd"_s, {}, QDir::Name, QDir::AllEntries | QDir::System).count();
         };
-        QVERIFY(!Tessarin::Platform::isCloseRequest("of no X server", nullptr));
         std::signal(SIGHUP, SIG_IGN);
         const auto formerFiles = openFiles();
         {
@@ -199,5 +219,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(PlatformTest)
+QTEST_MAIN(PlatformTest)
 #include "tst_platform.moc"

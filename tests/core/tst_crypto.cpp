@@ -2,8 +2,7 @@
 #include "core/AuthManager.h"
 #include "core/CryptoManager.h"
 
-#include <QCryptographicHash>
-#include <QTest>
+#include <QtTest>
 
 using namespace Tessarin::Core;
 using namespace Qt::Literals::StringLiterals;

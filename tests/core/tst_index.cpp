@@ -4,16 +4,12 @@
 #include "core/SecureFileIndex.h"
 #include "core/VaultPath.h"
 
-#include <QRandomGenerator>
-#include <QTest>
-#include <QTimeZone>
+#include <QtTest>
 
 using namespace Tessarin::Core;
 using namespace Qt::Literals::StringLiterals;
 
-namespace {
-
-VaultFileEntry file(const QString &path, qint64 size = 1)
+static VaultFileEntry file(const QString &path, qint64 size = 1)
 {
     VaultFileEntry entry;
     entry.id = u"id-%1"_s.arg(size);
@@ -23,7 +19,7 @@ VaultFileEntry file(const QString &path, qint64 size = 1)
 }
 
 /// JSON is easier to read here with its quotes single.
-QByteArray quoted(QByteArray json)
+static QByteArray quoted(QByteArray json)
 {
     return json.replace('\'', '"');
 }
@@ -31,17 +27,18 @@ QByteArray quoted(QByteArray json)
 /// What an index should be: plain lists that are searched from their start.
 using Model = QList<std::pair<QString, qint64>>;
 
-auto isAt(const QString &path, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive)
+static auto isAt(const QString &path, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive)
 {
     return [=](const auto &item) { return item.first.compare(path, sensitivity) == 0; };
 }
 
-qsizetype find(const Model &list, const QString &path, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive)
+static qsizetype find(const Model &list, const QString &path,
+                      Qt::CaseSensitivity sensitivity = Qt::CaseSensitive)
 {
     return std::ranges::find_if(list, isAt(path, sensitivity)) - list.cbegin();
 }
 
-bool put(Model &list, const QString &path, qint64 value)
+static bool put(Model &list, const QString &path, qint64 value)
 {
     const qsizetype at = find(list, path);
     if (!path.isEmpty() && at == list.size())
@@ -50,8 +47,6 @@ bool put(Model &list, const QString &path, qint64 value)
         list[at].second = value;
     return !path.isEmpty();
 }
-
-} // namespace
 
 class IndexTest : public QObject
 {

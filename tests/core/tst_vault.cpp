@@ -4,8 +4,6 @@
 #include "core/VaultKeys.h"
 #include "support/VaultFixture.h"
 
-#include <QUuid>
-
 #include <barrier>
 #include <future>
 

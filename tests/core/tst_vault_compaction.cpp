@@ -8,10 +8,6 @@
 #include "support/DriveTape.h"
 #include "support/VaultFixture.h"
 
-#include <QDir>
-#include <QLockFile>
-#include <QStorageInfo>
-
 #include <sys/mount.h>
 #include <sys/wait.h>
 

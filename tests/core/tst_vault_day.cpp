@@ -3,8 +3,6 @@
 #include "core/VaultPath.h"
 #include "support/VaultFixture.h"
 
-#include <QRandomGenerator>
-
 using namespace Tessarin::Core;
 using namespace Tessarin::Tests;
 

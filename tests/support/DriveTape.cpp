@@ -2,9 +2,6 @@
 #include "support/DriveTape.h"
 #include "support/VaultFixture.h"
 
-#include <QDir>
-#include <QRandomGenerator>
-
 #include <cerrno>
 #include <cstdarg>
 #include <filesystem>

@@ -3,10 +3,7 @@
 // DriveTape.cpp replaces the C library's calls for the whole executable, which must export its symbols.
 #pragma once
 
-#include <QByteArray>
-#include <QList>
-#include <QMap>
-#include <QString>
+#include <QtCore>
 
 #include <algorithm>
 

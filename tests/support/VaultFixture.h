@@ -4,10 +4,7 @@
 #include "core/ContainerManager.h"
 #include "core/VaultManager.h"
 
-#include <QFile>
-#include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <functional>
 

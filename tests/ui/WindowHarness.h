@@ -5,7 +5,7 @@
 #include "support/DialogDriver.h"
 #include "ui/MainWindow.h"
 
-#include <QTest>
+#include <QtTest>
 
 namespace Tessarin::Tests {
 

@@ -3,8 +3,6 @@
 #include "WindowHarness.h"
 #include "platform/linux/LinuxDeviceManager.h"
 
-#include <QDir>
-
 #include <cstdlib>
 
 using namespace Tessarin::Tests;
@@ -65,6 +63,7 @@ private Q_SLOTS:
             mkdir -p "/media/$USER/MEUS ARQ"
             plug sdw /dev/x/ESCONDIDO
             plug sdu /media/FIXO
+            mount -n -t tmpfs x/sdr /media/FIXO
             plug sr9 /media/DVD
             plug mmcblk9 '/media/Meu cartão'
             plug mmcblk9 '/media/outra vez'
@@ -78,6 +77,8 @@ private Q_SLOTS:
                                                  device.mounted ? device.fileSystemType : u"unmounted"_s) +
                          (device.removable ? u"|removable"_s : QString());
         }
+        const auto rowOf = [&](const QString &text) { return found.indexOf(found.filter(text).value(0)); };
+        QVERIFY2(rowOf(u"CARTAO"_s) < rowOf(u"ESCONDIDO"_s), "what the toolkit knows comes first");
         found.sort();
         const QString practice = QFileInfo(root).path() + u"/PRATICA"_s;
         QStringList expected{

@@ -9,7 +9,7 @@
 #include "ui/VaultTable.h"
 #include "ui/WindowGeometry.h"
 
-#include <QTest>
+#include <QtTest>
 #include <QtWidgets>
 
 using namespace Tessarin::Core;

@@ -22,9 +22,8 @@ void appendEscapedUnit(QByteArray &json, char16_t unit)
 bool isLoneSurrogate(QStringView text, qsizetype position)
 {
     const QChar unit = text.at(position);
-    if (unit.isHighSurrogate())
-        return position + 1 >= text.size() || !text.at(position + 1).isLowSurrogate();
-    return unit.isLowSurrogate() && (position == 0 || !text.at(position - 1).isHighSurrogate());
+    return unit.isSurrogate() &&
+           !text.mid(unit.isHighSurrogate() ? position : position - 1, 2).isValidUtf16();
 }
 
 /// A byte order mark at the beginning of a text is lost to readers that take it for one, as Qt's.

@@ -74,8 +74,9 @@ private Q_SLOTS:
     {
         // RFC 4231, case 1: HMAC pads a short key with zeros, so the padded one hashes alike.
         const QByteArray padded = QByteArray(20, '\x0b') + QByteArray(12, '\0');
-        QCOMPARE(crypto.hmacSha256("Hi There", padded + "ignored").toHex(),
-                 "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
+        for (const QByteArray &longEnough : {padded, padded + "ignored"})
+            QCOMPARE(crypto.hmacSha256("Hi There", longEnough).toHex(),
+                     "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
         // RFC 7914, section 11
         QCOMPARE(crypto.deriveKey("passwd", {u"argon2id"_s, "salt", 1, 20}).toHex(),
                  "55ac046e56e3089fec1691c22544b605f9418521");

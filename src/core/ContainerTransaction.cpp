@@ -195,8 +195,10 @@ bool ContainerTransaction::settle(const UndoRecord &record, const QByteArray &he
         place.offset = std::max(firstPageOf(place), std::min(pages.end, place.end));
     const qint64 recordBegin = place.isInTail() ? place.offset : blockAreaOffset;
     const qint64 recordEnd = place.isInTail() ? place.end : blockAreaOffset;
-    // What the change left alone is not in the record: a write of it that is torn could not be put right.
-    const PageRange written{0, std::min(pages.end, record.unchangedFrom)};
+    // What the change left alone is not in the record: a write of it that is torn could not be put right. But
+    // no change puts its record into the last page of the header: such a one is overwritten with that page.
+    const qint64 changedEnd = place.offset == place.end ? pages.end : record.unchangedFrom;
+    const PageRange written{0, std::min(pages.end, changedEnd)};
     if (!write(area, written) || !clearBetween({pages.end, recordBegin}) ||
         !clearBetween({std::max(pages.end, recordEnd), blockAreaOffset}) || !sync()) {
         return false;

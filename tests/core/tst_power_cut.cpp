@@ -545,6 +545,15 @@ private Q_SLOTS:
         QCOMPARE(stateOfCopy(files), stateOfCopy(before));
         files.first().put(files.first().size - HeaderArea::pageSize, noise(HeaderArea::pageSize, 1));
         QCOMPARE(stateOfCopy(files), "a vault");
+        // Somebody has made this one up: it says that the change left the whole header alone.
+        staleRecord = undoRecordFor({"x", Sha256::of("x\"")}, {"", Sha256::of("")});
+        staleRecord[16] = 2;
+        staleRecord[40] = 1;
+        staleRecord.chop(Sha256::sizeBytes);
+        staleRecord += Sha256::of(staleRecord);
+        putFiles(drive.path(), before);
+        QVERIFY(leaveStaleRecord(session.vault, drive.path()));
+        QCOMPARE(stateOfDrive(), stateOfCopy(before));
     }
 
     void aChangedPasswordIsNeverUndone()

@@ -70,7 +70,8 @@ public:
 
     /// Rewrites the header in place, so that a power cut leaves it old or new (see ContainerTransaction).
     /// False when the file is no container or in use, its block area does not begin where this program puts
-    /// it, or the header exceeds its area.
+    /// it, or the header exceeds its area; or a record is left that does not know the header: a session
+    /// clears it.
     [[nodiscard]] bool updateDocumentHeader(const QString &path, const ContainerDocument &document) const;
 
     /// Reads a header by itself, which does not tell the payloadOffset: that is 0 afterwards. Fills

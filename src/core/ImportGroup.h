@@ -40,8 +40,8 @@ public:
     /// it was given before, the others that were not committed are as well.
     [[nodiscard]] bool add(QFile &source, const QString &vaultPath, const ProgressCallback &progress);
 
-    /// True about every two seconds, less often where commits take long, and where the header has hardly any
-    /// room left.
+    /// To be asked when a file was added. True about every two seconds, less often where commits take long,
+    /// and where the header has hardly any room left.
     [[nodiscard]] bool isDue() const;
     /// Puts everything that was added in force. On failure all of it is rolled back: the index is again the
     /// one in force.

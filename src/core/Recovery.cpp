@@ -83,7 +83,7 @@ QByteArray headerThatCounts(QIODevice &container, QByteArrayView header, const U
     return isWholeHeader(container, header, opened.masterKey, record) ? QByteArray() : record.formerHeader;
 }
 
-/// Up to this size, what a header lists beyond its former one has its record in the tail.
+/// A header up to this size, changed from one that was no larger, has its record in the tail.
 constexpr qint64 mostBesideItsRecord = ContainerFormat::headerAreaSize / 2 - 2 * HeaderArea::pageSize;
 
 /// Where a change broke off.
@@ -108,8 +108,9 @@ bool recover(QFile &container, const QString &path, const QByteArray &password, 
     return true;
 }
 
-/// A record behind the blocks has nothing to undo where the header opens, since blocks that were added later
-/// would have buried it. It waits for the next change where it belongs to one that only took something away.
+/// A record behind the blocks has nothing to undo where the header opens, but what its change added may not
+/// be certain, nor a former key gone. Beside a smaller header it belongs to a change that took something
+/// away, and waits for the next one.
 bool openArea(const HeaderArea &area, QFile &container, const QString &path, const QByteArray &password,
               OpenedVault &opened)
 {

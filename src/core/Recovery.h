@@ -21,7 +21,7 @@ struct UndoRecord;
 struct OpenedVault
 {
     ContainerDocument document;
-    QByteArray headerHash; ///< SHA-256 of the header that opened.
+    QByteArray headerHash; ///< SHA-256 of the header that was read last, which is the one that opened.
     SecretBytes masterKey;
     SecureFileIndex index;
 };

@@ -57,7 +57,7 @@ struct HashedHeader
 
 /// Looks for a whole, undamaged record: in the tail of the header area, then at the end of the file.
 [[nodiscard]] std::optional<UndoRecord> findUndoRecord(QIODevice &container);
-/// In the tail alone: on FAT, to get to the end of a file costs as much reading as the file is long.
+/// In the tail alone: on FAT, to get to the end of a file costs reading in proportion to its length.
 [[nodiscard]] std::optional<UndoRecord> findUndoRecordInTail(QIODevice &container);
 
 } // namespace Tessarin::Core

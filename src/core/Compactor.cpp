@@ -119,8 +119,6 @@ bool Compactor::prepareFolder()
 {
     folder.emplace(workingFolderTemplate());
     folder->setAutoRemove(false);
-    if (!folder->isValid())
-        return false;
     builtPath = folder->filePath(QLatin1String(ContainerFormat::defaultFileName));
     return lockOwnDirectory(folder->path(), folderLock) != FileLock::Held;
 }
@@ -154,9 +152,8 @@ bool Compactor::copyLiveBlocks(QIODevice &output)
 bool Compactor::padBlocks(QIODevice &output) const
 {
     const qint64 end = output.pos();
-    const qint64 size = std::min(pageBorderFrom(end), vault.container.size()) - end;
-    return end == ContainerFormat::blockAreaOffset || size <= 0 ||
-           output.write(QByteArray(size, '\0')) == size;
+    const qint64 size = std::max(std::min(pageBorderFrom(end), vault.container.size()) - end, qint64(0));
+    return end == ContainerFormat::blockAreaOffset || output.write(QByteArray(size, '\0')) == size;
 }
 
 bool Compactor::verify() const

@@ -20,9 +20,10 @@ constexpr qint64 chunkSize = 64 * 1024;
 /// Of a file whose size the system does not tell: nothing lies beyond it, so nothing is cut off.
 constexpr qint64 unknownSize = std::numeric_limits<qint64>::max();
 
+/// Of one byte at least.
 bool isZero(QByteArrayView bytes)
 {
-    return bytes.isEmpty() || (bytes.front() == 0 && bytes.chopped(1) == bytes.sliced(1));
+    return bytes.front() == 0 && bytes.chopped(1) == bytes.sliced(1);
 }
 
 /// A record in the tail is written and cleared in whole pages, which heals those that cannot be read.
@@ -141,14 +142,14 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
     if (!writeHeader(former, next) || !sync())
         return restore(former, next, place);
     putInForce(next, nextHash);
-    // The new header stays: without a whole record it could not be rolled back in safety.
-    if (forgetsKey && place && !clearRecordDurably(*place) && !clearRecordDurably(*place)) {
+    const bool isCleared = !place || (forgetsKey ? clearRecordDurably(*place) || clearRecordDurably(*place)
+                                                 : clearRecord(*place));
+    // The new header stays: without a whole record it could not be rolled back in safety. Without a key to
+    // forget, a record that cannot be cleared does no harm: it knows the new header.
+    if (forgetsKey && !isCleared) {
         reason = Failure::FormerKeyRemains;
         return Outcome::Undecided;
     }
-    // A record that cannot be cleared does no harm otherwise: it knows the new header.
-    if (!forgetsKey && place)
-        static_cast<void>(clearRecord(*place));
     markCommitted();
     reason = Failure::None;
     return Outcome::Committed;
@@ -297,7 +298,7 @@ bool ContainerTransaction::clearBetween(PageRange range)
     // The first block shares a sector with the last bytes of the area: those are written only if they must
     // be.
     static_assert(headerAreaSize % chunkSize == 0);
-    static_assert(blockAreaOffset - headerAreaSize < chunkSize);
+    static_assert(blockAreaOffset - headerAreaSize == headerAreaOffset);
     for (qint64 begin = range.begin, end = 0; begin < range.end; begin = end) {
         end = std::min(begin + chunkSize - begin % chunkSize, range.end);
         const qint64 size = end - begin;

@@ -9,6 +9,8 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <functional>
+#include <numeric>
 
 #include <sodium.h>
 
@@ -67,8 +69,7 @@ QByteArray pbkdf2Block(const QByteArray &password, const KeyDerivationParams &pa
         QByteArray next = hmac(round);
         wipe(round);
         round.swap(next);
-        for (qsizetype i = 0; i < block.size(); ++i)
-            block[i] = static_cast<char>(block[i] ^ round.at(i));
+        std::transform(round.cbegin(), round.cend(), block.cbegin(), block.begin(), std::bit_xor());
     }
     return block;
 }
@@ -174,10 +175,8 @@ bool CryptoManager::constantTimeEquals(const QByteArray &a, const QByteArray &b)
     if (a.size() != b.size())
         return false;
 
-    unsigned char difference = 0;
-    for (qsizetype i = 0; i < a.size(); ++i)
-        difference = static_cast<unsigned char>(difference | (bytesOf(a)[i] ^ bytesOf(b)[i]));
-    return difference == 0;
+    // The differences of all bytes, put together.
+    return std::inner_product(a.cbegin(), a.cend(), b.cbegin(), 0, std::bit_or(), std::bit_xor()) == 0;
 }
 
 } // namespace Tessarin::Core

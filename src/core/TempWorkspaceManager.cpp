@@ -78,7 +78,8 @@ bool canBeFileName(const QString &name)
 
 } // namespace
 
-/// An open directory that is its owner's alone.
+/// An open directory that is its owner's alone. On one that is not open, and without a name, every call
+/// fails.
 class TempWorkspaceManager::Directory
 {
 public:
@@ -141,14 +142,12 @@ public:
     {
         const std::filesystem::path path("/proc/self/fd/" + std::to_string(descriptor));
         std::error_code error;
-        bool isRemoved = true;
         for (std::filesystem::directory_iterator entry(path, error), end; !error && entry != end;
              entry.increment(error)) {
-            std::error_code failure;
-            std::filesystem::remove_all(entry->path(), failure);
-            isRemoved = isRemoved && !failure;
+            std::error_code ignored;
+            std::filesystem::remove_all(entry->path(), ignored);
         }
-        return isRemoved && !error;
+        return std::filesystem::is_empty(path, error);
     }
 
 private:
@@ -261,7 +260,7 @@ bool TempWorkspaceManager::putCopy(const QString &vaultPath, QFile &copy)
 {
     if (handle && vaultPath != lockFileName) {
         const auto [parent, name] = handle->parentOf(copyPath(vaultPath), true);
-        if (parent.isOpen() && !name.isEmpty() && handle->moveFile(newCopyName, parent, name)) {
+        if (handle->moveFile(newCopyName, parent, name)) {
             const bool isThere = isOpenAt(copy, pathForVaultFile(vaultPath));
             copy.close();
             if (!isThere)
@@ -285,8 +284,7 @@ bool TempWorkspaceManager::holdsCopy(const QString &vaultPath) const
     if (!handle)
         return false;
     const auto [parent, name] = handle->parentOf(copyPath(vaultPath), false);
-    const int descriptor =
-        !parent.isOpen() || name.isEmpty() ? -1 : parent.openFile(name, O_RDONLY | O_NONBLOCK);
+    const int descriptor = parent.openFile(name, O_RDONLY | O_NONBLOCK);
     QFile copy;
     struct stat status = {};
     return descriptor != -1 && copy.open(descriptor, QIODevice::ReadOnly, QFile::AutoCloseHandle) &&

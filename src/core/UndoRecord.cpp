@@ -32,7 +32,7 @@ constexpr qsizetype trailerSize = checksumAt + Sha256::sizeBytes;
 /// block.
 constexpr qint64 tailEnd = headerAreaSize;
 static_assert(tailEnd % HeaderArea::pageSize == 0);
-static_assert(tailEnd < blockAreaOffset);
+static_assert(blockAreaOffset - tailEnd == headerAreaOffset);
 
 constexpr QByteArrayView indexKey("\"encryptedIndex\":\"");
 
@@ -108,9 +108,9 @@ std::optional<Trailer> parseTrailer(const QByteArray &bytes)
     trailer.kind = qFromBigEndian<quint64>(bytes.constData() + kindAt);
     if (trailer.kind != WholeIndex && trailer.kind != IndexStaysInPlace)
         return {};
-    for (size_t i = 0; i < trailer.lengths.size(); ++i) {
-        trailer.lengths[i] = qFromBigEndian<qint64>(bytes.constData() + lengthsAt + i * 8);
-        if (trailer.lengths[i] < 0 || trailer.lengths[i] > headerAreaSize)
+    qFromBigEndian<qint64>(bytes.constData() + lengthsAt, lengthCount, trailer.lengths.data());
+    for (const qint64 length : trailer.lengths) {
+        if (length < 0 || length > headerAreaSize)
             return {};
     }
     // The index as bytes is shorter than its text: what is read is bounded by what a header can hold.

@@ -76,7 +76,7 @@ Failure VaultContainer::begin(ContainerTransaction &transaction)
 /// Spares parsing a header that this session knows.
 bool VaultContainer::recallHeader(ContainerTransaction &transaction) const
 {
-    return !knownHeaderHash.isEmpty() && transaction.headerHash() == knownHeaderHash &&
+    return transaction.headerHash() == knownHeaderHash &&
            transaction.settleAll([](const UndoRecord &) { return true; });
 }
 

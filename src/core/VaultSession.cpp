@@ -152,7 +152,7 @@ bool VaultManager::changePassword(const QString &containerPath, const QByteArray
     if (!change.begin())
         return fail(change.failure());
     const QByteArray header = change.header().toByteArray();
-    const bool isAsOpened = reason == Failure::None && change.headerHash() == opened.headerHash;
+    const bool isAsOpened = change.headerHash() == opened.headerHash;
     if (!containers.parseHeader(header, &document) ||
         document.crypto.encryptedMasterKey != opened.document.crypto.encryptedMasterKey ||
         !change.settleAll([&](const UndoRecord &record) { return isAsOpened || record.knows(header); })) {

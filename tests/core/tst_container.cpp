@@ -126,7 +126,7 @@ private Q_SLOTS:
             const QByteArray status = readFile(u"/proc/self/status"_s);
             return status.mid(status.indexOf("VmHWM:") + 6, 12).trimmed().split(' ').first().toLongLong();
         };
-        constexpr qint64 mostKiB = (TESSARIN_IS_SANITIZED ? 256 : 56) * 1024; // That keeps what is freed.
+        constexpr qint64 mostKiB = TESSARIN_IS_SANITIZED ? 256'000 : 56'000; // Sanitizers keep freed memory.
         const QByteArray nested = QByteArray(900, '[') + QByteArray(900, ']') + ',';
         QByteArray folders;
         for (int i = 0; i < 40000; ++i)

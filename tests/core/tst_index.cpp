@@ -62,8 +62,8 @@ private Q_SLOTS:
         entry.blocks = {{8388636, 3, 19, QByteArray(24, '\0')}};
         QVERIFY(index.addOrReplace(entry));
         QVERIFY(index.addOrReplace(file(u"\uFEFF\uFEFFvazio"_s, 0)));
-        QVERIFY(index.addDirectory(
-            {u"Docs"_s, entry.lastModifiedUtc, QDateTime(QDate(10000, 1, 1), QTime(0, 0))}));
+        QVERIFY(index.addDirectory({u"Docs"_s, QDateTime({9999, 12, 31}, {}, QTimeZone(0)),
+                                    QDateTime({10000, 1, 1}, {}, QTimeZone(0))}));
 
         const QByteArray json = quoted(
             "{'formatVersion':1,'files':[{'id':'id-5000000017',"
@@ -71,7 +71,7 @@ private Q_SLOTS:
             "'lastModifiedUtc':'2024-03-05T14:07:09.123Z','sha256':'abab','blocks':[{'offset':8388636,"
             "'plainSize':3,'encryptedSize':19,'nonce':'AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA'}]},{'id':'id-0',"
             "'vaultPath':'\\ufeff\\ufeffvazio','sizeBytes':0,'lastModifiedUtc':'','sha256':'','blocks':[]}],"
-            "'directories':[{'path':'Docs','createdUtc':'2024-03-05T14:07:09.123Z','modifiedUtc':''}]}");
+            "'directories':[{'path':'Docs','createdUtc':'9999-12-31T00:00:00.000Z','modifiedUtc':''}]}");
         QCOMPARE(index.toJson(), json);
         // As older programs have written it, too.
         for (const QByteArray &form : {json, QByteArray(json).replace("\\ufeff", "\xEF\xBB\xBF")}) {

@@ -494,8 +494,7 @@ private Q_SLOTS:
         }
     }
 
-    /// The drive never took the zeros over it, and told so to a change that failed. The next record lay
-    /// behind.
+    /// The drive never took the zeros over it, and told a change that failed. The next record lay behind.
     void aRecordThatWasClearedInMemoryAloneUndoesNothing()
     {
         Begun session(choose("rename", "half"));
@@ -535,8 +534,8 @@ private Q_SLOTS:
         QVERIFY(filesIn(drive.path()) == saved);
     }
 
-    /// It told of blocks that it never wrote. The record begins in the last page of the header, as others may
-    /// leave it.
+    /// It told of blocks that it never wrote. The record shares a page with the header, as others may leave
+    /// it.
     void whatTheDriveHasLostIsRolledBack()
     {
         Begun session(choose("rename", "8385000"));
@@ -547,10 +546,8 @@ private Q_SLOTS:
         QCOMPARE(stateOfCopy(files), "a vault");
         // Somebody has made this one up: it says that the change left the whole header alone.
         staleRecord = undoRecordFor({"x", Sha256::of("x\"")}, {"", Sha256::of("")});
-        staleRecord[16] = 2;
-        staleRecord[40] = 1;
-        staleRecord.chop(Sha256::sizeBytes);
-        staleRecord += Sha256::of(staleRecord);
+        staleRecord[16] = 2, staleRecord[40] = 1;
+        staleRecord = staleRecord.chopped(32) + Sha256::of(staleRecord.chopped(32));
         putFiles(drive.path(), before);
         QVERIFY(leaveStaleRecord(session.vault, drive.path()));
         QCOMPARE(stateOfDrive(), stateOfCopy(before));
@@ -614,7 +611,7 @@ private Q_SLOTS:
     {
         for (const char *size : {"small", "more"}) {
             choose("rename", size);
-            before.first().put(before.first().size, staleRecord.repeated(20));
+            before.first().put(before.first().size, staleRecord.repeated(17));
             Begun session(*this);
             // Opening has cleared nine where the header is so large that its own may be among them.
             for (int left = size == "small"_ba; left >= 0; --left)
@@ -622,8 +619,7 @@ private Q_SLOTS:
         }
     }
 
-    /// Nothing tells there whether another program is at work. Elsewhere, what lies beside a locked container
-    /// may be in use.
+    /// Nothing tells whether another program is at work; what lies beside a locked container may be in use.
     void withoutLocksAnothersWorkIsLeftAlone()
     {
         choose("recover");

@@ -1,5 +1,4 @@
-// Searches the process's own memory for the keys of a vault: there while it is unlocked, gone when it is
-// locked.
+// Searches the process's own memory for the keys of a vault: there while it is unlocked, gone afterwards.
 #include "core/VaultKeys.h"
 #include "support/VaultFixture.h"
 

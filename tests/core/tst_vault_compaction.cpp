@@ -1,6 +1,5 @@
-// Compaction and creation on a real drive: what they reclaim and leave, and what is left when the drive does
-// not play along; and why, in every operation. Runs on a practice drive, which it may fill up and make
-// read-only.
+// Compaction and creation on a practice drive: what they reclaim and leave, and what is left when the drive,
+// which may get full or read-only, does not play along; and why, in every operation.
 #include "core/HostFile.h"
 #include "core/LeftoverNames.h"
 #include "core/Leftovers.h"

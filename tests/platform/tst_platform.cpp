@@ -1,6 +1,5 @@
-// Asks the questions about block devices of a made-up machine: a stick with one partition, a USB DVD drive, a
-// card reader on PCI and a fixed disk. Its root lies below directories with misleading names. And what the
-// process asks of the kernel for itself.
+// Asks the questions about block devices of a made-up machine, whose root lies below directories with
+// misleading names. And what the process asks of the kernel, the desktop and an X server.
 #include "platform/CapsLock.h"
 #include "platform/CloseRequest.h"
 #include "platform/FileOpener.h"

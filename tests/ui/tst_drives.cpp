@@ -44,9 +44,8 @@ private Q_SLOTS:
             "xargs -rd '\\n' rm < /run/made; rm /run/made /run/mounted");
     }
 
-    /// Beside the practice drive: a stick whose label is a path and that nobody mounted, two below /dev,
-    /// which the toolkit hides, one of them with another mounted over it, one of two partitions, a card
-    /// mounted twice, a DVD and a fixed disk.
+    /// Beside the practice drive: sticks that nobody mounted, below /dev, where the toolkit hides them, one
+    /// over the other, with a partition; a card mounted twice, a DVD and a fixed disk.
     void everyDriveIsFoundOnceHoweverItIsMounted()
     {
         run(R"(

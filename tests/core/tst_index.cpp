@@ -96,10 +96,10 @@ private Q_SLOTS:
         QCOMPARE(json.take(), quoted("[[1,'p','\\r\\udc00😀 \\ud83d'],[-2,'p','\\r\\udc00😀 \\ud83d']]"));
 
         QByteArray keys;
-        const auto collect = [&keys](QByteArrayView key, QByteArrayView) { keys += key; };
+        const auto collect = [&](auto key, auto value) { keys.append(key).append(value); };
         QVERIFY(visitJsonMembers(quoted("{'a\\u0062\\'\\\\\\/\\b\\n\\u00e9\\u0080\\u007fc':1, 'ã' : {} } "),
                                  collect));
-        QCOMPARE(keys, "ab\"\\/????\u007fcã");
+        QCOMPARE(keys, "ab\"\\/????\u007fc1ã{}");
         for (const char *number : {"1e", "1e+", "-", ".", "01", "+1", "1.", ".5", "-0.5e-7"})
             QCOMPARE(visitJsonMembers("{\"a\":"_ba + number + '}', collect),
                      QByteArrayList({"1.", ".5", "-0.5e-7"}).contains(number));

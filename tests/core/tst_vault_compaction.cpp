@@ -186,8 +186,8 @@ private Q_SLOTS:
         for (const int error : {EINVAL, ESPIPE, ENOSYS}) {
             const auto name = "no early writeback: " + QByteArray::number(error);
             row(name.constData(), Failure::None, u"import %1>b"_s.arg(filler), [this, error] {
-                writeFile(filler, QByteArray(5 * mebibyte, 'f'));
-                tape.emplace(root, CallFailure{1, error, 1, CallFailure::Syncs});
+                writeFile(filler, QByteArray(21 * mebibyte, 'f'));
+                tape.emplace(root, CallFailure{2, error, 1, CallFailure::Syncs});
             });
         }
         for (const int error : {EINVAL, ENOSYS, EOPNOTSUPP}) {

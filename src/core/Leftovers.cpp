@@ -20,13 +20,11 @@ namespace Tessarin::Core {
 
 namespace {
 
+/// Every import has an id of its own, and every block a nonce.
 bool isSameFileEntry(const VaultFileEntry &first, const VaultFileEntry &second)
 {
-    return first.id == second.id && first.sha256 == second.sha256 &&
-           std::equal(first.blocks.cbegin(), first.blocks.cend(), second.blocks.cbegin(),
-                      second.blocks.cend(), [](const VaultFileBlock &a, const VaultFileBlock &b) {
-                          return a.nonce == b.nonce && a.plainSize == b.plainSize;
-                      });
+    return first.id == second.id && std::ranges::equal(first.blocks, second.blocks, {},
+                                                       &VaultFileBlock::nonce, &VaultFileBlock::nonce);
 }
 
 /// True when every file and folder of one index is in the other one too: the same import under the same path.

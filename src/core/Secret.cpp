@@ -31,9 +31,9 @@ SecretBytes::SecretBytes(SecretBytes &&other) noexcept
 
 SecretBytes &SecretBytes::operator=(SecretBytes &&other) noexcept
 {
-    std::swap(memory, other.memory);
-    std::swap(size, other.size);
-    other.clear();
+    SecretBytes taken(std::move(other));
+    std::swap(memory, taken.memory);
+    std::swap(size, taken.size);
     return *this;
 }
 

@@ -32,13 +32,6 @@ void VaultContainer::close()
     key.clear();
 }
 
-void VaultContainer::clear()
-{
-    close();
-    containerPath.clear();
-    indexInForce.clear();
-}
-
 const QString &VaultContainer::path() const
 {
     return containerPath;

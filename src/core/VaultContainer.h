@@ -26,8 +26,6 @@ public:
     void replace(const ContainerDocument &newDocument, const SecureFileIndex &newIndex);
     /// Wipes the key. The index stays.
     void close();
-    /// Forgets the index as well.
-    void clear();
 
     [[nodiscard]] const QString &path() const;
     /// Empty while no vault is open.

@@ -78,7 +78,7 @@ bool VaultManager::createVault(const QString &containerPath, const QByteArray &p
         return false;
 
     payloads.clear();
-    container.clear();
+    container = VaultContainer();
     ContainerDocument document;
     renewKeyParameters(document);
     document.crypto.payloadNonce = crypto.generateNonce(CryptoManager::nonceSizeBytes);

@@ -72,11 +72,11 @@ bool lockFile(QFileDevice &file)
 bool writeFully(QFileDevice &file, QByteArrayView bytes)
 {
     while (!bytes.isEmpty()) {
-        const ssize_t written = ::write(file.handle(), bytes.data(), static_cast<size_t>(bytes.size()));
-        if (written > 0)
-            bytes = bytes.sliced(written);
-        else if (written == 0 || errno != EINTR)
+        const ssize_t written =
+            TEMP_FAILURE_RETRY(::write(file.handle(), bytes.data(), static_cast<size_t>(bytes.size())));
+        if (written <= 0)
             return false;
+        bytes = bytes.sliced(written);
     }
     return true;
 }

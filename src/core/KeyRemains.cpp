@@ -97,7 +97,8 @@ QList<Range> blockRanges(const SecureFileIndex *index, qint64 end)
     for (const VaultFileEntry &file : index->entries()) {
         for (const VaultFileBlock &block : file.blocks) {
             const qint64 begin = std::clamp(block.offset, qint64(0), end);
-            blocks.append({begin, begin + std::clamp(block.encryptedSize, qint64(0), end - begin)});
+            const qint64 size = std::clamp(block.encryptedSize, qint64(0), end);
+            blocks.append({begin, std::min(begin + size, end)});
         }
     }
     std::sort(blocks.begin(), blocks.end());

@@ -264,9 +264,8 @@ private Q_SLOTS:
                 QCOMPARE(readFile(container) == former, reason != Failure::FormerKeyRemains);
         }
         QCOMPARE(QDir(temporary->path()).entryList({u"Tessarin-compact-*"_s}), QStringList());
-        QStringList leftBeside = VaultManager::compactionTwins(container);
-        leftBeside.removeAll(twin);
-        QCOMPARE(leftBeside, QStringList());
+        const QStringList leftBeside = VaultManager::compactionTwins(container);
+        QCOMPARE(leftBeside.count(twin), leftBeside.size());
     }
 
     void compactionReclaimsDeadBytesAndNothingElse()

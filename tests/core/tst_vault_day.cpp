@@ -1,5 +1,4 @@
-// A day in a user's life: random operations of all kinds, each checked against a plain model in memory, with
-// files open for editing, locking, compaction and password changes in between.
+// A day in a user's life: random operations of all kinds, each checked against a plain model in memory.
 #include "core/VaultPath.h"
 #include "support/VaultFixture.h"
 
@@ -14,8 +13,7 @@ private:
     QRandomGenerator random{1};
     VaultFixture f;
     QByteArray password = f.password;
-    /// What the vault should hold, by case-folded path: the bytes of files, and folders, whose paths end in
-    /// "/". A file and a folder may have the same path.
+    /// What the vault should hold, by case-folded path: bytes of files, and folders, whose paths end in "/".
     QMap<QString, QByteArray> items;
     QMap<QString, QByteArray> open;       ///< The same of files that are open: what locking brings back.
     QHash<QByteArray, QByteArray> sealed; ///< What was encrypted under each nonce and each salt.

@@ -1,6 +1,5 @@
-// Plays the stories of stories.txt, each on a window and a vault of its own: what people press, the dialogs
-// that come with their answers, and everything on the window that changes. What is told here must be what is
-// written there. Its first lines give names to what is told often.
+// Plays the stories of stories.txt, each on a window and a vault of its own. What people press, the dialogs
+// that come with their answers, and all that changes on the window must be told here as it is written there.
 #include "Look.h"
 #include "WindowHarness.h"
 #include "platform/TerminationSignals.h"

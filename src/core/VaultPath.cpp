@@ -42,6 +42,7 @@ QString vaultPathKey(const QString &path)
     // Folded one code point at a time, as QString::compare does; QString::toCaseFolded would also make one
     // letter into two, and so join names that compare as different.
     QString key;
+    key.reserve(path.size());
     for (qsizetype i = 0; i < path.size(); ++i) {
         const QChar unit = path.at(i);
         if (unit.isHighSurrogate() && QStringView(path).mid(i, 2).isValidUtf16()) {

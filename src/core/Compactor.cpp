@@ -119,6 +119,8 @@ bool Compactor::prepareFolder()
 {
     folder.emplace(workingFolderTemplate());
     folder->setAutoRemove(false);
+    if (!folder->isValid())
+        return false;
     builtPath = folder->filePath(QLatin1String(ContainerFormat::defaultFileName));
     return lockOwnDirectory(folder->path(), folderLock) != FileLock::Held;
 }

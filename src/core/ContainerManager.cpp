@@ -156,9 +156,9 @@ ContainerCryptoMetadata ContainerManager::cryptoMetadataFromJson(const QJsonObje
 
 QByteArray ContainerManager::buildHeader(const ContainerDocument &document) const
 {
+    constexpr qsizetype mostBesideIndex = 1024;
     const ContainerCryptoMetadata &crypto = document.crypto;
-    JsonText json(document.encryptedIndex.size() / 2 *
-                  3); // Base64 takes a third more, and the rest a little.
+    JsonText json(document.encryptedIndex.size() / 3 * 4 + mostBesideIndex);
     json.beginObject();
     json.key("magic");
     json.plainValue(headerMagic);

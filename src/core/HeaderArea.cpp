@@ -17,7 +17,7 @@ constexpr qint64 longestLengthLine = 255;
 /// The number in a length line; 0 when it makes no sense.
 qint64 headerLengthIn(const QByteArray &line)
 {
-    bool isNumber{};
+    bool isNumber = false;
     const qint64 length = line.trimmed().toLongLong(&isNumber, 10);
     return isNumber && !line.contains('\0') && length <= headerAreaSize ? std::max(length, qint64(0)) : 0;
 }

@@ -110,7 +110,7 @@ std::optional<Trailer> parseTrailer(const QByteArray &bytes)
         return {};
     qFromBigEndian<qint64>(bytes.constData() + lengthsAt, lengthCount, trailer.lengths.data());
     for (const qint64 length : trailer.lengths) {
-        if (length != std::clamp(length, qint64(0), headerAreaSize))
+        if (length < 0 || length > headerAreaSize)
             return {};
     }
     // The index as bytes is shorter than its text: what is read is bounded by what a header can hold.

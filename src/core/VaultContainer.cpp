@@ -69,7 +69,7 @@ Failure VaultContainer::begin(ContainerTransaction &transaction)
 /// Spares parsing a header that this session knows.
 bool VaultContainer::recallHeader(ContainerTransaction &transaction) const
 {
-    return transaction.headerHash() == knownHeaderHash &&
+    return !knownHeaderHash.isEmpty() && transaction.headerHash() == knownHeaderHash &&
            transaction.settleAll([](const UndoRecord &) { return true; });
 }
 

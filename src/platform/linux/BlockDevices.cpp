@@ -149,7 +149,7 @@ QString fallbackDisplayName(const QString &devicePath, const QString &rootPath)
 QString decodeUdevEscapes(QString text)
 {
     for (qsizetype at = text.indexOf("\\x"_L1); at != -1; at = text.indexOf("\\x"_L1, at + 1)) {
-        bool isHex{};
+        bool isHex = false;
         const QString digits = text.mid(at + 2, 2);
         const char16_t character = digits.toUShort(&isHex, 16);
         if (isHex && digits.size() == 2)

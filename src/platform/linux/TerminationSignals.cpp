@@ -43,7 +43,7 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
     auto *notifier = new QSocketNotifier(sockets.loop, QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, [this] {
         std::array<char, 64> bytes;
-        while (::read(sockets.loop, bytes.data(), bytes.size()) != -1) {
+        while (::read(sockets.loop, bytes.data(), bytes.size()) > 0) {
         }
         Q_EMIT requested();
     });

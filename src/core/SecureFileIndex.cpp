@@ -21,14 +21,6 @@ constexpr qint64 indexFormatVersion = 1;
 /// The one form in which this program writes dates.
 constexpr QLatin1String dateForm("0000-00-00T00:00:00.000Z");
 
-bool isInOwnForm(const QString &text)
-{
-    return std::equal(
-        text.cbegin(), text.cend(), dateForm.cbegin(), dateForm.cend(), [](QChar at, char form) {
-            return form == '0' ? at >= QLatin1Char('0') && at <= QLatin1Char('9') : at == QLatin1Char(form);
-        });
-}
-
 void putDigits(char *at, int number, int digits)
 {
     for (char *digit = at + digits - 1; digit >= at; --digit, number /= 10)
@@ -56,15 +48,6 @@ QByteArray dateToJson(const QDateTime &when)
     return text;
 }
 
-QDateTime utcDateTime(QDate date, QTime time)
-{
-#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
-    return QDateTime(date, time, QTimeZone::UTC);
-#else
-    return QDateTime(date, time, Qt::UTC);
-#endif
-}
-
 /// Qt's parser drops a byte order mark at the beginning of a text that needs no decoding, and so would merge
 /// names that older programs have written.
 QByteArray withMarksEscaped(const QByteArray &json)
@@ -78,18 +61,6 @@ QDateTime dateFromJson(const QJsonValue &value)
     const QString text = value.toString();
     if (text.isEmpty())
         return {};
-    if (isInOwnForm(text)) {
-        const auto number = [view = QStringView(text)](qsizetype at, qsizetype digits) {
-            int sum = 0;
-            for (const QChar digit : view.sliced(at, digits))
-                sum = sum * 10 + digit.digitValue();
-            return sum;
-        };
-        const QDate date(number(0, 4), number(5, 2), number(8, 2));
-        const QTime time(number(11, 2), number(14, 2), number(17, 2), number(20, 3));
-        if (date.isValid() && time.isValid())
-            return utcDateTime(date, time);
-    }
     return QDateTime::fromString(text, Qt::ISODateWithMs);
 }
 

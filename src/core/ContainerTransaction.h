@@ -93,7 +93,7 @@ private:
 
     [[nodiscard]] bool clearRecordDurably(const RecordPlace &place);
     [[nodiscard]] Outcome restore(const HeaderArea &former, const HeaderArea &attempted,
-                                  const std::optional<RecordPlace> &record);
+                                  const RecordPlace &record);
     [[nodiscard]] bool clearBetween(PageRange range);
     [[nodiscard]] bool writeAt(qint64 offset, const QByteArray &bytes);
     [[nodiscard]] bool write(const HeaderArea &area, PageRange range);

@@ -1,11 +1,10 @@
-// The table's rows, and how their texts and icons come about.
+// The rows of the table, and how their texts come about.
 #include "core/SecureFileIndex.h"
 #include "ui/Formatting.h"
 #include "ui/ImportSpace.h"
 #include "ui/MoveFileDialog.h"
 #include "ui/PasswordField.h"
 #include "ui/QtTexts.h"
-#include "ui/VaultItemIcon.h"
 #include "ui/VaultTable.h"
 #include "ui/WindowGeometry.h"
 
@@ -90,24 +89,6 @@ private Q_SLOTS:
                                            {{}, {960, 540}}})
             QCOMPARE(centralWidgetSize(screen), size);
         QCOMPARE(dialogSize({820, 600}, {800, 800}), QSize(792, 600));
-    }
-
-    void pagesHaveBandsOfTheirOwn()
-    {
-        QStringList bands;
-        for (const QString &suffix : u"pem asc crt encrypted LOG flac jpeg"_s.split(u' '))
-            bands += pagePixel(suffix, {10, 18}).name();
-        QCOMPARE(bands.join(u' '), u"#1f735c #7050a0 #b87118 #455c7a #5a5a5a #2563b4 #1f848d"_s);
-        QCOMPARE(pagePixel(u"jpeg"_s, {8, 6}), QColor(Qt::white));
-        QCOMPARE(pagePixel(u"jpeg"_s, {15, 4}), QColor(237, 237, 237));
-        QCOMPARE(pagePixel(u"jpeg"_s, {1, 1}).alpha(), 0);
-    }
-
-private:
-    static QColor pagePixel(const QString &suffix, const QPoint &place)
-    {
-        const QIcon icon = vaultItemIcon(VaultTableItemKind::File, u"x."_s + suffix);
-        return icon.pixmap(22, 22).toImage().pixelColor(place);
     }
 };
 

@@ -38,8 +38,7 @@ private Q_SLOTS:
 
     void aDocumentIsWrittenByteByByteAndReadBack()
     {
-        QVERIFY(containers.writeDocument(path, sample,
-                                         [](QIODevice &output) { return output.write("blocks") == 6; }));
+        QVERIFY(containers.writeDocument(path, sample, [](auto &file) { return file.write("blocks") == 6; }));
         const QByteArray whole = beginning(header) + QByteArray(8388608 - header.size(), '\0') + "blocks";
         QVERIFY(readFile(path) == whole);
         QVERIFY(containers.readContainer(path) == whole);

@@ -168,12 +168,11 @@ private Q_SLOTS:
             for (const auto &[folderPath, time] : std::as_const(folders))
                 QVERIFY(expected.addDirectory({folderPath, QDateTime::fromMSecsSinceEpoch(time), {}}));
             QCOMPARE(index.toJson(), expected.toJson());
-            const auto *found = index.findFile(other);
+            const auto *seen = index.findFile(other);
             const auto *folder = index.findDirectory(other);
             QCOMPARE(index.contains(other), find(files, other) < files.size());
             QCOMPARE(index.containsDirectory(other), find(folders, other) < folders.size());
-            QCOMPARE(found ? found->sizeBytes : 0,
-                     files.value(find(files, other, Qt::CaseInsensitive)).second);
+            QCOMPARE(seen ? seen->sizeBytes : 0, files.value(find(files, other, Qt::CaseInsensitive)).second);
             QCOMPARE(folder ? folder->createdUtc.toMSecsSinceEpoch() : 0,
                      folders.value(find(folders, other, Qt::CaseInsensitive)).second);
         }

@@ -58,8 +58,7 @@ private Q_SLOTS:
             change(changed.crypto);
             return ContainerManager().updateDocumentHeader(f.container, changed) && f.unlock();
         };
-        for (const auto field :
-             {&Crypto::salt, &Crypto::nonce, &Crypto::encryptedMasterKey, &Crypto::payloadNonce})
+        for (auto field : {&Crypto::salt, &Crypto::nonce, &Crypto::encryptedMasterKey, &Crypto::payloadNonce})
             QVERIFY(!opensWith([&](Crypto &crypto) { (crypto.*field)[0] = char(~(crypto.*field)[0]); }));
         // An index that does not open stands in the way of no new password, and leaves the blocks alone.
         f.play(u"password uma senha bem longa>outra senha longa"_s);
@@ -71,12 +70,14 @@ private Q_SLOTS:
         // The cipher may have any name that key and index are bound to; a new password gives the usual one.
         const SecretBytes key = decryptMasterKey(good, f.password);
         good.crypto.cipher = u"outra"_s;
+        good.crypto.authTag = "legacy";
         good.crypto.encryptedMasterKey = encryptMasterKey(good, f.password, key);
         good.encryptedIndex = encryptIndex(good, f.vault.fileIndex(), key);
         QVERIFY(opensWith([](Crypto &) {}));
         f.play(u"put b=b; lock; password uma senha bem longa>outra senha longa; unlock outra senha longa; "
                "get a=conteúdo; get b=b"_s);
         QCOMPARE(f.document().crypto.cipher, u"XChaCha20-Poly1305"_s);
+        QVERIFY(f.document().crypto.authTag.isEmpty());
     }
 
     void aNewPasswordSearchesTheGapsAndCutsOffTheRest()

@@ -30,9 +30,8 @@ inline QString describe(const QWidget &shown)
         parts += files->findChild<QLineEdit *>(u"fileNameEdit"_s)->text();
         return (parts + files->nameFilters()).join(u" | "_s);
     }
-    for (const QAction *action : shown.actions()) // A menu's entries.
-        parts +=
-            (action->isSeparator() ? u"-"_s : action->text()) + (action->isEnabled() ? u""_s : u" (off)"_s);
+    for (const QAction *entry : shown.actions()) // Of a menu.
+        parts += (entry->isSeparator() ? u"-"_s : entry->text()) + (entry->isEnabled() ? u""_s : u" (off)"_s);
     for (const QWidget *child : shown.findChildren<QWidget *>()) {
         const auto *label = qobject_cast<const QLabel *>(child);
         const auto *edit = qobject_cast<const QLineEdit *>(child);

@@ -341,10 +341,9 @@ ssize_t write(int descriptor, const void *bytes, size_t size)
     return written;
 }
 
-int ftruncate64(int descriptor, off64_t size) noexcept
+int ftruncate64(int file, off64_t size) noexcept
 {
-    return taped({DriveTape::Resize, 0, size}, descriptor,
-                 [&] { return FORWARD(ftruncate64)(descriptor, size); });
+    return taped({DriveTape::Resize, 0, size}, file, [&] { return FORWARD(ftruncate64)(file, size); });
 }
 
 int fstat(int descriptor, struct stat *status) noexcept
@@ -366,10 +365,9 @@ int unlink(const char *path) noexcept
     return taped({DriveTape::Remove}, path, [&] { return FORWARD(unlink)(path); });
 }
 
-int rename(const char *path, const char *newPath) noexcept
+int rename(const char *from, const char *to) noexcept
 {
-    return taped({DriveTape::Rename, 0, 0, {}, nameOf(newPath)}, path,
-                 [&] { return FORWARD(rename)(path, newPath); });
+    return taped({DriveTape::Rename, 0, 0, {}, nameOf(to)}, from, [&] { return FORWARD(rename)(from, to); });
 }
 
 int renameat2(int folder, const char *path, int newFolder, const char *newPath, unsigned int flags) noexcept

@@ -39,8 +39,7 @@ inline void edit(const QString &copyPath, const QByteArray &bytes)
     writeFile(copyPath, bytes);
     QFile copy(copyPath);
     QVERIFY(copy.open(QIODevice::ReadWrite));
-    QVERIFY(copy.setFileTime(QDateTime::currentDateTimeUtc().addSecs(5 + ++edits),
-                             QFileDevice::FileModificationTime));
+    QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(5 + ++edits), QFile::FileModificationTime));
 }
 
 /// Bytes that no compressor or coincidence makes equal to others.

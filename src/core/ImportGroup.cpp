@@ -80,15 +80,19 @@ bool ImportGroup::add(QFile &source, const QString &vaultPath, const ProgressCal
     // A file for which the index has no room must not take those before it along, nor may they wait for a
     // large one.
     const qint64 growth = mostHeaderGrowth(entry);
-    if ((!hasRoomFor(growth) || isDue() || entry.sizeBytes > largeFileSize) && !commit())
+    if ((!hasRoomFor(growth) || isDue() || entry.sizeBytes > largeFileSize) && !commit()) {
+        lostFiles = true;
         return false;
+    }
 
     if (!transaction->seekToEnd())
         return fail(transaction->failure());
     const qint64 formerSize = transaction->file().pos();
     if (!append(source, entry, progress)) {
-        if (!transaction->rollBackTo(formerSize))
+        if (!transaction->rollBackTo(formerSize)) {
+            lostFiles = lostFiles || !uncommitted.isEmpty();
             forgetUncommitted();
+        }
         return false;
     }
     ensureParentDirectories(newestIndex, vaultPath);
@@ -158,6 +162,7 @@ bool ImportGroup::commit()
         transaction->rollBack();
     else
         transaction.reset();
+    lostFiles = lostFiles || uncommitted.size() > 1;
     forgetUncommitted();
     return false;
 }
@@ -185,7 +190,6 @@ bool ImportGroup::fail(Failure why)
 
 void ImportGroup::forgetUncommitted()
 {
-    lostFiles = lostFiles || !uncommitted.isEmpty();
     uncommitted.clear();
     newestIndex = container.index();
     mostGrowth = 0;

@@ -44,13 +44,13 @@ public:
     /// and where the header has hardly any room left.
     [[nodiscard]] bool isDue() const;
     /// Puts everything that was added in force. On failure all of it is rolled back: the index is again the
-    /// one in force.
+    /// one in force. Whoever added the last file has to tell of that one.
     [[nodiscard]] bool commit();
 
     /// What was committed since the last call.
     [[nodiscard]] QList<ImportedFile> takeCommitted();
 
-    /// True when files that were added have been rolled back later.
+    /// True when files have been rolled back later than the call that added them, or its commit.
     [[nodiscard]] bool hasLostFiles() const;
     /// Why the last call failed.
     [[nodiscard]] Failure failure() const;

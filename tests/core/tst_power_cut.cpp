@@ -1,6 +1,5 @@
-// Power cuts and failing calls at every step of every operation that changes a container. Each recorded cut
-// must leave a vault that opens with the contents from before or after, and each failed call must leave the
-// contents that the operation's result tells of. scripts/torture runs more of the same.
+// Power cuts and failing calls at every step of every operation that changes a container: a cut leaves the
+// contents from before or after, a failed call those that the result tells of. scripts/torture runs more.
 #include "support/DriveTape.h"
 #include "support/VaultFixture.h"
 
@@ -405,9 +404,7 @@ private Q_SLOTS:
         if (!isWhole)
             return;
         // Each call in all ways, or in ways that alternate from call to call.
-        const int stride = isThorough && size == "small"        ? 1
-                           : isThorough || name == "createOver" ? 3
-                                                                : quickStride;
+        const int stride = isThorough ? (size == "small" ? 1 : 3) : name == "createOver" ? 3 : quickStride;
         bool isReached = true;
         for (int call = 1; isReached; ++call) {
             for (int variant = call % stride; variant < 7; variant += stride) {
@@ -617,6 +614,18 @@ private Q_SLOTS:
         }
     }
 
+    void aSeriesGoesOnUntilTheIndexIsFull()
+    {
+        Begun session(choose("delete", "8380000"));
+        session.vault.beginImportSeries();
+        int files = 0;
+        while (importing(u"small"_s, QString::number(files))(session.vault, drive.path()))
+            ++files;
+        QCOMPARE(session.vault.lastFailure(), Failure::IndexFull);
+        QVERIFY(session.vault.endImportSeries());
+        QCOMPARE(session.vault.fileIndex().entries().size(), 2 + files);
+    }
+
     /// Somebody has made them up. Each one costs two waits for the drive.
     void recordsWithoutNumberAreClearedAFewAtATime()
     {
@@ -671,8 +680,7 @@ private Q_SLOTS:
         QVERIFY(!series.vault.endImportSeries());
         QCOMPARE(series.vault.lastFailure(), Failure::ChangedByOther);
         QVERIFY(series.unlock(container));
-        QVERIFY(contentsOf(other.vault).contains("other.bin"));
-        QCOMPARE(contentsOf(series.vault), contentsOf(other.vault));
+        QVERIFY(series.knows(contentsOf(other.vault)));
     }
 };
 

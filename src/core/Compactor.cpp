@@ -103,7 +103,6 @@ bool Compactor::build()
 
     for (const VaultDirectoryEntry &directory : vault.index.directories())
         index.addDirectory(directory);
-    document.fileIndex.clear();
     document.crypto.payloadNonce = CryptoManager().generateNonce(CryptoManager::nonceSizeBytes);
     // The index is sealed last, with the new offsets in it.
     const auto writeBlocks = [this](QIODevice &output) {

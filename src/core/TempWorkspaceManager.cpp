@@ -32,7 +32,7 @@ constexpr QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDev
 
 bool isUsableName(const QByteArray &name)
 {
-    return !name.contains('\0') && name != "." && name != "..";
+    return name != "." && name != "..";
 }
 
 bool isFolder(const QByteArray &name)

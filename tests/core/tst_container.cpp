@@ -97,11 +97,10 @@ private Q_SLOTS:
                            beginning('[' + header + ']')};
         const QByteArray padded = header.leftJustified(400, ' ');
         QVERIFY(reads("TRAVEX3400\n" + padded));
-        for (const QByteArray line : {"00000000000000000000\n", "00000000000008388609\n",
-                                      "99999999999999999999\n", "-400\n", "0x190\n", "400x\n", "\n"})
-            bad << "TRAVEX3" + line + padded;
-        bad << QByteArray("TRAVEX3400\0\n", 12) + padded
-            << "TRAVEX3" + QByteArray(100000, '0') + "400\n" + padded;
+        for (const QByteArray &line :
+             {"00000000000000000000"_ba, "00000000000008388609"_ba, "99999999999999999999"_ba, "-400"_ba,
+              "0x190"_ba, "400x"_ba, ""_ba, QByteArray("400\0", 4), QByteArray(100000, '0') + "400"})
+            bad << "TRAVEX3" + line + '\n' + padded;
         for (const QByteArray &bytes : std::as_const(bad))
             QVERIFY2(!reads(bytes), bytes.left(60).constData());
         for (const qint64 size : {0, 6, 7, 20, 28, 1000, 8388635})

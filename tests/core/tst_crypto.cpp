@@ -18,9 +18,8 @@ private:
         QByteArray::fromHex("808182838485868788898a8b8c8d8e8f909192939495969798999a9b9c9d9e9f");
     const QByteArray nonce = QByteArray::fromHex("404142434445464748494a4b4c4d4e4f5051525354555657");
     const QByteArray associatedData = QByteArray::fromHex("50515253c0c1c2c3c4c5c6c7");
-    const QByteArray plaintext =
-        "Ladies and Gentlemen of the class of '99: If I could offer you only one tip "
-        "for the future, sunscreen would be it.";
+    const QByteArray plain = "Ladies and Gentlemen of the class of '99: If I could offer you only one tip "
+                             "for the future, sunscreen would be it.";
     const QByteArray ciphertext = QByteArray::fromHex(
         "bd6d179d3e83d43b9576579493c0e939572a1700252bfaccbed2902c21396cbb731c7f1b0b4aa6440bf3a82f4eda7e39ae64"
         "c6708c54c216cb96b72e1213b4522f8c9ba40db5d945b11b69b982c1bb9e3f3fac2bc369488f76b2383565d3fff921f9664c"
@@ -29,8 +28,8 @@ private:
 private Q_SLOTS:
     void sealingFollowsTheDraftAndOnlyThatOpens()
     {
-        QCOMPARE(crypto.encrypt(plaintext, key, nonce, associatedData), ciphertext);
-        QCOMPARE(crypto.decrypt(ciphertext, key, nonce, associatedData), plaintext);
+        QCOMPARE(crypto.encrypt(plain, key, nonce, associatedData), ciphertext);
+        QCOMPARE(crypto.decrypt(ciphertext, key, nonce, associatedData), plain);
         QCOMPARE(crypto.decrypt(ciphertext, key, nonce, {}), QByteArray());
         const QByteArray tag = crypto.encrypt({}, key, nonce, {});
         QCOMPARE(tag.size(), 16);
@@ -48,7 +47,7 @@ private Q_SLOTS:
                                                {key + 'x', nonce},
                                                {key, nonce.left(23)},
                                                {key, nonce + 'x'}}) {
-            QCOMPARE(crypto.encrypt(plaintext, badKey, badNonce, {}), QByteArray());
+            QCOMPARE(crypto.encrypt(plain, badKey, badNonce, {}), QByteArray());
             QCOMPARE(crypto.decrypt(ciphertext, badKey, badNonce, associatedData), QByteArray());
         }
         QCOMPARE(crypto.decrypt(ciphertext.left(15), key, nonce, associatedData), QByteArray());

@@ -1,5 +1,4 @@
-// The vault by examples: header, passwords, files and folders, and the copies of opened files. What holds for
-// any order of operations is up to tst_vault_day, and why something fails to tst_vault_compaction.
+// The vault by examples: header, passwords, files and folders, and the copies of opened files.
 #include "core/VaultKeys.h"
 #include "support/VaultFixture.h"
 

@@ -136,7 +136,7 @@ private Q_SLOTS:
     {
         make(R"(echo '#!/bin/sh
             read -r _ _ _ _ _ session _ </proc/$$/stat
-            echo "$1" $((session == $$)) $(readlink /proc/$$/fd/0) >"$0.seen"
+            echo "$1" $((session == $$)) $(readlink /proc/$$/fd/0) $([ /proc/$$/fd/1 -ef /proc/$PPID/fd/1 ]; echo $?) >"$0.seen"
             case $1 in *fails) exit 1;; *dies) kill -9 $$;; esac' >xdg-open; chmod +x xdg-open)");
         const QByteArray formerPath = qgetenv("PATH");
         qputenv("PATH", QFile::encodeName(root) + ':' + formerPath);
@@ -150,7 +150,7 @@ private Q_SLOTS:
             QFile seen(program + u".seen"_s);
             QTRY_VERIFY(seen.size() > 0);
             QVERIFY(seen.open(QIODevice::ReadOnly));
-            QCOMPARE(seen.readAll(), url + " 1 /dev/null\n");
+            QCOMPARE(seen.readAll(), url + " 1 /dev/null 0\n");
             QVERIFY(seen.remove());
             QTRY_COMPARE(failed.size(), failures);
             QVERIFY(!failed.wait(50));

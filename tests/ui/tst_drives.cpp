@@ -7,8 +7,7 @@
 
 using namespace Tessarin::Tests;
 
-/// What the scripts below are made of. To the kernel, `add` brings one more device: its name, that of a disk
-/// or "disk/partition", its bus, removable flag, type and label.
+/// `add` brings the kernel a device: its name, or "disk/partition", its bus, removable flag, type and label.
 const QByteArray commands = R"(set -e
 add() {
     path=/media/.practice-drive/devices/$2/block/$1 node=/dev/${1##*/}
@@ -44,8 +43,7 @@ private Q_SLOTS:
             "xargs -rd '\\n' rm < /run/made; rm /run/made /run/mounted");
     }
 
-    /// Beside the practice drive: sticks that nobody mounted, below /dev, where the toolkit hides them, one
-    /// over the other, with a partition; a card mounted twice, a DVD and a fixed disk.
+    /// Below /dev, the toolkit hides them. Others are on no device, or one lies over the other.
     void everyDriveIsFoundOnceHoweverItIsMounted()
     {
         run(R"(
@@ -60,6 +58,7 @@ private Q_SLOTS:
             add sds usb9 1 0 ''
             add sdr usb9 1 0 NENHURES
             mkdir -p "/media/$USER/MEUS ARQ"
+            mkdir /dev/x && mount -n -t tmpfs x/sdr /dev/x
             plug sdw /dev/x/ESCONDIDO
             plug sdu /media/FIXO
             mount -n -t tmpfs x/sdr /media/FIXO

@@ -218,7 +218,7 @@ bool ContainerTransaction::settleAll(const std::function<bool(const UndoRecord &
         const std::optional<UndoRecord> found = record();
         if (!found)
             return true;
-        if (present.isEmpty() || !hasNothingToUndo(*found) || !settle(*found, present))
+        if (present.isEmpty() || (hasNothingToUndo && !hasNothingToUndo(*found)) || !settle(*found, present))
             return false;
     }
     return false;

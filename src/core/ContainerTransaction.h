@@ -80,7 +80,8 @@ public:
     [[nodiscard]] bool settle(const UndoRecord &record, const QByteArray &headerInForce);
     /// Clears all records beside the present header, of which none may have anything to undo: a later change
     /// must not find them before its own. False also when there are absurdly many; the next call goes on.
-    [[nodiscard]] bool settleAll(const std::function<bool(const UndoRecord &)> &hasNothingToUndo);
+    /// Without a question all may go.
+    [[nodiscard]] bool settleAll(const std::function<bool(const UndoRecord &)> &hasNothingToUndo = {});
 
 private:
     // The steps of a commit.

@@ -104,7 +104,7 @@ bool recover(QFile &container, const QString &path, const QByteArray &password, 
     }
     // When this fails, as on a drive that became read-only, the next change tries again.
     if (isWritable && repair.settle(*record, header))
-        static_cast<void>(repair.settleAll([](const UndoRecord &) { return true; }));
+        static_cast<void>(repair.settleAll());
     return true;
 }
 

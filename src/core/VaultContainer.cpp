@@ -70,7 +70,7 @@ Failure VaultContainer::begin(ContainerTransaction &transaction)
 bool VaultContainer::recallHeader(ContainerTransaction &transaction) const
 {
     return !knownHeaderHash.isEmpty() && transaction.headerHash() == knownHeaderHash &&
-           transaction.settleAll([](const UndoRecord &) { return true; });
+           transaction.settleAll();
 }
 
 bool VaultContainer::parseHeader(ContainerTransaction &transaction)
@@ -110,10 +110,8 @@ bool VaultContainer::rollBackOwnChange(ContainerTransaction &transaction)
                        triedIdentities.contains(indexIdentity(present));
     if (!isOwn && isWholeHeader(transaction.file(), transaction.header(), key, *record))
         return false;
-    if (!transaction.settle(*record, record->formerHeader) ||
-        !transaction.settleAll([](const UndoRecord &) { return true; })) {
+    if (!transaction.settle(*record, record->formerHeader) || !transaction.settleAll())
         return false;
-    }
     know(former, transaction.headerHash());
     return true;
 }

@@ -140,6 +140,7 @@ private Q_SLOTS:
 
             const VaultFileEntry entry = f.entry(name);
             QCOMPARE(entry.sizeBytes, size);
+            QCOMPARE(entry.sha256, QCryptographicHash::hash(bytes.left(size), QCryptographicHash::Sha256));
             QCOMPARE(QUuid(entry.id).toString(QUuid::WithoutBraces), entry.id);
             QCOMPARE(entry.lastModifiedUtc, QFileInfo(source).lastModified().toUTC());
             QStringList expected;

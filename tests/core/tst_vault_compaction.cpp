@@ -1,5 +1,4 @@
-// Compaction and creation on a practice drive: what they reclaim and leave, and what is left when the drive,
-// which may get full or read-only, does not play along; and why, in every operation.
+// Compaction and creation on a practice drive, which may be full or read-only; and why operations fail.
 #include "core/HostFile.h"
 #include "core/LeftoverNames.h"
 #include "core/Leftovers.h"

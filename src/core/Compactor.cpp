@@ -66,7 +66,8 @@ Compactor::~Compactor()
 {
     if (!preserved.isEmpty())
         return;
-    removeTwin();
+    if (twin.isOpen())
+        static_cast<void>(removeWithKey(twin.fileName()));
     if (builtPath.isEmpty())
         return;
     static_cast<void>(removeWithKey(builtPath));
@@ -192,7 +193,7 @@ Compactor::Result Compactor::putInPlace()
         return Result::Replaced;
     }
     // The drive with the twin has just failed, so what was built stays as well.
-    preserved = twin.isOpen() && QFile::exists(twin.fileName()) ? twin.fileName() : builtPath;
+    preserved = QFile::exists(twin.fileName()) ? twin.fileName() : builtPath;
     return Result::Preserved;
 }
 
@@ -216,14 +217,6 @@ bool Compactor::isOldInForce(const QString &path) const
     ContainerDocument inForce;
     return isOpenAt(vault.container, path) && containers.readDocument(path, &inForce) &&
            indexIdentity(inForce) == oldIdentity && wrapAlike(inForce, oldHeader);
-}
-
-void Compactor::removeTwin()
-{
-    if (!twin.isOpen())
-        return;
-    static_cast<void>(removeWithKey(twin.fileName()));
-    twin.close();
 }
 
 } // namespace Tessarin::Core

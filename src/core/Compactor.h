@@ -57,7 +57,6 @@ private:
     [[nodiscard]] bool verify() const;
     [[nodiscard]] bool putTwinBeside(const QString &path);
     [[nodiscard]] bool isOldInForce(const QString &path) const;
-    void removeTwin();
 
     VaultUnderLock vault;
     ContainerDocument oldHeader;

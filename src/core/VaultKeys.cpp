@@ -114,7 +114,7 @@ bool decryptIndex(const ContainerDocument &document, const SecretBytes &masterKe
         CryptoManager().decrypt(document.encryptedIndex, dataKey(masterKey), document.crypto.payloadNonce,
                                 associatedData(document, Purpose::Index));
     SecureFileIndex fresh;
-    if (json.isEmpty() || !fresh.fromJson(json))
+    if (!fresh.fromJson(json))
         return false;
 
     *index = fresh;

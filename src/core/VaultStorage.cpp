@@ -108,7 +108,7 @@ bool VaultManager::exportFile(const QString &vaultPath, const QString &targetPat
 {
     const QString path = normalizedVaultPath(vaultPath);
     // Opening the container under another of its names would cut it to nothing.
-    if (sessionState != Unlocked || path.isEmpty() || isSameFile(targetPath, container.path()) ||
+    if (sessionState != Unlocked || isSameFile(targetPath, container.path()) ||
         !indexContainsFilePath(currentIndex(), path)) {
         return fail(Failure::Refused);
     }

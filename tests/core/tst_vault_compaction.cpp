@@ -102,9 +102,9 @@ private Q_SLOTS:
         const QString password = u"-password uma senha bem longa>outra senha longa"_s;
         row("locked", Failure::Refused,
             u"mkdir d; "_s + password +
-                u"; lock; -get a; -save; -move a>d; -mvdir d>e; -rmdir d; -open a; "
+                u"; lock; series; -get a; -save; -move a>d; -mvdir d>e; -rmdir d; -open a; "
                 "-unlock; -password >outra senha longa; -password uma senha bem longa>ééééééééééé; lock; "_s +
-                changes);
+                changes + u"; unlock uma senha bem longa; mkdir e"_s);
         row("wrong password", Failure::WrongPasswordOrDamaged,
             u"lock; -unlock uma senha errada; -password não é esta>outra senha longa"_s);
         row("damaged block", Failure::DamagedData,

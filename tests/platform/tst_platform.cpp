@@ -1,5 +1,4 @@
-// Asks the questions about block devices of a made-up machine, whose root lies below directories with
-// misleading names. And what the process asks of the kernel, the desktop and an X server.
+// The block devices of a made-up machine; and what the process asks of the kernel, the desktop and X.
 #include "platform/CapsLock.h"
 #include "platform/CloseRequest.h"
 #include "platform/FileOpener.h"

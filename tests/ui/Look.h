@@ -1,5 +1,4 @@
-// What a part of the window, and all that is in it, looks like and tells assistive programs, in one line:
-// what is not as every such part is made. Nothing in it depends on a font.
+// What a part of the window, and all in it, looks like and tells assistive programs, in a line; no fonts.
 #pragma once
 
 #include "support/DialogDriver.h"

@@ -129,20 +129,21 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
     if (!size || (forgetsKey && !clearBetween({former.pages().end, blockAreaOffset})))
         return Outcome::RolledBack;
     const QByteArray record = undoRecordFor({former.header(), hashInForce}, {newHeader, nextHash});
-    const RecordPlace place = placeForRecord(record.size(), former.header(), newHeader, *size);
+    std::optional place = placeForRecord(record.size(), former.header(), newHeader, *size);
 
-    if (!writeRecord(record, place) || !sync()) {
-        const bool isRoomLacking = reason == Failure::NoSpace && !place.isInTail();
-        if (!clearRecord(place))
+    if (!writeRecord(record, *place) || !sync()) {
+        const bool isRoomLacking = reason == Failure::NoSpace && !place->isInTail();
+        if (!clearRecord(*place))
             return Outcome::Undecided;
         if (!isRoomLacking || policy == Policy::Usual)
             return Outcome::RolledBack;
+        place.reset();
     }
     if (!writeHeader(former, next) || !sync())
         return restore(former, next, place);
     putInForce(next, nextHash);
-    const bool isCleared =
-        forgetsKey ? clearRecordDurably(place) || clearRecordDurably(place) : clearRecord(place);
+    const bool isCleared = !place || (forgetsKey ? clearRecordDurably(*place) || clearRecordDurably(*place)
+                                                 : clearRecord(*place));
     // The new header stays: without a whole record it could not be rolled back in safety. Without a key to
     // forget, a record that cannot be cleared does no harm: it knows the new header.
     if (forgetsKey && !isCleared) {
@@ -283,9 +284,9 @@ bool ContainerTransaction::clearRecordDurably(const RecordPlace &place)
 /// After a write of the header that failed somewhere: the former header again, and only then no record.
 ContainerTransaction::Outcome ContainerTransaction::restore(const HeaderArea &former,
                                                             const HeaderArea &attempted,
-                                                            const RecordPlace &record)
+                                                            const std::optional<RecordPlace> &record)
 {
-    const bool isRestored = writeHeader(attempted, former) && sync() && clearRecord(record);
+    const bool isRestored = writeHeader(attempted, former) && sync() && (!record || clearRecord(*record));
     if (!isRestored)
         inForce.reset();
     return isRestored ? Outcome::RolledBack : Outcome::Undecided;

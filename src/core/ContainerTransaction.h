@@ -94,7 +94,7 @@ private:
 
     [[nodiscard]] bool clearRecordDurably(const RecordPlace &place);
     [[nodiscard]] Outcome restore(const HeaderArea &former, const HeaderArea &attempted,
-                                  const RecordPlace &record);
+                                  const std::optional<RecordPlace> &record);
     [[nodiscard]] bool clearBetween(PageRange range);
     [[nodiscard]] bool writeAt(qint64 offset, const QByteArray &bytes);
     [[nodiscard]] bool write(const HeaderArea &area, PageRange range);

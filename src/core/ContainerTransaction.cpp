@@ -138,6 +138,7 @@ ContainerTransaction::Outcome ContainerTransaction::commit(const QByteArray &new
         if (!isRoomLacking || policy == Policy::Usual)
             return Outcome::RolledBack;
         place.reset();
+        reason = Failure::None;
     }
     if (!writeHeader(former, next) || !sync())
         return restore(former, next, place);

@@ -80,7 +80,7 @@ public:
     [[nodiscard]] bool settle(const UndoRecord &record, const QByteArray &headerInForce);
     /// Clears all records beside the present header, of which none may have anything to undo: a later change
     /// must not find them before its own. False also when there are absurdly many; the next call goes on.
-    /// Without a question all may go.
+    /// Without the function the caller vouches for all of them.
     [[nodiscard]] bool settleAll(const std::function<bool(const UndoRecord &)> &hasNothingToUndo = {});
 
 private:

@@ -50,7 +50,8 @@ public:
     /// What was committed since the last call.
     [[nodiscard]] QList<ImportedFile> takeCommitted();
 
-    /// True when files have been rolled back later than the call that added them, or its commit.
+    /// True when files have been rolled back later than by the call that added them. The last one is not
+    /// counted where commit() itself has failed.
     [[nodiscard]] bool hasLostFiles() const;
     /// Why the last call failed.
     [[nodiscard]] Failure failure() const;

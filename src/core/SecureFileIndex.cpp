@@ -7,9 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTimeZone>
 
-#include <algorithm>
 #include <utility>
 
 namespace Tessarin::Core {

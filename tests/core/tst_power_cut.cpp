@@ -39,7 +39,8 @@ QString containerIn(const QString &folder)
 Step importing(const QString &source, const QString &vaultPath)
 {
     return [=](auto &vault, auto &folder) {
-        return vault.importFile(folder + u"/sources/"_s + source, vaultPath);
+        const auto wait = [=](auto...) { skippedSeconds += vaultPath == "old.bin"_L1 ? 3 : 0; };
+        return vault.importFile(folder + u"/sources/"_s + source, vaultPath, wait);
     };
 }
 
@@ -78,9 +79,8 @@ const QMap<QByteArray, QList<Step>> operations = {
     // What was imported is made certain after a while, and at the end.
     {"series",
      {[](auto &vault, auto &) { return vault.beginImportSeries(), true; }, importing(u"small"_s, u"1.bin"_s),
-      importing(u"small"_s, u"old.bin"_s), [](auto &, auto &) { return skippedSeconds += 3; },
-      importing(u"small"_s, u"3.bin"_s), importing(u"large"_s, u"4.bin"_s),
-      [](auto &vault, auto &) { return vault.endImportSeries(); }}},
+      importing(u"small"_s, u"old.bin"_s), importing(u"small"_s, u"3.bin"_s),
+      importing(u"large"_s, u"4.bin"_s), [](auto &vault, auto &) { return vault.endImportSeries(); }}},
     {"compact", {[](auto &vault, auto &) { return vault.compactVault({}, nullptr); }}},
     {"recover", {[](auto &vault, auto &folder) { return vault.unlockVault(containerIn(folder), password); }}},
 };
@@ -219,12 +219,17 @@ private:
         }
     };
 
-    /// Runs the operation up to the first step that fails.
+    /// Runs the operation up to the first step that fails. A series that ends well has all it told of.
     bool run(Session &session)
     {
-        for (const Step &step : operations[operation]) {
-            if (!step(session.vault, drive.path()))
-                return session.vault.endImportSeries() && false;
+        const QList<Step> steps = operations[operation];
+        for (qsizetype i = 0; i < steps.size(); ++i) {
+            const qsizetype files = session.vault.fileIndex().entries().size();
+            if (steps[i](session.vault, drive.path()))
+                continue;
+            const bool endsWell = session.vault.endImportSeries() && i + 1 < steps.size();
+            [&] { QVERIFY(!endsWell || session.vault.fileIndex().entries().size() >= files); }();
+            return false;
         }
         return true;
     }
@@ -485,7 +490,7 @@ private Q_SLOTS:
                 }
                 // The first block shares a sector with the end of the header area.
                 for (const auto &[kind, file, begin, bytes, name] : std::as_const(changing.events))
-                    QVERIFY(bytes.size() <= 8388608 - (begin < ContainerFormat::blockAreaOffset ? begin : 0));
+                    QVERIFY(begin + bytes.size() <= 8388608 || begin >= ContainerFormat::blockAreaOffset);
                 QCOMPARE(stateOfDrive(), stateOfCopy(before) + "\nnew password");
             }
         }
@@ -531,7 +536,7 @@ private Q_SLOTS:
         QVERIFY(filesIn(drive.path()) == saved);
     }
 
-    /// It told of blocks that it never wrote. The record shares a page with the header, as others may.
+    /// It told of blocks that it never wrote. Records of other programs may share a page with the header.
     void whatTheDriveHasLostIsRolledBack()
     {
         Begun session(choose("rename", "8385000"));
@@ -574,7 +579,7 @@ private Q_SLOTS:
         breaking.stop();
         putFiles(drive.path(), tornHeader(breaking));
         QVERIFY(change(late.vault));
-        QVERIFY(!VaultManager().unlockVault(container, password));
+        QVERIFY(stateOfDrive().endsWith("\nnew password"));
     }
 
     void whatIsNoRecordIsTakenForNone()
@@ -600,8 +605,6 @@ private Q_SLOTS:
         const QByteArray much = "\"encryptedIndex\":\"" + QByteArray(3'000'000, 'A') + '"';
         QVERIFY(isFound(1'000'000, 1, 2 * tail, much + QByteArray(3'000'000, 'x')));
         QVERIFY2(!isFound(3'000'000, 1, 2 * tail, much + QByteArray(3'000'000, 'x')), "of no header");
-        for (const auto &[header, keyEnd] : {std::pair("0\"encryptedMasterKey\""_ba, 4097), {"{}"_ba, 2}})
-            QCOMPARE(placeForRecord(tail, header, header, blocks).keyEnd, blocks + keyEnd);
     }
 
     /// On a full drive. Room must be made there all the same, and a former password must not stay.
@@ -670,9 +673,9 @@ private Q_SLOTS:
         QVERIFY(importing(u"small"_s, u"1.bin"_s)(series.vault, drive.path()));
         QVERIFY(!series.vault.deleteFile(u"1.bin"_s));
         QVERIFY(!series.vault.compactVault({}, nullptr));
-        QVERIFY(other.unlock(container));
         // What it has appended is not cut off with a file that fails: one that says it has 4096 bytes.
         QVERIFY(!series.vault.importFile(u"/sys/kernel/uevent_seqnum"_s, u"2.bin"_s, [&](auto...) {
+            QVERIFY(other.unlock(container));
             QVERIFY(importing(u"small"_s, u"other.bin"_s)(other.vault, drive.path()));
         }));
         skippedSeconds += 3;
@@ -680,7 +683,7 @@ private Q_SLOTS:
         QVERIFY(!series.vault.endImportSeries());
         QCOMPARE(series.vault.lastFailure(), Failure::ChangedByOther);
         QVERIFY(series.unlock(container));
-        QVERIFY(series.knows(contentsOf(other.vault)));
+        QVERIFY(contentsOf(series.vault).contains("\nother.bin "));
     }
 };
 

@@ -61,7 +61,10 @@ private:
     }
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY2(QFile::exists(root), "no practice drive is mounted"); }
+    void initTestCase()
+    {
+        QVERIFY2(QStorageInfo(root).device() == "/dev/sdz1", "no practice drive is mounted");
+    }
 
     void init()
     {
@@ -176,7 +179,7 @@ private Q_SLOTS:
             });
         row("failed wait for the drive", Failure::DriveGone, u"-put b=b"_s, failing({1, EIO, 1, Syncs}));
         for (const int error : {EINVAL, ESPIPE, ENOSYS, EIO}) {
-            const auto name = "no early writeback: " + QByteArray::number(error);
+            const auto name = "early writeback fails: " + QByteArray::number(error);
             const QString script =
                 u"series; %1import %2>b; put c=c; end; get c=c"_s.arg(error == EIO ? u"-"_s : u""_s, filler);
             row(name.constData(), error == EIO ? Failure::DriveGone : Failure::None, script, [this, error] {

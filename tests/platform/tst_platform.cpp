@@ -27,7 +27,6 @@ private:
     QTemporaryDir directory;
     const QString root = directory.filePath(u"usb1/block/decoy"_s);
 
-    /// Runs a script of the shell in the root.
     void make(const QByteArray &script)
     {
         QCOMPARE(std::system("set -e; cd " + root.toLocal8Bit() + '\n' + script), 0);
@@ -135,7 +134,7 @@ private Q_SLOTS:
     {
         make(R"(echo '#!/bin/sh
             read -r _ _ _ _ _ session _ </proc/$$/stat
-            echo "$1" $((session == $$)) $(readlink /proc/$$/fd/0) $([ /proc/$$/fd/1 -ef /proc/$PPID/fd/1 ]; echo $?) >"$0.seen"
+            echo "$1" $((session == $$)) $(readlink /proc/$$/fd/0) >"$0.seen"
             case $1 in *fails) exit 1;; *dies) kill -9 $$;; esac' >xdg-open; chmod +x xdg-open)");
         const QByteArray formerPath = qgetenv("PATH");
         qputenv("PATH", QFile::encodeName(root) + ':' + formerPath);
@@ -149,7 +148,7 @@ private Q_SLOTS:
             QFile seen(program + u".seen"_s);
             QTRY_VERIFY(seen.size() > 0);
             QVERIFY(seen.open(QIODevice::ReadOnly));
-            QCOMPARE(seen.readAll(), url + " 1 /dev/null 0\n");
+            QCOMPARE(seen.readAll(), url + " 1 /dev/null\n");
             QVERIFY(seen.remove());
             QTRY_COMPARE(failed.size(), failures);
             QVERIFY(!failed.wait(50));

@@ -11,9 +11,8 @@ namespace Tessarin::Tests {
 
 using namespace Qt::Literals::StringLiterals;
 
-/// One dialog, menu or progress display: how its description begins, and what to do. An answer fills the
-/// fields from top to bottom and presses the button named last ("senha ; OK"); to a file dialog it is the
-/// paths. "do something" at its beginning tells of what is done before.
+/// How the description of a dialog begins, and what to do: fill the fields from top to bottom and press the
+/// button named last ("senha ; OK"), or name files. "do something" at its beginning tells what comes before.
 struct DialogStep
 {
     QString beginning;

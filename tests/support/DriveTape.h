@@ -1,5 +1,4 @@
-// Records what this process does to the files of one folder, as a drive would see it, and plays power cuts
-// and failing drives: what may be left when the power goes at any event, and calls that fail at will.
+// Records what this process does to the files of one folder, and plays power cuts and calls that fail.
 // DriveTape.cpp replaces the C library's calls for the whole executable, which must export its symbols.
 #pragma once
 

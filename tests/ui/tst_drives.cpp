@@ -43,7 +43,7 @@ private Q_SLOTS:
             "xargs -rd '\\n' rm < /run/made; rm /run/made /run/mounted");
     }
 
-    /// Below /dev, the toolkit hides them. Others are on no device, or one lies over the other.
+    /// Below /dev, where the toolkit hides them; of no device; two in one place.
     void everyDriveIsFoundOnceHoweverItIsMounted()
     {
         run(R"(
@@ -58,7 +58,7 @@ private Q_SLOTS:
             add sds usb9 1 0 ''
             add sdr usb9 1 0 NENHURES
             mkdir -p "/media/$USER/MEUS ARQ"
-            mkdir /dev/x && mount -n -t tmpfs x/sdr /dev/x
+            mount -n -t tmpfs -o X-mount.mkdir x/sdr /dev/x
             plug sdw /dev/x/ESCONDIDO
             plug sdu /media/FIXO
             mount -n -t tmpfs x/sdr /media/FIXO

@@ -38,7 +38,6 @@ private:
     bool compact(const ProgressCallback &progress = {}) { return vault().compactVault(progress, &preserved); }
     QStringList files() const { return QDir(root).entryList(QDir::Files); }
 
-    // What hinders a row of the failures.
     std::optional<DriveTape> tape;
     QFile user;
     std::optional<QLockFile> workspaceUser;

@@ -118,7 +118,6 @@ public:
     }
     QHash<QString, QString> copies; ///< Where "open" has put files, by their paths in lower case.
 
-    /// Stores bytes under a path of the vault.
     bool put(const QString &vaultPath, const QByteArray &bytes)
     {
         const QString source = folder.filePath(u"source"_s);

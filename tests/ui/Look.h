@@ -36,10 +36,12 @@ inline QString look(const QWidget &part)
     const bool isNamed = !part.objectName().isEmpty() && !part.objectName().startsWith(u"qt_"_s);
     QString text = isNamed ? part.objectName() : QString::fromLatin1(part.metaObject()->className());
     static const QByteArrayList names =
-        QByteArray(R"(accessibleName accessibleDescription text toolTip textFormat alignment focusPolicy
-            contextMenuPolicy selectionMode selectionBehavior editTriggers alternatingRowColors showGrid wordWrap
-            acceptDrops showDropIndicator checkable autoRaise sizeGripEnabled modal placeholderText readOnly
-            inputMethodHints openExternalLinks textInteractionFlags maximum count currentRow styleSheet echoMode documentTitle plainText)")
+        QByteArray(
+            R"(accessibleName accessibleDescription text toolTip textFormat alignment focusPolicy contextMenuPolicy
+            selectionMode selectionBehavior editTriggers alternatingRowColors showGrid wordWrap acceptDrops
+            showDropIndicator checkable autoRaise sizeGripEnabled modal placeholderText readOnly inputMethodHints
+            openExternalLinks textInteractionFlags maximum count currentRow showSortIndicator highlightSections
+            stretchLastSection styleSheet echoMode documentTitle plainText)")
             .simplified()
             .split(' ');
     for (const QByteArray &name : names) {

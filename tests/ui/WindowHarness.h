@@ -15,7 +15,6 @@ inline Platform::UsbDevice usbDrive(const QString &name, const QString &rootPath
     return {name, devicePath, name, rootPath, {}, true, !rootPath.isEmpty()};
 }
 
-/// Drives come and go with the list.
 struct MadeUpDrives : Platform::DeviceManager
 {
     explicit MadeUpDrives(const QList<Platform::UsbDevice> &plugged) : drives(plugged) {}

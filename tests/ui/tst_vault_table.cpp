@@ -3,8 +3,10 @@
 #include "ui/Formatting.h"
 #include "ui/ImportSpace.h"
 #include "ui/MoveFileDialog.h"
+#include "ui/PadlockIcon.h"
 #include "ui/PasswordField.h"
 #include "ui/QtTexts.h"
+#include "ui/VaultItemIcon.h"
 #include "ui/VaultTable.h"
 #include "ui/WindowGeometry.h"
 
@@ -89,6 +91,20 @@ private Q_SLOTS:
                                            {{}, {960, 540}}})
             QCOMPARE(centralWidgetSize(screen), size);
         QCOMPARE(dialogSize({820, 600}, {800, 800}), QSize(792, 600));
+    }
+
+    /// Averages of four by four fields: blue, green, red and opacity, 0 to f. Another font may differ by one.
+    void iconsArePainted()
+    {
+        for (const auto &[icon, fields] :
+             {std::pair(padlockIcon(true, true, 48),
+                        "000000020002000000002227222600021114cccfcccf11140002666966690002"_ba),
+              {vaultItemIcon(VaultTableItemKind::File, u"x.jpeg"_s),
+               "3333bbbcaaac22234445ffffeeef44454427aa6faa6f44172214663a663a2204"_ba}}) {
+            const QImage seen = icon.pixmap(48).toImage().scaled(4, 4, {}, Qt::SmoothTransformation);
+            for (int i = 0; i < 64; ++i)
+                QVERIFY(qAbs(seen.constBits()[i] / 17 - fields.mid(i, 1).toInt({}, 16)) <= 1);
+        }
     }
 };
 

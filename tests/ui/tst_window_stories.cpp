@@ -191,7 +191,8 @@ private:
                 looks += u"> "_s + look(w.table, row);
             return;
         }
-        for (const QWidget *part : {w.window.centralWidget(), static_cast<QWidget *>(w.window.statusBar())})
+        const QWidgetList parts{w.window.centralWidget(), w.window.statusBar(), w.table.horizontalHeader()};
+        for (const QWidget *part : parts)
             looks += u"> "_s + look(*part);
         for (const QAction *menu : w.window.menuBar()->actions())
             looks += u"> "_s + look(*menu);

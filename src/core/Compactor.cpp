@@ -193,7 +193,7 @@ Compactor::Result Compactor::putInPlace()
         return Result::Replaced;
     }
     // The drive with the twin has just failed, so what was built stays as well.
-    preserved = QFile::exists(twin.fileName()) ? twin.fileName() : builtPath;
+    preserved = twin.isOpen() && QFile::exists(twin.fileName()) ? twin.fileName() : builtPath;
     return Result::Preserved;
 }
 

@@ -1,5 +1,5 @@
-// Stands in for libsodium's password hash, which takes a second and 256 MiB: dependent on every argument,
-// too.
+// Stands in for libsodium's password hash in the executables it is linked to: as deterministic, and dependent
+// on every argument, but without the second and the 256 MiB that each password costs in the program.
 #include <array>
 
 #include <sodium.h>

@@ -1,4 +1,4 @@
-// The rows of the table, and how their texts come about.
+// The rows of the table, and how their texts and icons come about.
 #include "core/SecureFileIndex.h"
 #include "ui/Formatting.h"
 #include "ui/ImportSpace.h"

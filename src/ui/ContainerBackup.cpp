@@ -51,7 +51,6 @@ Core::Failure copyContainer(QWidget *parent, QFile &source, QFile &destination)
                         translated("Copiando backup criptografado...\n%1 de %2")
                             .arg(formatFileSize(copiedBytes), formatFileSize(totalBytes)));
     });
-    progress.finish();
     // Here the source is the container.
     return failure == Core::Failure::SourceUnreadable ? Core::Failure::DriveGone : failure;
 }

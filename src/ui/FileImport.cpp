@@ -37,7 +37,6 @@ Outcome FileImport::run(const QStringList &sources, const QString &directory)
         for (const QString &source : sources)
             importOne(source, Core::joinVaultPath(directory, QFileInfo(source).fileName()), progress);
         endSeries();
-        progress.finish();
     }
     const QStringList lost = lostFiles();
     for (const QString &target : lost)

@@ -42,7 +42,6 @@ Outcome FileOperations::exportFile(const QString &path, const QString &container
         });
     else if (!vault.exportFile(path, target, report))
         reason = vault.lastFailure();
-    progress.finish();
     if (reason == Core::Failure::Refused)
         return {.warnings = {{tr("Não foi possível exportar o arquivo."),
                               tr("O destino é o próprio cofre, ou a cópia que está aberta. Escolha outro.")}},
@@ -101,7 +100,6 @@ QString FileOperations::prepareForEditing(const QString &path)
     QString copyPath;
     const bool prepared =
         vault.prepareFileForEditing(path, &copyPath, progress.reporter(tr("Abrindo %1...\n%2 de %3")));
-    progress.finish();
     return prepared ? copyPath : QString();
 }
 

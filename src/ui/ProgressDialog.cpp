@@ -141,33 +141,24 @@ void ProgressDialog::showText(const QString &text)
     setLabelText(closesAfterwards ? text + u"\n\n"_s + closingNote() : text);
 }
 
-void ProgressDialog::finish()
+ProgressDialog::~ProgressDialog()
 {
-    finished = true;
-    waitCursor.reset();
     if (!isVisible())
         return;
     setValue(maximum());
     const bool isInUse = QGuiApplication::applicationState() == Qt::ApplicationActive;
-    accept();
+    hide();
     // A window manager that was about to hand the keyboard to this dialog, from a question just answered,
     // leaves it with nobody.
     if (isInUse && parentWidget() != nullptr)
         parentWidget()->activateWindow();
 }
 
-void ProgressDialog::reject()
-{
-    if (finished)
-        QProgressDialog::reject();
-}
+void ProgressDialog::reject() {}
 
 void ProgressDialog::closeEvent(QCloseEvent *event)
 {
-    if (!finished)
-        event->ignore();
-    else
-        QProgressDialog::closeEvent(event);
+    event->ignore();
 }
 
 } // namespace Tessarin::UI

@@ -1,5 +1,5 @@
-// Shows long work that cannot be cancelled: it has no button and stays until finish(), whatever key or frame
-// button is pressed. Its text is plain and keeps to the dialog's width.
+// Shows long work that cannot be cancelled: it has no button and stays as long as it lives, whatever key or
+// frame button is pressed. Its text is plain and keeps to the dialog's width.
 #pragma once
 
 #include "ui/WaitCursor.h"
@@ -24,6 +24,10 @@ public:
     /// report after half a second, if there is more to come. Application-modal.
     ProgressDialog(QWidget *parent, const QString &title);
 
+    /// Fills the bar and closes.
+    ~ProgressDialog() override;
+    Q_DISABLE_COPY_MOVE(ProgressDialog)
+
     /// Sets the bar to done / total (0 when total is not positive) and the text, and lets events run.
     void report(qint64 doneBytes, qint64 totalBytes, const QString &text);
 
@@ -33,10 +37,8 @@ public:
     /// Says from now on that the window closes when the work is done.
     void announceClosing();
 
-    /// Fills the bar and closes.
-    void finish();
-
 public Q_SLOTS:
+    /// Does nothing: the work goes on.
     void reject() override;
 
 protected:
@@ -51,7 +53,6 @@ private:
     std::optional<WaitCursor> waitCursor; ///< Until the dialog shows.
     QString workText;                     ///< Without the note on closing.
     bool closesAfterwards = false;
-    bool finished = false;
 };
 
 } // namespace Tessarin::UI

@@ -36,9 +36,7 @@ QString advice(Core::Failure reason)
 bool lockShowingProgress(QWidget *parent, Core::VaultManager &vault)
 {
     ProgressDialog progress(parent, translated("Bloquear cofre"));
-    const bool locked = vault.lockVault(progress.reporter(translated("Gravando %1 no cofre...\n%2 de %3")));
-    progress.finish();
-    return locked;
+    return vault.lockVault(progress.reporter(translated("Gravando %1 no cofre...\n%2 de %3")));
 }
 
 QString lockFailureDetails(const Core::VaultManager &vault)

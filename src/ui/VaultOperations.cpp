@@ -111,7 +111,6 @@ Outcome VaultOperations::changePassword(const QString &containerPath)
         changed = change(currentPassword);
         if (!changed && dialog.hadLineBreak() && isWrongPassword(vault))
             changed = change(WithLineBreak(currentPassword).bytes);
-        progress.finish();
     }
     if (!changed)
         return {
@@ -131,7 +130,6 @@ Outcome VaultOperations::compact()
                             Qt::ApplicationModal);
     QString preservedPath;
     const bool compacted = vault.compactVault(progress.reporter(tr("%1...\n%2 de %3")), &preservedPath);
-    progress.finish();
     if (compacted) {
         const QString message = tr("Cofre compactado com sucesso.");
         return {.contentsChanged = true,

@@ -22,28 +22,25 @@ QPixmap padlockPixmap(bool open, bool enabled, int side)
     const QColor stroke(enabled ? u"#464646"_s : u"#a5a5a5"_s);
     const QColor fill(enabled ? u"#eeeeee"_s : u"#e2e2e2"_s);
 
-    QPixmap pixmap = blankPixmap(side);
-    QPainter painter(&pixmap);
-    painter.translate((side - padlockSize) / 2.0, (side - padlockSize) / 2.0);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(stroke, 3.0, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    return paintedPixmap(side, [&](QPainter &painter) {
+        painter.translate((side - padlockSize) / 2.0, (side - padlockSize) / 2.0);
+        painter.setPen(QPen(stroke, 3.0, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
 
-    // Angles are in sixteenths of a degree.
-    painter.setBrush(Qt::NoBrush);
-    if (open) {
-        painter.drawArc(QRectF(14, 7, 20, 26), 25 * 16, 245 * 16);
-        painter.drawLine(QPointF(35, 19), QPointF(40, 15));
-    } else {
-        painter.drawArc(QRectF(13, 7, 22, 26), 0, 180 * 16);
-    }
+        // Angles are in sixteenths of a degree.
+        if (open) {
+            painter.drawArc(QRectF(14, 7, 20, 26), 25 * 16, 245 * 16);
+            painter.drawLine(QPointF(35, 19), QPointF(40, 15));
+        } else {
+            painter.drawArc(QRectF(13, 7, 22, 26), 0, 180 * 16);
+        }
 
-    painter.setBrush(fill);
-    painter.drawRoundedRect(QRectF(10, 22, 28, 20), 4, 4);
+        painter.setBrush(fill);
+        painter.drawRoundedRect(QRectF(10, 22, 28, 20), 4, 4);
 
-    painter.setBrush(stroke);
-    painter.drawEllipse(QRectF(22, 30, 4, 4));
-    painter.drawLine(QPointF(24, 34), QPointF(24, 37));
-    return pixmap;
+        painter.setBrush(stroke);
+        painter.drawEllipse(QRectF(22, 30, 4, 4));
+        painter.drawLine(QPointF(24, 34), QPointF(24, 37));
+    });
 }
 
 } // namespace

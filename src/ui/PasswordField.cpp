@@ -13,7 +13,6 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPainter>
 #include <QPainterPath>
 #include <QPalette>
 #include <QValidator>
@@ -56,20 +55,17 @@ public:
 /// An eye, crossed out while the password shows.
 QIcon eyeIcon(const QColor &color, bool crossedOut)
 {
-    QPixmap pixmap = blankPixmap(eyeSize);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(color, 1.3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-    QPainterPath lids(QPointF(1, 8));
-    lids.quadTo(8, 1.5, 15, 8);
-    lids.quadTo(8, 14.5, 1, 8);
-    painter.drawPath(lids);
-    painter.setBrush(color);
-    painter.drawEllipse(QPointF(8, 8), 1.9, 1.9);
-    if (crossedOut)
-        painter.drawLine(QPointF(2.5, 14), QPointF(13.5, 2));
-    painter.end();
-    return QIcon(pixmap);
+    return paintedPixmap(eyeSize, [&](QPainter &painter) {
+        painter.setPen(QPen(color, 1.3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        QPainterPath lids(QPointF(1, 8));
+        lids.quadTo(8, 1.5, 15, 8);
+        lids.quadTo(8, 14.5, 1, 8);
+        painter.drawPath(lids);
+        painter.setBrush(color);
+        painter.drawEllipse(QPointF(8, 8), 1.9, 1.9);
+        if (crossedOut)
+            painter.drawLine(QPointF(2.5, 14), QPointF(13.5, 2));
+    });
 }
 
 } // namespace

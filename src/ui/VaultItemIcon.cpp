@@ -50,30 +50,26 @@ const Placeholder *placeholderFor(const QString &suffix)
 /// A page with a folded corner and a coloured band; every length is in pixels.
 QIcon paintedPlaceholder(const Placeholder &placeholder)
 {
-    QPixmap pixmap = blankPixmap(22);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
+    return paintedPixmap(22, [&](QPainter &painter) {
+        painter.setPen(QPen(QColor(172, 172, 172), 1.0));
+        painter.setBrush(Qt::white);
+        painter.drawRoundedRect(QRectF(4.0, 1.5, 14.0, 18.5), 1.5, 1.5);
 
-    painter.setPen(QPen(QColor(172, 172, 172), 1.0));
-    painter.setBrush(Qt::white);
-    painter.drawRoundedRect(QRectF(4.0, 1.5, 14.0, 18.5), 1.5, 1.5);
+        painter.setPen(QPen(QColor(190, 190, 190), 1.0));
+        painter.setBrush(QColor(237, 237, 237));
+        painter.drawPolygon(QPolygonF({QPointF(14.0, 1.5), QPointF(18.0, 5.5), QPointF(14.0, 5.5)}));
 
-    painter.setPen(QPen(QColor(190, 190, 190), 1.0));
-    painter.setBrush(QColor(237, 237, 237));
-    painter.drawPolygon(QPolygonF({QPointF(14.0, 1.5), QPointF(18.0, 5.5), QPointF(14.0, 5.5)}));
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(placeholder.band);
+        painter.drawRoundedRect(QRectF(2.5, 11.0, 17.0, 8.5), 1.8, 1.8);
 
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(placeholder.band);
-    painter.drawRoundedRect(QRectF(2.5, 11.0, 17.0, 8.5), 1.8, 1.8);
-
-    QFont font;
-    font.setWeight(QFont::Bold);
-    font.setPixelSize(6);
-    painter.setFont(font);
-    painter.setPen(QPen(Qt::white, 1.0));
-    painter.drawText(QRectF(2.5, 10.6, 17.0, 8.8), Qt::AlignCenter, placeholder.label);
-    painter.end();
-    return QIcon(pixmap);
+        QFont font;
+        font.setWeight(QFont::Bold);
+        font.setPixelSize(6);
+        painter.setFont(font);
+        painter.setPen(QPen(Qt::white, 1.0));
+        painter.drawText(QRectF(2.5, 10.6, 17.0, 8.8), Qt::AlignCenter, placeholder.label);
+    });
 }
 
 /// A desktop without an icon theme has nothing to offer for most files; the style always has a picture.

@@ -58,7 +58,7 @@ QString rowText(const Platform::UsbDevice &device)
 QString freeSpaceText(const QString &rootPath)
 {
     const QStorageInfo storage(rootPath);
-    if (!storage.isValid() || !storage.isReady())
+    if (!storage.isReady())
         return {};
     return DeviceList::tr(" | %1").arg(
         DeviceList::tr("%1 livres").arg(formatFileSize(storage.bytesAvailable())));
@@ -72,7 +72,6 @@ DeviceList::DeviceList(Platform::DeviceManager *driveDetector, const OperationGu
 {
     setObjectName(u"deviceList"_s);
     setAccessibleName(tr("Dispositivos USB"));
-    setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setFixedHeight(3 * fontMetrics().height() + 24 + 2 * frameWidth());
 
     connect(this, &QListWidget::currentItemChanged, this, &DeviceList::keepContainerDevice);
@@ -168,14 +167,19 @@ QString DeviceList::selectedUsbName() const
     return selectedUsbRootPath().isEmpty() ? QString() : currentItem()->data(nameRole).toString();
 }
 
-int DeviceList::mountedUsbDeviceCount() const
+QList<QListWidgetItem *> DeviceList::mountedRows() const
 {
-    int mounted = 0;
+    QList<QListWidgetItem *> mounted;
     for (int row = 0; row < count(); ++row) {
         if (!rootPathOf(item(row)).isEmpty())
-            ++mounted;
+            mounted.append(item(row));
     }
     return mounted;
+}
+
+int DeviceList::mountedUsbDeviceCount() const
+{
+    return static_cast<int>(mountedRows().size());
 }
 
 int DeviceList::unmountedUsbDeviceCount() const
@@ -198,20 +202,15 @@ void DeviceList::mouseDoubleClickEvent(QMouseEvent *event)
 void DeviceList::selectDefaultUsbAfterRefresh()
 {
     // With several drives people must choose, lest a vault is created on the wrong one.
-    selectRow(-1);
-    if (mountedUsbDeviceCount() != 1)
-        return;
-    for (int row = 0; row < count(); ++row) {
-        if (!rootPathOf(item(row)).isEmpty())
-            selectRow(row);
-    }
+    const QList<QListWidgetItem *> drives = mountedRows();
+    selectRow(drives.size() == 1 ? row(drives.first()) : -1);
 }
 
 void DeviceList::chooseDrive(const QString &rootPath)
 {
-    for (int row = 0; row < count(); ++row) {
-        if (rootPathOf(item(row)) == rootPath)
-            selectRow(row);
+    for (const QListWidgetItem *drive : mountedRows()) {
+        if (rootPathOf(drive) == rootPath)
+            selectRow(row(drive));
     }
 }
 
@@ -227,14 +226,11 @@ void DeviceList::selectContainerRow()
     const QString containerRoot =
         containerPath.isEmpty() ? QString() : comparablePath(QFileInfo(containerPath).absolutePath());
     int containerRow = -1;
-    for (int row = 0; row < count(); ++row) {
-        const QString root = rootPathOf(item(row));
-        if (root.isEmpty())
-            continue;
-        setHint(item(row), {});
-        if (containerRow < 0 && comparablePath(root) == containerRoot) {
-            containerRow = row;
-            setHint(item(row), tr("Dispositivo associado ao container selecionado."));
+    for (QListWidgetItem *drive : mountedRows()) {
+        setHint(drive, {});
+        if (containerRow < 0 && comparablePath(rootPathOf(drive)) == containerRoot) {
+            containerRow = row(drive);
+            setHint(drive, tr("Dispositivo associado ao container selecionado."));
         }
     }
     selectRow(containerRow);

@@ -66,7 +66,8 @@ private:
     void keepContainerDevice();
     /// Refreshes by itself, as soon as no operation runs, keeping the choice of a drive.
     void followMounts();
-    void reportContainerDrive();
+    /// Of the drives that can be chosen.
+    [[nodiscard]] QList<QListWidgetItem *> mountedRows() const;
 
     Platform::DeviceManager *detector;
     const OperationGuard &guard;

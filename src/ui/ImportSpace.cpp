@@ -28,7 +28,7 @@ bool confirmImportFitsStorage(QWidget *window, const QString &containerPath, con
     }
 
     const QStorageInfo storage(QFileInfo(containerPath).absolutePath());
-    if (!storage.isValid() || !storage.isReady()) {
+    if (!storage.isReady()) {
         showWarning(nullptr, title,
                     translated("Não foi possível verificar o espaço livre da unidade do container."),
                     failureText(Core::Failure::DriveGone));

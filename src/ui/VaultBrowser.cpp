@@ -98,8 +98,6 @@ void VaultBrowser::build()
     // The size the pages are painted in: scaled down, their labels cannot be read.
     setIconSize({22, 22});
     setItemDelegateForColumn(VaultTable::IconColumn, new CopyMark(this));
-    setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setStyleSheet(
         u"QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
         "QTableWidget::item:focus { outline: none; }"
@@ -144,8 +142,6 @@ void VaultBrowser::refresh()
         const QSignalBlocker blocker(this);
         setUpdatesEnabled(false);
         setRowCount(0);
-        clearSelection();
-        setCurrentCell(-1, -1);
         if (isUnlocked())
             VaultTable::fill(*this, vault.fileIndex(), directory, sortColumn, sortOrder);
         markOpenCopies();

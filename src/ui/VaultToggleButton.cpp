@@ -21,7 +21,6 @@ VaultToggleButton::VaultToggleButton(int side, QWidget *parent) : QToolButton(pa
     const QSize square(side, side);
     setObjectName(u"vaultToggleButton"_s);
     setCheckable(true);
-    setAutoRaise(false);
     setFocusPolicy(Qt::NoFocus);
     setFixedSize(square);
     setIconSize(square);

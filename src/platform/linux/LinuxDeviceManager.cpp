@@ -89,7 +89,7 @@ void addMountedVolumes(FoundDevices &found)
     const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
     for (const QStorageInfo &volume : volumes) {
         const QString devicePath = QString::fromLocal8Bit(volume.device());
-        if (!devicePath.startsWith("/dev/"_L1) || !volume.isValid() || !volume.isReady())
+        if (!devicePath.startsWith("/dev/"_L1) || !volume.isReady())
             continue;
         if (!found.qualifies(QFileInfo(devicePath).fileName()))
             continue;

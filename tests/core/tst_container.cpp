@@ -26,7 +26,6 @@ private:
         return "TRAVEX3" + QByteArray::number(header.size()).rightJustified(20, '0') + '\n' + header;
     }
 
-    /// Of a file with these bytes, and zeros up to its size.
     bool reads(const QByteArray &bytes, qint64 size = 8388636)
     {
         writeFile(path, bytes);

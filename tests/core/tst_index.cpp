@@ -18,7 +18,6 @@ static VaultFileEntry file(const QString &path, qint64 size = 1)
     return entry;
 }
 
-/// JSON is easier to read here with its quotes single.
 static QByteArray quoted(QByteArray json)
 {
     return json.replace('\'', '"');
@@ -73,7 +72,6 @@ private Q_SLOTS:
             "'vaultPath':'\\ufeff\\ufeffvazio','sizeBytes':0,'lastModifiedUtc':'','sha256':'','blocks':[]}],"
             "'directories':[{'path':'Docs','createdUtc':'9999-12-31T00:00:00.000Z','modifiedUtc':''}]}");
         QCOMPARE(index.toJson(), json);
-        // As older programs have written it, too.
         for (const QByteArray &form : {json, QByteArray(json).replace("\\ufeff", "\xEF\xBB\xBF")}) {
             SecureFileIndex read;
             QVERIFY(read.fromJson(form));
@@ -122,7 +120,6 @@ private Q_SLOTS:
         QCOMPARE(index.entries().first().id, u"outra"_s);
     }
 
-    /// Every operation, at random, against the model.
     void entriesKeepTheirPlacesAndAreFoundEitherWay()
     {
         const QStringList names{
@@ -134,7 +131,6 @@ private Q_SLOTS:
         Model folders;
         for (qint64 step = 1; step < 5000; ++step) {
             const QString name = names.at(random.bounded(int(names.size())));
-            // Where it can be, a reference into the index itself, which a sanitizer watches.
             const auto *own = index.findFile(name);
             const QString &path = own && own->vaultPath == name ? own->vaultPath : name;
             const QString other = names.at(random.bounded(int(names.size())));

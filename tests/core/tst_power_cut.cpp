@@ -59,7 +59,6 @@ const Step createAnew = [](auto &vault, auto &folder) {
     return vault.createVault(containerIn(folder), newPassword);
 };
 
-/// What a user does, in steps that each may be the last to be seen.
 const QMap<QByteArray, QList<Step>> operations = {
     {"rename", {[](auto &vault, auto &) { return vault.renameFile(u"old.bin"_s, u"new.bin"_s); }}},
     {"delete", {[](auto &vault, auto &) { return vault.deleteFile(u"old.bin"_s); }}},
@@ -76,7 +75,6 @@ const QMap<QByteArray, QList<Step>> operations = {
     {"password", {[](auto &vault, auto &folder) {
          return vault.lockVault() && vault.changePassword(containerIn(folder), password, newPassword);
      }}},
-    // What was imported is made certain after a while, and at the end.
     {"series",
      {[](auto &vault, auto &) { return vault.beginImportSeries(), true; }, importing(u"small"_s, u"1.bin"_s),
       importing(u"small"_s, u"old.bin"_s), importing(u"small"_s, u"3.bin"_s),
@@ -108,7 +106,6 @@ QByteArray contentsOf(const VaultManager &vault)
     return items.join('\n');
 }
 
-/// A session that leaves no workspace behind.
 struct Session
 {
     VaultManager vault;
@@ -165,7 +162,6 @@ DriveFiles driveWithHeader(qint64 headerSize)
     return {{u"tessarin.trvx"_s, isMade ? FileImage::read(fixture.container) : FileImage()}};
 }
 
-/// A sanitizer makes it ten times as slow: one call of three.
 constexpr int quickStride = TESSARIN_IS_SANITIZED ? 21 : 7;
 
 } // namespace
@@ -185,7 +181,6 @@ private:
     QString failed;                        ///< What has, before a cut.
     QHash<size_t, QByteArray> knownStates; ///< By a hash of all that is on the drive.
 
-    // Of the row that is played:
     QByteArray operation;
     DriveFiles before;
     std::optional<DriveTape> whole; ///< With nothing that comes between.
@@ -208,7 +203,6 @@ private:
         return *this;
     }
 
-    /// On the drive as it is before the operation, which may be what opens the vault.
     struct Begun : Session
     {
         explicit Begun(const PowerCutTest &test)
@@ -256,7 +250,6 @@ private:
         return at;
     }
 
-    /// With the first sector of the last header, before which this is lost.
     static DriveFiles tornHeader(const DriveTape &tape, DriveTape::Loss loss = DriveTape::Nothing)
     {
         const qsizetype at = headerWriteOf(tape);
@@ -274,7 +267,6 @@ private:
         if (!state.isNull())
             return state;
         putFiles(scratch.path(), files);
-        // The container's own name comes last, and counts first.
         for (auto file = files.cend(); state.isEmpty() && file != files.cbegin();)
             state = stateOf(scratch.filePath((--file).key()));
         return state = state.isEmpty() ? "" : state;
@@ -292,7 +284,6 @@ private:
         QVERIFY2(allowed.contains(state), qPrintable(failed + where));
     }
 
-    /// False when the operation has no call of this number.
     bool fail(const CallFailure &failure)
     {
         Begun session(*this);
@@ -361,14 +352,12 @@ private Q_SLOTS:
         writeFile(drive.filePath(u"sources/blocks"_s), noise(ContainerFormat::blockPlainSize + 1000, 6));
     }
 
-    /// All operations with all sizes of header, or a quick choice.
     void everyCutAndFailingCallLeavesAVault_data()
     {
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<QByteArray>("size");
         for (const QByteArray &size : headerSizes.keys()) {
             for (const QByteArray &name : operations.keys()) {
-                // A full header leaves no room in its tail for a record that could be stale.
                 const bool isPossible = name != "stale" || size != "full";
                 const bool isQuick = size == "small" || name == "rename" || name == "recover" ||
                                      (name == "stale" && size == "more");
@@ -408,7 +397,6 @@ private Q_SLOTS:
 
         if (!isWhole)
             return;
-        // Each call in all ways, or in ways that alternate from call to call.
         const int stride = isThorough ? (size == "small" ? 1 : 3) : name == "createOver" ? 3 : quickStride;
         bool isReached = true;
         for (int call = 1; isReached; ++call) {
@@ -461,7 +449,6 @@ private Q_SLOTS:
             QVERIFY(ContainerManager().readDocument(container, &document));
             const QByteArray key = document.crypto.encryptedMasterKey.toBase64();
             const auto keysIn = [&](const DriveFiles &on) { return on.first().sectors.join().count(key); };
-            // What is cut off stays on the drive for a while.
             const bool isCutOff = whole->events.last().kind == DriveTape::Resize;
             const auto loss = isCutOff ? DriveTape::Everything : DriveTape::Nothing;
             QCOMPARE(keysIn(whole->cutAfter(whole->events.size() - isCutOff, loss)), 1);
@@ -510,7 +497,6 @@ private Q_SLOTS:
         QCOMPARE(stateOfCopy(tornHeader(tape, DriveTape::Everything)), grown);
     }
 
-    /// The ends of such a header, nonce and tag of its index, are those that the session knows.
     void aHeaderTornInItsMiddleIsRolledBackByItsSession()
     {
         record("rename", "more");
@@ -525,7 +511,6 @@ private Q_SLOTS:
             cut(next, at, DriveTape::EndOfLastWrite, seed, {stateOfCopy(before), stateOfDrive()});
     }
 
-    /// It was killed, or the power went, before its record was cleared.
     void whatAnotherProgramHasSavedIsNotRolledBack()
     {
         record("rename");
@@ -629,7 +614,6 @@ private Q_SLOTS:
         QCOMPARE(session.vault.fileIndex().entries().size(), 2 + files);
     }
 
-    /// Somebody has made them up. Each one costs two waits for the drive.
     void recordsWithoutNumberAreClearedAFewAtATime()
     {
         choose("rename");

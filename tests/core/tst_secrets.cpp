@@ -24,7 +24,6 @@ static int runsInMemory(const QList<QByteArray> &keys)
         const QByteArrayList range = line.left(line.indexOf(' ')).split('-');
         const qint64 start = range.first().toLongLong(nullptr, 16);
         const qint64 size = range.last().toLongLong(nullptr, 16) - start;
-        // What a sanitizer maps for itself is larger than any memory there is.
         if (!line.contains(" rw") || size > (1LL << 34))
             continue;
         QByteArray bytes(size, '\0');

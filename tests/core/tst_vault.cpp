@@ -63,7 +63,6 @@ private Q_SLOTS:
         f.play(u"password uma senha bem longa>outra senha longa"_s);
         QVERIFY(!opensWith([](Crypto &crypto) { crypto.cipher += u'x'; }));
         QVERIFY(!opensWith([](Crypto &crypto) { crypto.kdfIterations = 1; }));
-        // A forged count does not keep anybody waiting.
         QVERIFY(!opensWith([](auto &crypto) { crypto.kdf = u"PBKDF2"_s, crypto.kdfIterations = 999999999; }));
 
         // The cipher may have any name that key and index are bound to; a new password gives the usual one.
@@ -109,11 +108,9 @@ private Q_SLOTS:
         f.play(u"lock; password uma senha bem longa>outra senha longa"_s);
         g.play(u"mkdir a; lock; unlock outra senha longa"_s);
 
-        // While a change is under way, no other begins.
         const auto meet = [&](auto...) { f.play(u"unlock outra senha longa; -mkdir no meio; -compact"_s); };
         QVERIFY(g.vault.importFile(u"/etc/passwd"_s, u"c"_s, meet));
         QCOMPARE(f.vault.state(), VaultManager::Unlocked);
-        // Another vault with the header that the session knew last.
         const QByteArray former = readFile(g.container);
         g.play(u"create; unlock uma senha bem longa"_s);
         overwrite(g.container, 0, former);
@@ -272,7 +269,6 @@ private Q_SLOTS:
         }
         qputenv("TMPDIR", "/falta");
         QCOMPARE(QFileInfo(TempWorkspaceManager().workspacePath()).path(), u"/tmp/Tessarin"_s);
-        // What lies there may be a link to all that the user has.
         qputenv("TMPDIR", QFile::encodeName(temporary.path()));
         QVERIFY(QFile::link(temporary.filePath(u"0"_s), temporary.filePath(u"Tessarin"_s)));
         QVERIFY(!TempWorkspaceManager().prepare());
@@ -312,7 +308,6 @@ private Q_SLOTS:
         QVERIFY(QDir(workspace).mkdir(u"d"_s)); // Everyone may write there.
         f.play(u"-open d/a; reopen; open d/a"_s);
         ::umask(former);
-        // Of the owner, the group and the others.
         for (const auto &[path, mode] : {std::pair(u""_s, 0x7000), {u"/d"_s, 0x7000}, {u"/d/a"_s, 0x6000}})
             QCOMPARE(QFile::permissions(workspace + path) & 0xf0ff, mode);
 

@@ -67,7 +67,6 @@ private Q_SLOTS:
 
     void init()
     {
-        // Its own, so that the folders counted here are no other test's.
         temporary.emplace(temporaryTemplate);
         QVERIFY(qputenv("TMPDIR", QFile::encodeName(temporary->path())));
         preserved.clear();
@@ -86,7 +85,6 @@ private Q_SLOTS:
             QFile::remove(root + u'/' + file);
     }
 
-    /// All that the window has words for.
     void everyFailureHasItsReason_data()
     {
         QTest::addColumn<Failure>("reason");
@@ -124,7 +122,6 @@ private Q_SLOTS:
                 QCOMPARE(::link(QFile::encodeName(container), QFile::encodeName(hard)), 0);
             });
         row("no file", Failure::SourceUnreadable, u"-import /falta>b; -import /dev/zero>b; -import /tmp>b"_s);
-        // It says that it has 4096 bytes.
         row("short source", Failure::SourceChanged,
             u"series; put c=c; -import /sys/kernel/uevent_seqnum>b; end; get c=c"_s);
         row("no folder", Failure::TargetUnwritable, u"-export a>/falta/b; -export a>/tmp"_s);
@@ -268,7 +265,6 @@ private Q_SLOTS:
         QVERIFY(fixture->put(u"Docs/grande"_s, noise(17 * mebibyte, 1)));
         QVERIFY(fixture->put(u"morto"_s, noise(5 * mebibyte, 2)));
         play(u"put b=b; delete morto"_s);
-        // The old container's room is free for the new one.
         writeFile(filler, QByteArray(46 * mebibyte, 'f'));
         constexpr qint64 size = 6401 * 4096; // What is alive, up to the end of a page.
         QVERIFY(QFile::setPermissions(container, QFile::ReadOwner | QFile::WriteOwner));
@@ -317,7 +313,6 @@ private Q_SLOTS:
             QCOMPARE(VaultManager::compactionTwins(container), QStringList(hasTwin, preserved));
             QCOMPARE(presentWorkingFolders().size(), 1);
 
-            // Put back by hand, it goes on where it was, in this session too.
             QFile::remove(filler);
             QVERIFY(QFile::copy(preserved, container));
             play(u"mkdir depois; reopen"_s);
@@ -331,7 +326,6 @@ private Q_SLOTS:
     {
         QVERIFY(fixture->put(u"a"_s, noise(mebibyte - 44, 8))); // Its block ends with a page.
         QVERIFY(compact());
-        // The new container loses a block while it is built.
         QVERIFY(!compact([&](qint64, qint64, const QString &label) {
             const QDir folder(presentWorkingFolders().value(0).filePath());
             if (label == u"a"_s)
@@ -342,16 +336,13 @@ private Q_SLOTS:
         const QByteArray theirs = readFile(container);
         overwrite(container, 0, former);
         QVERIFY(fixture->reopen());
-        // The drive holds other bytes than it was given.
         QVERIFY(!compact([&](qint64 done, qint64 total, const QString &label) {
             if (done == total && label == replacing)
                 overwrite(twin, 1000, "XXXXX");
         }));
         QVERIFY(readFile(container) == former);
-        // Another program saves, as it can where no locks are.
         QVERIFY(!compact([&](qint64, qint64, auto &) { overwrite(container, 0, theirs); }));
         QVERIFY(readFile(container) == theirs);
-        // Another file takes the container's name.
         overwrite(container, 0, former);
         QVERIFY(!compact([&](qint64, qint64, auto &) {
             QFile::rename(container, root + u"/seu.trvx"_s);
@@ -392,7 +383,6 @@ private Q_SLOTS:
         const QByteArray former = readFile(container);
         play(u"put a=bytes enough; put b=b; mkdir d"_s);
         QVERIFY(QFile::copy(container, twin));
-        // Not even when the index in memory holds it all, but the drive another.
         overwrite(container, 0, former);
         const SecretBytes key = decryptMasterKey(fixture->document(), fixture->password);
         QFile file(container);

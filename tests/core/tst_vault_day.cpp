@@ -48,7 +48,6 @@ private:
             items.insert(parent + u'/', {});
     }
 
-    /// Moves an item and all below it, if that may be done, and says so.
     bool move(const QString &from, const QString &to, bool isPossible)
     {
         if (!isPossible || exists(to.endsWith(u'/') ? to.chopped(1) : to))
@@ -78,7 +77,6 @@ private:
         const bool isFile = items.contains(key);
         QString copy;
         const bool isOpened = f.vault.prepareFileForEditing(path, &copy);
-        // A file and a folder of one name cannot both have a copy.
         QCOMPARE(f.vault.lastFailure(), isOpened ? Failure::None
                                         : isFile ? Failure::WorkspaceUnavailable
                                                  : Failure::Refused);

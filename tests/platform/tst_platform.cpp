@@ -97,7 +97,6 @@ private Q_SLOTS:
         const QString label = u"%1 fotos"_s;
         QCOMPARE(mountedRootForLabel(label, root), QString());
 
-        // Each directory made here comes before the ones made so far.
         const QStringList candidates{u"/mnt/"_s + label, u"/run/media/bia/"_s + label,
                                      u"/media/bia/"_s + label, u"/run/media/%2/"_s + label,
                                      u"/media/%2/"_s + label};
@@ -129,7 +128,6 @@ private Q_SLOTS:
         }
     }
 
-    /// The opener outlives this program and its terminal.
     void filesAreOpenedByTheDesktopAndItsFailureIsTold()
     {
         make(R"(echo '#!/bin/sh

@@ -23,7 +23,7 @@ struct DialogStep
 /// "Title | texts | [fields] | buttons", with "*" at the default button and the length of a hidden field.
 inline QString describe(const QWidget &shown)
 {
-    QStringList parts{shown.windowTitle()};
+    QStringList parts{shown.windowTitle().isEmpty() ? shown.accessibleName() : shown.windowTitle()};
     QStringList buttons;
     if (const auto *files = qobject_cast<const QFileDialog *>(&shown)) {
         parts += files->findChild<QLineEdit *>(u"fileNameEdit"_s)->text();
@@ -39,7 +39,10 @@ inline QString describe(const QWidget &shown)
             parts += (isRich ? u"<rich>"_s : QString()) + label->text().replace(u'\n', u'¶');
         } else if (edit) {
             const bool isHidden = edit->echoMode() == QLineEdit::Password;
-            parts += u"[%1]"_s.arg(isHidden ? u"hidden %1"_s.arg(edit->text().size()) : edit->text());
+            QString text = isHidden ? u"hidden %1"_s.arg(edit->text().size()) : edit->text();
+            if (edit->hasSelectedText() && shown.focusWidget() == edit)
+                text = isHidden ? u"chosen "_s + text : text.insert(edit->selectionEnd(), u'|');
+            parts += u'[' + text + u']';
         } else if (const auto *box = qobject_cast<const QComboBox *>(child))
             parts += u'[' + box->currentText() + u']';
         else if (const auto *button = qobject_cast<const QPushButton *>(child))
@@ -70,7 +73,6 @@ private:
         QWidget *const menu = QApplication::activePopupWidget();
         QWidget *const shown = menu ? menu : QApplication::activeModalWidget();
         if (!shown && !QApplication::activeWindow()) {
-            // As a window manager does once a dialog has gone.
             for (QWidget *window : QApplication::topLevelWidgets())
                 window->activateWindow();
         }
@@ -78,7 +80,6 @@ private:
             return;
         const QString description = describe(*shown);
         const bool isExpected = !steps.isEmpty() && description.startsWith(steps.first().beginning);
-        // Most progress displays come and go by themselves.
         if (qobject_cast<QProgressDialog *>(shown) && !(isExpected && steps.first().before)) {
             if (seen.filter(description).isEmpty())
                 seen += description;
@@ -126,7 +127,6 @@ private:
     }
 
     QTimer timer;
-    /// Who gives a test more time, for an emulated processor, gives its dialogs more.
     const QDeadlineTimer deadline{std::max(20000, qEnvironmentVariableIntValue("QTEST_FUNCTION_TIMEOUT"))};
     QWidget *answered = nullptr; ///< Whose answer is on its way or runs, maybe with dialogs above it.
 };

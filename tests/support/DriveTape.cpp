@@ -223,7 +223,6 @@ DriveFiles DriveTape::cutAfter(qsizetype eventCount, Loss loss, quint32 seed) co
     for (const auto &[name, file] : names.asKeyValueRange()) {
         FileImage image = files.value(file).drive;
         image.resize(image.size);
-        // The place of a removed file may be another's already.
         if (!namesInMemory.values().contains(file) && loss == AnySectors)
             image.put(0, QByteArray(image.size / 2, 'x'));
         left[QFile::decodeName(name)] = image;
@@ -255,7 +254,6 @@ std::optional<DriveTape::Event> tapedAt(const char *path, DriveTape::Event event
     return isTaped ? std::optional(event) : std::nullopt;
 }
 
-/// Counts a call, and says whether it fails.
 bool fails(CallFailure::Calls kind, size_t *writeSize = nullptr)
 {
     CallFailure &failure = running->failure;
@@ -299,7 +297,6 @@ int taped(const DriveTape::Event &planned, Where where, const Call &call)
 
 } // namespace Tessarin::Tests
 
-// The calls by which the vault, and Qt below it, change files.
 extern "C" {
 
 using namespace Tessarin::Tests;
@@ -398,7 +395,6 @@ ssize_t read(int descriptor, void *bytes, size_t size)
     return -1;
 }
 
-/// Waits for no real drive: the tape decides what has reached it.
 int fsync(int descriptor)
 {
     return taped({DriveTape::Sync}, descriptor, [] { return 0; });

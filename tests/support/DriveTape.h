@@ -26,7 +26,6 @@ struct FileImage
 
 using DriveFiles = QMap<QString, FileImage>; ///< By name.
 
-/// The files of a folder, without those in folders below it.
 DriveFiles filesIn(const QString &folder);
 void putFiles(const QString &folder, const DriveFiles &files);
 
@@ -64,7 +63,6 @@ public:
     ~DriveTape() { stop(); }
     Q_DISABLE_COPY_MOVE(DriveTape)
     void stop() { running = running == this ? nullptr : running; }
-    /// Goes on, with a drive that works.
     void resume() { failure = {}, running = this; }
 
     /// A drive whose power went after `eventCount` events.

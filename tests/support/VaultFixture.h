@@ -19,14 +19,12 @@ inline void writeFile(const QString &path, const QByteArray &bytes)
     QCOMPARE(file.write(bytes), bytes.size());
 }
 
-/// Null where no file can be read.
 inline QByteArray readFile(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? "" + file.readAll() : QByteArray();
 }
 
-/// Changes the bytes of a file from an offset on, keeping its length.
 inline void overwrite(const QString &path, qint64 offset, const QByteArray &bytes)
 {
     writeFile(path, readFile(path).replace(offset, bytes.size(), bytes));
@@ -42,7 +40,6 @@ inline void edit(const QString &copyPath, const QByteArray &bytes)
     QVERIFY(copy.setFileTime(QDateTime::currentDateTime().addSecs(5 + ++edits), QFile::FileModificationTime));
 }
 
-/// Bytes that no compressor or coincidence makes equal to others.
 inline QByteArray noise(qsizetype size, quint32 seed)
 {
     QByteArray bytes(size, '\0');
@@ -54,7 +51,6 @@ inline QByteArray noise(qsizetype size, quint32 seed)
 class VaultFixture
 {
 public:
-    /// With a path, on the drive that is mounted there.
     explicit VaultFixture(const QString &path = {}, const QString &name = u"tessarin.trvx"_s)
         : root(path.isEmpty() ? folder.path() : path), container(root + u'/' + name)
     {
@@ -125,7 +121,6 @@ public:
         return vault.importFile(source, vaultPath);
     }
 
-    /// The bytes under a path of the vault; null when they cannot be exported.
     QByteArray get(const QString &vaultPath) const
     {
         const QString target = folder.filePath(u"target"_s);
@@ -155,7 +150,6 @@ public:
         const Core::VaultFileEntry *found = index.findFile(vaultPath);
         return found ? *found : Core::VaultFileEntry();
     }
-    /// Where a file's first block lies in the container.
     qint64 placeOf(const QString &vaultPath) const { return entry(vaultPath).blocks.value(0).offset; }
 };
 

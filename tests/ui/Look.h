@@ -2,10 +2,21 @@
 #pragma once
 
 #include "support/DialogDriver.h"
+#include "ui/VaultTable.h"
 
 namespace Tessarin::Tests {
 
 inline QString look(const QWidget &part);
+
+/// How bright something is on white, from 0 to f, in eight by eight fields.
+inline QString look(const QPixmap &picture)
+{
+    QString text;
+    const QImage seen = picture.toImage().scaled(8, 8, {}, Qt::SmoothTransformation);
+    for (int i = 0; i < 256 && !seen.isNull(); i += 4)
+        text += QString::number((seen.constBits()[i + 1] + 255 - seen.constBits()[i + 3]) / 17, 16);
+    return text;
+}
 
 inline QString look(const QLayout &layout)
 {
@@ -26,10 +37,10 @@ inline QString look(const QLayout &layout)
 
 inline QString look(const QWidget &part)
 {
-    static const QWidgetList plainOnes{new QWidget,     new QFrame,       new QLabel,       new QToolButton,
-                                       new QListWidget, new QTableWidget, new QStatusBar,   new QLineEdit,
-                                       new QComboBox,   new QTextEdit,    new QTextBrowser, new QDialog,
-                                       new QProgressBar};
+    static const QWidgetList plainOnes{new QWidget,      new QFrame,       new QLabel,       new QToolButton,
+                                       new QListWidget,  new QTableWidget, new QStatusBar,   new QLineEdit,
+                                       new QComboBox,    new QTextEdit,    new QTextBrowser, new QDialog,
+                                       new QProgressBar, new QPushButton};
     const QWidget *alike = nullptr;
     for (const QWidget *candidate : plainOnes)
         alike = part.inherits(candidate->metaObject()->className()) ? candidate : alike;
@@ -37,11 +48,11 @@ inline QString look(const QWidget &part)
     QString text = isNamed ? part.objectName() : QString::fromLatin1(part.metaObject()->className());
     static const QByteArrayList names =
         QByteArray(
-            R"(accessibleName accessibleDescription text toolTip textFormat alignment focusPolicy contextMenuPolicy
-            selectionMode selectionBehavior editTriggers alternatingRowColors showGrid wordWrap acceptDrops
-            showDropIndicator checkable autoRaise sizeGripEnabled modal placeholderText readOnly inputMethodHints
-            openExternalLinks textInteractionFlags maximum count currentRow showSortIndicator highlightSections
-            stretchLastSection styleSheet echoMode documentTitle plainText)")
+            R"(windowTitle accessibleName accessibleDescription text toolTip textFormat alignment focusPolicy
+            contextMenuPolicy selectionMode selectionBehavior editTriggers alternatingRowColors showGrid wordWrap
+            acceptDrops showDropIndicator checkable autoRaise sizeGripEnabled modal placeholderText readOnly
+            inputMethodHints openExternalLinks textInteractionFlags maximum count currentRow showSortIndicator
+            highlightSections stretchLastSection styleSheet echoMode minimumContentsLength documentTitle plainText)")
             .simplified()
             .split(' ');
     for (const QByteArray &name : names) {
@@ -54,16 +65,26 @@ inline QString look(const QWidget &part)
                                   : value.toString().replace(u'\n', u'¶');
         text += u" %1=%2"_s.arg(QLatin1StringView(name), words.section(u" {"_s, 0, 0).section(u'¶', 0, 0));
     }
-    if (part.minimumWidth() > 0 && !part.isWindow())
-        text += part.minimumWidth() == part.minimumHeight() ? u" square"_s
-                                                            : u" width=%1"_s.arg(part.minimumWidth());
+    const int width = part.isWindow() ? part.width() : part.minimumWidth();
+    const int lines = qRound(1.0 * part.minimumHeight() / part.fontMetrics().height());
+    const bool isSquare = width == part.minimumHeight();
+    if (width > 0 && (!part.isWindow() || part.testAttribute(Qt::WA_Resized)))
+        text += isSquare ? u" square"_s : u" width=%1"_s.arg(width);
+    if (lines > 1 && !isSquare && !part.isWindow())
+        text += u" lines=%1"_s.arg(lines);
+    text += part.isHidden() ? u" hidden"_s : QString();
+    if (part.testAttribute(Qt::WA_SetFont))
+        text += u" font=%1*%2"_s.arg(part.font().weight())
+                    .arg(part.font().pointSizeF() / qApp->font().pointSizeF());
+    if (part.testAttribute(Qt::WA_SetPalette) && part.styleSheet().isEmpty())
+        text += u" palette=%1"_s.arg(part.palette().placeholderText().color().name(QColor::HexArgb));
+    if (const auto *label = qobject_cast<const QLabel *>(&part); label && !label->pixmap().isNull())
+        text += u' ' + look(label->pixmap());
     for (const QAction *action : part.actions())
-        text += u" [%1]"_s.arg(action->toolTip());
-    const bool hasParts = part.layout() && !qobject_cast<const QDialogButtonBox *>(&part);
-    return hasParts ? text + look(*part.layout()) : text;
+        text += u" [%1 %2]"_s.arg(action->toolTip(), look(action->icon().pixmap(16)));
+    return part.layout() ? text + look(*part.layout()) : text;
 }
 
-/// An entry of a menu; behind one that leads to another menu the entries of that.
 inline QString look(const QAction &entry)
 {
     if (!entry.menu())
@@ -75,7 +96,8 @@ inline QString look(const QAction &entry)
     return u'{' + entries.join(u" | "_s) + u'}';
 }
 
-/// Text, tooltip, alignment and what is heard of each cell; the header is row -1 and tells fixed widths.
+/// Text, tooltip, alignment, what is heard and the path of each cell; the header is row -1 and tells fixed
+/// widths.
 inline QString look(const QTableWidget &table, int row)
 {
     QStringList cells;
@@ -83,7 +105,8 @@ inline QString look(const QTableWidget &table, int row)
         const bool isFixed = table.horizontalHeader()->sectionResizeMode(column) == QHeaderView::Fixed;
         cells += row < 0 && isFixed ? QString::number(table.columnWidth(column)) : QString();
         for (const int role : {int(Qt::DisplayRole), int(Qt::ToolTipRole), int(Qt::TextAlignmentRole),
-                               int(Qt::AccessibleTextRole), int(Qt::AccessibleDescriptionRole)}) {
+                               int(Qt::AccessibleTextRole), int(Qt::AccessibleDescriptionRole),
+                               int(UI::VaultTable::PathRole)}) {
             const QVariant fact = row < 0 ? table.model()->headerData(column, Qt::Horizontal, role)
                                           : table.item(row, column)->data(role);
             cells.last() += u';' + fact.toString().replace(u'\n', u'¶');

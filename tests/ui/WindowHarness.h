@@ -60,12 +60,25 @@ public:
         data.setUrls(urls);
         const QPoint place = placeOf(row);
         QDragEnterEvent enter(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
+        enter.setDropAction(Qt::MoveAction);
         QApplication::sendEvent(table.viewport(), &enter);
+        QString told = outlined(place.y());
         QDropEvent drop(place, enter.possibleActions(), &data, Qt::LeftButton, {});
-        if (enter.isAccepted())
+        drop.setDropAction(Qt::MoveAction);
+        if (enter.isAccepted() && enter.dropAction() == Qt::CopyAction)
             QApplication::sendEvent(table.viewport(), &drop);
         QApplication::processEvents();
-        return drop.isAccepted() && drop.dropAction() == Qt::CopyAction ? u"taken"_s : u"refused"_s;
+        told += drop.isAccepted() && drop.dropAction() == Qt::CopyAction ? u"taken"_s : u"refused"_s;
+        return told + outlined(place.y());
+    }
+
+    /// What shows as the target of a drop that hangs at this height.
+    QString outlined(int y)
+    {
+        const QImage seen = table.viewport()->grab().toImage();
+        const QColor edge = table.palette().color(QPalette::Highlight);
+        const bool isTable = seen.pixelColor(seen.rect().bottomLeft()) == edge;
+        return isTable ? u"table "_s : seen.pixelColor(0, y) == edge ? u"row "_s : QString();
     }
 
     UI::MainWindow window;

@@ -43,7 +43,6 @@ private Q_SLOTS:
             "xargs -rd '\\n' rm < /run/made; rm /run/made /run/mounted");
     }
 
-    /// Below /dev, where the toolkit hides them; of no device; two in one place.
     void everyDriveIsFoundOnceHoweverItIsMounted()
     {
         run(R"(
@@ -99,7 +98,6 @@ private Q_SLOTS:
         QTRY_COMPARE(shown(), u"[PRATICA] OUTRO"_s);
         w.deviceList.setCurrentRow(1);
 
-        // With a dialog on show, nothing moves below it.
         const auto pullOutMeanwhile = [this](QWidget &) {
             pullOut();
             QTest::qWait(700);
@@ -125,7 +123,6 @@ private:
     void plugIn() { run("plug sdy1 '" + root.toLocal8Bit() + '\''); }
     void pullOut() { run("umount '" + root.toLocal8Bit() + '\''); }
 
-    /// The names in the list, the chosen one in brackets.
     QString shown() const
     {
         QStringList names;

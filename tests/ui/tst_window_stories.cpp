@@ -13,7 +13,6 @@ using Tessarin::Platform::TerminationSignals;
 
 namespace {
 
-/// A pattern, and what is told instead.
 using Names = QList<std::pair<QRegularExpression, QString>>;
 
 class Stage
@@ -33,7 +32,9 @@ public:
             w.act(u"unlock"_s, {{u"Senha do cofre"_s, QString::fromUtf8(vault.password) + u" ; OK"_s}});
         }
         tellChanges();
+        QVERIFY(isOpen || outcome.first() == u"Pronto"_s);
         outcome.clear();
+        QCOMPARE(w.window.size(), w.window.sizeHint());
     }
 
     QStringList told;
@@ -71,7 +72,6 @@ public:
     }
 
 private:
-    /// What is done while a dialog is on show.
     void meddle(const QString &answer, QWidget &dialog)
     {
         for (const QString &line : answer.section(u" ; "_s, 0, 0).mid(3).split(u", "_s)) {
@@ -115,8 +115,12 @@ private:
             drives->drives.removeAt(what.toInt()), drives->tell();
         else if (verb == u"look"_s)
             lookAt(what);
-        else if (verb == u"old-line-break"_s)
-            QVERIFY(vault.vault.changePassword(vault.container, vault.password, vault.password + '\n'));
+        else if (verb == u"play"_s)
+            vault.play(QString(what).replace(u'¶', u'\n'));
+        else if (verb == u"toggle"_s)
+            w.padlock.toggle();
+        else if (verb == u"nothing-opens"_s)
+            w.window.reportFailedOpening();
         else {
             QVERIFY2(w.action(verb), qPrintable(line));
             if (!what.isEmpty())
@@ -153,7 +157,6 @@ private:
         for (const QString &key : keys) {
             const QKeyCombination pressed = QKeySequence(key)[0];
             QTest::keyClick(&w.deviceList, pressed.key(), pressed.keyboardModifiers());
-            // As Qt tells of it, and as an X server does.
             QKeyEvent again(QEvent::KeyPress, pressed.key(), {}, {}, true);
             QKeyEvent release(QEvent::KeyRelease, pressed.key(), {});
             QKeyEvent press(QEvent::KeyPress, pressed.key(), {});
@@ -191,7 +194,7 @@ private:
                 looks += u"> "_s + look(w.table, row);
             return;
         }
-        const QWidgetList parts{w.window.centralWidget(), w.window.statusBar(), w.table.horizontalHeader()};
+        const QWidgetList parts{&w.window, w.window.menuBar(), w.table.horizontalHeader()};
         for (const QWidget *part : parts)
             looks += u"> "_s + look(*part);
         for (const QAction *menu : w.window.menuBar()->actions())
@@ -199,15 +202,15 @@ private:
         shown.clear();
     }
 
-    /// The drives in the list with their hints, the chosen one in brackets.
     QString devices() const
     {
         QStringList rows;
         for (int row = 0; row < w.deviceList.count(); ++row) {
             const QListWidgetItem &item = *w.deviceList.item(row);
             rows += (item.isSelected() ? u"[%1]"_s : u"%1"_s).arg(item.text());
-            rows.last() += item.flags() & Qt::ItemIsSelectable ? QString() : u" (off)"_s;
-            rows.last() += u' ' + item.data(Qt::AccessibleDescriptionRole).toString();
+            const QString colour = item.foreground().color().name();
+            rows.last() += item.flags() & Qt::ItemIsSelectable ? u" "_s : u" (off %1) "_s.arg(colour);
+            rows.last() += item.data(Qt::AccessibleDescriptionRole).toString();
         }
         static const QRegularExpression room(u"[0-9,.]+ .B livres"_s);
         return rows.join(u" || "_s).replace(room, u"N livres"_s);
@@ -242,7 +245,6 @@ private:
             rows += row(number);
         const QHeaderView &header = *w.table.horizontalHeader();
         const QList<QTableWidgetItem *> chosen = w.table.selectedItems();
-        const QImage image = w.padlock.icon().pixmap(48, 48).toImage();
         const auto *files = w.window.findChild<QLabel *>(u"protectedFilesLabel"_s);
         const auto *container = w.window.findChild<QLabel *>(u"containerLabel"_s);
         const auto *state = w.window.findChild<QLabel *>(u"vaultIndicatorLabel"_s);
@@ -253,14 +255,15 @@ private:
             u"rows: "_s + rows.join(u", "_s),
             u"sorted: %1 %2"_s.arg(header.sortIndicatorSection()).arg(header.sortIndicatorOrder()),
             u"chosen: "_s + (chosen.isEmpty() ? QString() : chosen.value(1)->text()),
+            w.table.rowAt(9) > 0 ? u"from the top: "_s + w.table.item(w.table.rowAt(9), 1)->text()
+                                 : QString(),
             u"can: "_s + enabled.join(u' '),
-            u"padlock: %1 %2 %3 %4 %5"_s.arg(image.pixelColor(24, 32).name(),
-                                             image.pixelColor(40, 15).alpha() > 0 ? u"open"_s : u"shut"_s,
-                                             w.padlock.isChecked() ? u"down"_s : u"up"_s, w.padlock.toolTip(),
-                                             state->styleSheet().section(u';', 0, 0).right(7)),
+            u"padlock: %1 %2 %3 %4"_s.arg(look(w.padlock.icon().pixmap(60)),
+                                          w.padlock.isChecked() ? u"down"_s : u"up"_s, w.padlock.toolTip(),
+                                          state->styleSheet().section(u';', 0, 0).right(7)),
             u"container: %1 (%2)"_s.arg(container->text(), container->toolTip()),
-            files->text(),
-            u"hint: "_s + w.table.accessibleDescription().mid(files->text().size()),
+            files->text() + files->toolTip(),
+            u"hint: "_s + w.table.accessibleDescription().mid(files->accessibleName().size()),
             u"drives: "_s + devices()};
         for (const QString &text : now) {
             if (!text.isEmpty() && (&text == &now.first() || !shown.contains(text)))
@@ -286,7 +289,6 @@ private:
     WindowHarness w{std::unique_ptr<Tessarin::Platform::DeviceManager>(drives)};
 };
 
-/// Where Qt would keep settings; set before Qt asks.
 const QTemporaryDir settings;
 const bool isSet = qputenv("XDG_CONFIG_HOME", settings.path().toLocal8Bit());
 

@@ -43,7 +43,6 @@ void MainWindow::conclude(const Outcome &outcome)
         browser->select(outcome.itemToShow);
     if (outcome.freeSpaceChanged)
         refreshDevices();
-    updateActions();
     const QString title = outcome.title.isEmpty() ? tr("Tessarin") : outcome.title;
     if (!outcome.warnings.isEmpty())
         closer.takeBack();

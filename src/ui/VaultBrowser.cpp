@@ -291,8 +291,7 @@ void VaultBrowser::paintEvent(QPaintEvent *event)
     if (hint.isEmpty())
         return;
     QRect room = viewport()->rect();
-    if (rowCount() > 0)
-        room.setTop(rowViewportPosition(rowCount() - 1) + rowHeight(rowCount() - 1));
+    room.setTop(verticalHeader()->length()); // Below the rows, which are one at the most.
     QColor grey = palette().color(QPalette::Text);
     grey.setAlphaF(0.65F);
     QPainter painter(viewport());

@@ -262,7 +262,7 @@ private:
                                           w.padlock.isChecked() ? u"down"_s : u"up"_s, w.padlock.toolTip(),
                                           state->styleSheet().section(u';', 0, 0).right(7)),
             u"container: %1 (%2)"_s.arg(container->text(), container->toolTip()),
-            files->text() + files->toolTip(),
+            files->text() + QString(files->accessibleName() + files->toolTip()).remove(files->text()),
             u"hint: "_s + w.table.accessibleDescription().mid(files->accessibleName().size()),
             u"drives: "_s + devices()};
         for (const QString &text : now) {

@@ -117,12 +117,21 @@ bool Compactor::build()
 
 bool Compactor::prepareFolder()
 {
-    folder.emplace(workingFolderTemplate());
-    folder->setAutoRemove(false);
-    if (!folder->isValid())
-        return false;
-    builtPath = folder->filePath(QLatin1String(ContainerFormat::defaultFileName));
-    return lockOwnDirectory(folder->path(), folderLock) != FileLock::Held;
+    // Until it is locked, a program that clears up may take the new folder for one that was left.
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        folder.emplace(workingFolderTemplate());
+        folder->setAutoRemove(false);
+        if (!folder->isValid())
+            return false;
+        const QString path = folder->path();
+        if (lockOwnDirectory(path, folderLock) != FileLock::Held && isOpenAt(folderLock, path)) {
+            builtPath = folder->filePath(QLatin1String(ContainerFormat::defaultFileName));
+            return true;
+        }
+        folderLock.close();
+        QDir().rmdir(path);
+    }
+    return false;
 }
 
 bool Compactor::copyLiveBlocks(QIODevice &output)

@@ -132,8 +132,7 @@ private Q_SLOTS:
         row("full index", Failure::IndexFull, u"-mkdir "_s + QString(6300000, u'x'));
         row("full drive", Failure::NoSpace, u"-import %1>b"_s.arg(filler), [this] { fillUp(); });
         row("read-only drive", Failure::ReadOnly, changes, [this] { QVERIFY(remount(MS_RDONLY)); });
-        row("undeletable container", Failure::ReadOnly, u"-compact; put b=b"_s,
-            failing({1, EPERM, 1, Names}));
+        row("undeletable vault", Failure::ReadOnly, u"-compact; put b=b"_s, failing({1, EPERM, 1, Names}));
         row("in use", Failure::InUse, changes + u"; lock; -create; "_s + password, [this] { lockByUser(); });
         const QString leaving = u"; -lock; -create; -unlock uma senha bem longa"_s;
         row("another program", Failure::ChangedByOther, changes + leaving, [this] {
@@ -223,17 +222,17 @@ private Q_SLOTS:
             QVERIFY(qputenv("TMPDIR", QFile::encodeName(root)));
             fillUp();
         });
+        const auto taking = [this](int error, int times) {
+            return [=, this] { tape.emplace(temporary->path(), CallFailure{1, error, times, Locks}); };
+        };
+        row("working folders locked by others", Failure::None, u"compact"_s, taking(EWOULDBLOCK, 3));
+        row("working folders cleared by others", Failure::None, u"compact"_s, taking(ENOENT, 3));
+        row("all working folders cleared", Failure::WorkspaceUnavailable, u"-compact"_s, taking(ENOENT, 99));
         row("taken name of a twin", Failure::None, u"compact"_s, [this] { writeFile(twin, "de outro"); });
-        row("no directory for temporary files", Failure::None, u"compact"_s,
-            [] { QVERIFY(qputenv("TMPDIR", "/falta")); });
-        row("another length line", Failure::OtherLayout, u"-mkdir d; reopen; compact; mkdir d"_s, [this] {
-            play(u"delete a"_s);
-            lengthenLine();
-        });
-        row("another length line, in use", Failure::InUse, u"-compact"_s, [this] {
-            lengthenLine();
-            lockByUser();
-        });
+        row("no temporary directory", Failure::None, u"compact"_s, [] { QVERIFY(qputenv("TMPDIR", "/x")); });
+        row("another length line", Failure::OtherLayout, u"-mkdir d; reopen; compact; mkdir d"_s,
+            [this] { play(u"delete a"_s), lengthenLine(); });
+        row("length line, in use", Failure::InUse, u"-compact"_s, [this] { lengthenLine(), lockByUser(); });
         row("another length line, another vault", Failure::ChangedByOther, u"-compact"_s, [this] {
             QVERIFY(VaultManager().createVault(container, fixture->password));
             lengthenLine();

@@ -378,9 +378,11 @@ int renameat2(int folder, const char *path, int newFolder, const char *newPath, 
 
 int flock(int descriptor, int operation) noexcept
 {
-    if (!tapedAt(descriptor) || running->hasLocks)
+    if (!tapedAt(descriptor) || (running->hasLocks && !fails(CallFailure::Locks)))
         return FORWARD(flock)(descriptor, operation);
-    errno = ENOLCK;
+    if (running->failure.error == ENOENT)
+        return QDir().rmdir(QFileInfo(u"/proc/self/fd/%1"_s.arg(descriptor)).symLinkTarget()) ? 0 : -1;
+    errno = running->hasLocks ? EWOULDBLOCK : ENOLCK;
     return -1;
 }
 

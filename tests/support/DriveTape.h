@@ -34,7 +34,8 @@ void putFiles(const QString &folder, const DriveFiles &files);
 struct CallFailure
 {
     static constexpr int forEver = 1000000;
-    enum Calls { Changes, Syncs, Sizes, Names }; ///< Sizes of open files; renaming with flags, and removing.
+    /// Sizes of open files; renaming with flags, and removing; locks (ENOENT: the folder is removed first).
+    enum Calls { Changes, Syncs, Sizes, Names, Locks };
     int call = 0;
     int error = 0;
     int times = 1;

@@ -99,9 +99,12 @@ void FileImage::write(const QString &path) const
 {
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
-    for (qsizetype i = 0; i < sectors.size(); ++i) {
-        if (const QByteArray &sector = sectors.at(i); !sector.isEmpty())
-            QCOMPARE(::pwrite(file.handle(), sector.data(), sectorSize, i * sectorSize), sectorSize);
+    for (qint64 at = 0; at < sectors.size(); ++at) {
+        QByteArray run;
+        for (; at < sectors.size() && !sectors.at(at).isEmpty(); ++at)
+            run += sectors.at(at);
+        QVERIFY(run.isEmpty() ||
+                ::pwrite(file.handle(), run, run.size(), at * sectorSize - run.size()) == run.size());
     }
     QVERIFY(file.resize(size));
 }

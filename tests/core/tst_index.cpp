@@ -26,15 +26,14 @@ static QByteArray quoted(QByteArray json)
 /// What an index should be: plain lists that are searched from their start.
 using Model = QList<std::pair<QString, qint64>>;
 
-static auto isAt(const QString &path, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive)
+static auto isAt(const QString &path, Qt::CaseSensitivity cases = Qt::CaseSensitive)
 {
-    return [=](const auto &item) { return item.first.compare(path, sensitivity) == 0; };
+    return [=](const auto &item) { return item.first.compare(path, cases) == 0; };
 }
 
-static qsizetype find(const Model &list, const QString &path,
-                      Qt::CaseSensitivity sensitivity = Qt::CaseSensitive)
+static qsizetype find(const Model &list, const QString &path, Qt::CaseSensitivity cases = Qt::CaseSensitive)
 {
-    return std::ranges::find_if(list, isAt(path, sensitivity)) - list.cbegin();
+    return std::ranges::find_if(list, isAt(path, cases)) - list.cbegin();
 }
 
 static bool put(Model &list, const QString &path, qint64 value)

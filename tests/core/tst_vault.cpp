@@ -239,15 +239,14 @@ private Q_SLOTS:
         int saves = 100;
         const auto save = [&](qint64, qint64, const QString &) {
             if (--saves >= 0)
-                edit(f.copies.value(u"a"_s), "salvo");
+                edit(f.copies.value(u"a"_s), "ok");
         };
         QVERIFY(!f.vault.lockVault(save));
         QCOMPARE(f.vault.lastFailure(), Failure::SourceChanged);
         saves = 1;
         f.play(u"edit a=3"_s);
         QVERIFY(f.vault.lockVault(save));
-        f.play(
-            u"unlock uma senha bem longa; get a=salvo; put b=b; open a; open b; edit a=1; edit b=22; lock"_s);
+        f.play(u"unlock uma senha bem longa; get a=ok; put b=b; open a; open b; edit a=1; edit b=22; lock"_s);
         QVERIFY2(!FileSyncManager().isModified(u"a"_s), "nobody tracks it");
     }
 

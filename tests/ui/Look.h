@@ -96,8 +96,7 @@ inline QString look(const QAction &entry)
     return u'{' + entries.join(u" | "_s) + u'}';
 }
 
-/// Text, tooltip, alignment, what is heard and the path of each cell; the header is row -1 and tells fixed
-/// widths.
+/// Text, tooltip, alignment, what is heard and path of each cell; the header, row -1, tells fixed widths.
 inline QString look(const QTableWidget &table, int row)
 {
     QStringList cells;

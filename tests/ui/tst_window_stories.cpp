@@ -255,8 +255,7 @@ private:
             u"rows: "_s + rows.join(u", "_s),
             u"sorted: %1 %2"_s.arg(header.sortIndicatorSection()).arg(header.sortIndicatorOrder()),
             u"chosen: "_s + (chosen.isEmpty() ? QString() : chosen.value(1)->text()),
-            w.table.rowAt(9) > 0 ? u"from the top: "_s + w.table.item(w.table.rowAt(9), 1)->text()
-                                 : QString(),
+            w.table.rowAt(9) > 0 ? u"at the top: "_s + w.table.item(w.table.rowAt(9), 1)->text() : QString(),
             u"can: "_s + enabled.join(u' '),
             u"padlock: %1 %2 %3 %4"_s.arg(look(w.padlock.icon().pixmap(60)),
                                           w.padlock.isChecked() ? u"down"_s : u"up"_s, w.padlock.toolTip(),
@@ -313,9 +312,8 @@ private Q_SLOTS:
             names += {QRegularExpression(isPattern ? text.mid(1) : QRegularExpression::escape(text)),
                       line.section(u" = "_s, 0, 0)};
         }
-        for (const QString &story : stories)
-            QTest::newRow(story.section(u'\n', 0, 0).mid(3).toUtf8())
-                << story.split(u'\n', Qt::SkipEmptyParts);
+        for (const QString &text : stories)
+            QTest::newRow(text.section(u'\n', 0, 0).mid(3).toUtf8()) << text.split(u'\n', Qt::SkipEmptyParts);
     }
     void everyStoryIsAsWritten()
     {

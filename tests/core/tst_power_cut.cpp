@@ -96,12 +96,12 @@ QByteArray contentsOf(const VaultManager &vault)
 {
     QByteArrayList items{"a vault"};
     for (const VaultDirectoryEntry &directory : vault.fileIndex().directories())
-        items << Sha256::of(directory.path.toUtf8()).toHex();
+        items << QByteArray::number(qHash(directory.path));
     for (const VaultFileEntry &file : vault.fileIndex().entries()) {
         QBuffer bytes;
         if (!bytes.open(QIODevice::WriteOnly) || !vault.writeVaultFileToDevice(file.vaultPath, &bytes))
             return {};
-        items << file.vaultPath.toUtf8() + ' ' + Sha256::of(bytes.data()).toHex();
+        items << file.vaultPath.toUtf8() + ' ' + QByteArray::number(qHash(bytes.data()));
     }
     return items.join('\n');
 }
@@ -153,9 +153,9 @@ std::pair<DriveFiles, QByteArray> driveAndRecord(qint64 headerSize)
     bool isMade = fixture.put(u"gone.bin"_s, noise(3000, 1)) && fixture.put(u"keep.bin"_s, noise(700, 2));
     fixture.play(u"delete gone.bin; mkdir x; series"_s);
     isMade = isMade && fixture.put(u"old.bin"_s, noise(5000, 3)) && fixture.reopen();
-    // Each byte of the index is four thirds of one in the header.
+    // Of each letter, the three bytes in the index are four in the header.
     for (QString folder = u"x"_s; isMade && header().size() < headerSize - 3;) {
-        const QString longer = folder + QString((headerSize - header().size()) * 3 / 4, u'x');
+        const QString longer = folder + QString((headerSize - header().size()) / 4, u'字');
         isMade = fixture.vault.renameDirectory(folder, longer);
         folder = longer;
     }

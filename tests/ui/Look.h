@@ -81,7 +81,7 @@ inline QString look(const QWidget &part)
     if (const auto *label = qobject_cast<const QLabel *>(&part); label && !label->pixmap().isNull())
         text += u' ' + look(label->pixmap());
     for (const QAction *action : part.actions())
-        text += u" [%1 %2]"_s.arg(action->toolTip(), look(action->icon().pixmap(16)));
+        text += u" [%1: %2 %3]"_s.arg(action->text(), action->toolTip(), look(action->icon().pixmap(16)));
     return part.layout() ? text + look(*part.layout()) : text;
 }
 

@@ -62,18 +62,17 @@ public:
         QDragEnterEvent enter(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
         enter.setDropAction(Qt::MoveAction);
         QApplication::sendEvent(table.viewport(), &enter);
-        QString told = outlined(place.y());
+        QString told = dropTargetAt(place.y());
         QDropEvent drop(place, enter.possibleActions(), &data, Qt::LeftButton, {});
         drop.setDropAction(Qt::MoveAction);
         if (enter.isAccepted() && enter.dropAction() == Qt::CopyAction)
             QApplication::sendEvent(table.viewport(), &drop);
         QApplication::processEvents();
         told += drop.isAccepted() && drop.dropAction() == Qt::CopyAction ? u"taken"_s : u"refused"_s;
-        return told + outlined(place.y());
+        return told + dropTargetAt(place.y());
     }
 
-    /// What shows as the target of a drop that hangs at this height.
-    QString outlined(int y)
+    QString dropTargetAt(int y)
     {
         const QImage seen = table.viewport()->grab().toImage();
         const QColor edge = table.palette().color(QPalette::Highlight);

@@ -20,6 +20,7 @@ class Stage
 public:
     Stage(bool isOpen, const Names &commonTexts) : names(commonTexts)
     {
+        std::setbuf(std::freopen(qPrintable(host.filePath(u".stderr"_s)), "w", stderr), nullptr);
         for (const QString &path : {u"Docs/carta.txt"_s, u"Foto.JPG"_s, u"nota.txt"_s})
             QVERIFY(vault.put(path, path.toUtf8() + '\n'));
         vault.play(u"mkdir Docs/2024; lock"_s);
@@ -39,7 +40,6 @@ public:
 
     QStringList told;
 
-    /// Plays a line up to its outcome, and tells it anew.
     void act(const QString &line)
     {
         QStringList dialogs = line.section(u" = "_s, 0, 0).split(u" ? "_s);
@@ -263,7 +263,8 @@ private:
             u"container: %1 (%2)"_s.arg(container->text(), container->toolTip()),
             files->text() + QString(files->accessibleName() + files->toolTip()).remove(files->text()),
             u"hint: "_s + w.table.accessibleDescription().mid(files->accessibleName().size()),
-            u"drives: "_s + devices()};
+            u"drives: "_s + devices(),
+            QString::fromUtf8(readFile(host.filePath(u".stderr"_s))).replace(u'\n', u'¶')};
         for (const QString &text : now) {
             if (!text.isEmpty() && (&text == &now.first() || !shown.contains(text)))
                 outcome += text;
@@ -322,7 +323,7 @@ private Q_SLOTS:
         for (const QString &line : story.filter(QRegularExpression(u"^[!$]"_s)))
             stage.act(line);
         if (stage.told != story.mid(1))
-            fprintf(stderr, "%s\n", qPrintable(stage.told.join(u'\n')));
+            std::puts(qPrintable(stage.told.join(u'\n')));
         QCOMPARE(stage.told, story.mid(1));
     }
 

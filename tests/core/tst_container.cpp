@@ -29,7 +29,7 @@ private:
     bool reads(const QByteArray &bytes, qint64 size = 8388636)
     {
         writeFile(path, bytes);
-        return QFile::resize(path, size) && containers.readDocument(path, &read);
+        return !QFile::resize(path, size) || containers.readDocument(path, &read);
     }
 
 private Q_SLOTS:

@@ -55,7 +55,7 @@ private Q_SLOTS:
         const auto opensWith = [&](auto &&change) {
             ContainerDocument changed = good;
             change(changed.crypto);
-            return ContainerManager().updateDocumentHeader(f.container, changed) && f.unlock();
+            return !ContainerManager().updateDocumentHeader(f.container, changed) || f.unlock();
         };
         for (auto field : {&Crypto::salt, &Crypto::nonce, &Crypto::encryptedMasterKey, &Crypto::payloadNonce})
             QVERIFY(!opensWith([&](Crypto &crypto) { (crypto.*field)[0] = char(~(crypto.*field)[0]); }));

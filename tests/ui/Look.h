@@ -1,4 +1,4 @@
-// What a part of the window, and all in it, looks like and tells assistive programs, in a line; no fonts.
+// What a part of the window, and all in it, looks like and tells assistive programs, in a line.
 #pragma once
 
 #include "support/DialogDriver.h"

@@ -1,5 +1,5 @@
-// Plays the stories of stories.txt, each on a window and a vault of its own. What people press, the dialogs
-// that come with their answers, and all that changes on the window must be told here as it is written there.
+// Plays the stories of stories.txt, each on a window and a vault of its own. What people press, dialogs with
+// their answers, what changes on the window or goes to stderr must be told here as it is written there.
 #include "Look.h"
 #include "WindowHarness.h"
 #include "platform/TerminationSignals.h"
@@ -20,7 +20,7 @@ class Stage
 public:
     Stage(bool isOpen, const Names &commonTexts) : names(commonTexts)
     {
-        std::setbuf(std::freopen(qPrintable(host.filePath(u".stderr"_s)), "w", stderr), nullptr);
+        std::setbuf(stderr = std::fopen(qPrintable(host.filePath(u".stderr"_s)), "w"), nullptr);
         for (const QString &path : {u"Docs/carta.txt"_s, u"Foto.JPG"_s, u"nota.txt"_s})
             QVERIFY(vault.put(path, path.toUtf8() + '\n'));
         vault.play(u"mkdir Docs/2024; lock"_s);
@@ -40,6 +40,7 @@ public:
 
     QStringList told;
 
+    /// Plays a line up to its outcome, and tells it anew.
     void act(const QString &line)
     {
         QStringList dialogs = line.section(u" = "_s, 0, 0).split(u" ? "_s);
